@@ -1,0 +1,24 @@
+# Flags that every target of this project is built with.
+
+# A score's bits are defined by separately rounded products and sums; a contracted multiply-add
+# would change the last bit on targets that have one.
+add_compile_options(-ffp-contract=off)
+
+add_compile_options(
+    -Wall -Wextra -Wconversion -Wshadow -Wcast-align=strict
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    add_compile_options(-Wno-unknown-warning-option)
+endif()
+if(VEKFIND_WERROR)
+    add_compile_options(-Werror)
+endif()
+
+# Assertion sites and debug information name files relative to the source tree.
+add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+if(VEKFIND_SANITIZE)
+    add_compile_options(-fsanitize=${VEKFIND_SANITIZE} -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${VEKFIND_SANITIZE})
+endif()

@@ -1,0 +1,54 @@
+// One formula applied to each element of one to four inputs that are broadcast to the output shape.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "kernels/handle.h"
+
+namespace kern {
+
+// The numbers are stored in graph files; the formulas stand in `elementwise_modes.inc`.
+enum class ElementwiseMode : uint32_t {
+#define KERN_ELEMENTWISE_MODE(number, name, ...) name = number,
+#include "kernels/elementwise_modes.inc"
+#undef KERN_ELEMENTWISE_MODE
+};
+
+// What a mode accepts. Modes FUSE_MUL_ADD3 and FUSE_MUL_ADD4 are routed by dtype, not by this
+// table.
+struct ModeTrait {
+    uint32_t arity;
+    bool commutable;
+    bool allow_int;
+    bool allow_float;
+    const char* name;
+
+    // Stops the process on a mode that does not exist.
+    static const ModeTrait& of(ElementwiseMode mode);
+};
+
+class Elementwise : public KernelOperator {
+public:
+    struct Param {
+        ElementwiseMode mode{};
+    };
+
+    using KernelOperator::KernelOperator;
+    Param& param() { return m_param; }
+    const Param& param() const { return m_param; }
+
+    // All tensors have one dtype; the output is dense, not empty, and every input can be broadcast
+    // to its shape. The output may be the memory of an input of the same layout.
+    virtual void exec(const std::vector<RawTensor>& inputs, const RawTensor& output) = 0;
+
+    // Shapes align on the right; lengths of a pair must be equal or one of them 1.
+    static TensorShape deduce_output_shape(const std::vector<TensorShape>& inputs);
+
+protected:
+    void check_exec(const std::vector<RawTensor>& inputs, const RawTensor& output) const;
+
+    Param m_param;
+};
+
+}  // namespace kern

@@ -1,0 +1,75 @@
+#include "kernels/handle.h"
+
+#include <cstdlib>
+
+#include "kernels/check.h"
+#include "kernels/relayout.h"
+
+namespace kern {
+
+KernelOperator::~KernelOperator() {
+    m_handle->on_operator_destroyed(this);
+}
+
+void KernelOperator::dispatch(Task&& kernel) const {
+    m_handle->dispatch(std::move(kernel));
+}
+
+KernelHandle::KernelHandle(ComputingHandle computing, HandleLevel level)
+    : m_computing(std::move(computing)), m_level(level) {
+    KERN_CHECK(m_computing.dispatcher);
+}
+
+KernelHandle::~KernelHandle() {
+    m_relayout.reset();
+    if (m_on_destroy)
+        m_on_destroy();
+    m_alive = 0;
+}
+
+size_t KernelHandle::image_pitch_alignment() const {
+    KERN_CHECK(m_level == HandleLevel::NAIVE);
+    return 1;
+}
+
+Relayout* KernelHandle::relayout_operator() {
+    const std::lock_guard<std::mutex> lock(m_cached_operators_mutex);
+    if (!m_relayout)
+        m_relayout = create_operator<Relayout>();
+    return m_relayout.get();
+}
+
+void KernelHandle::set_destructor(std::function<void()> callback) {
+    KERN_CHECK(!m_on_destroy);
+    m_on_destroy = std::move(callback);
+}
+
+void KernelHandle::set_operator_destructor_callback(std::function<void(KernelOperator*)> callback) {
+    KERN_CHECK(!m_on_operator_destroyed);
+    m_on_operator_destroyed = std::move(callback);
+}
+
+void KernelHandle::on_operator_destroyed(KernelOperator* op) const {
+    if (m_alive != ALIVE)
+        std::abort();
+    if (m_on_operator_destroyed)
+        m_on_operator_destroyed(op);
+}
+
+std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int debug_level) {
+    if (computing.platform == Platform::OPENCL || computing.platform == Platform::HEXAGON)
+        return nullptr;
+    KERN_CHECK(computing.platform == Platform::CPU);
+    KERN_CHECK(debug_level >= 0 && debug_level <= 2);
+    const auto level = debug_level == 2 ? HandleLevel::NAIVE : HandleLevel::FALLBACK;
+    return std::make_unique<KernelHandle>(computing, level);
+}
+
+KernelHandle* inplace_handle() {
+    // Never destroyed: operators made from it may die in static destructors.
+    static KernelHandle* handle =
+        make_handle({Platform::CPU, std::make_shared<InlineDispatcher>()}, 0).release();
+    return handle;
+}
+
+}  // namespace kern

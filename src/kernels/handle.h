@@ -1,0 +1,100 @@
+// A KernelHandle is one computing device as the kernel library sees it: its level of optimisation,
+// its dispatcher, and the factory of its operators. A KernelOperator is made from a handle, borrows
+// it, and may not outlive it.
+//
+// Levels form a ladder: a level has its own class for the operators that it does better and
+// inherits the rest from the level below. `operator_table.inc` is that ladder, one line per
+// operator.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "kernels/dispatcher.h"
+#include "kernels/layout.h"
+#include "kernels/workspace.h"
+
+namespace kern {
+
+enum class HandleLevel : int32_t { NAIVE = 0, FALLBACK = 1, ARM_COMMON = 3, ARMV7 = 4 };
+
+class KernelHandle;
+class Relayout;
+
+class KernelOperator {
+public:
+    explicit KernelOperator(KernelHandle* handle) : m_handle(handle) {}
+    // Aborts the process when the handle is gone already.
+    virtual ~KernelOperator();
+    KernelOperator(const KernelOperator&) = delete;
+    KernelOperator& operator=(const KernelOperator&) = delete;
+
+    // Whether `exec` may run on several threads at once.
+    virtual bool is_thread_safe() const { return false; }
+    KernelHandle* handle() const { return m_handle; }
+
+protected:
+    // Hands the kernel to the handle's dispatcher. The task owns copies of all it needs: on a
+    // queued dispatcher it runs after `exec` has returned.
+    void dispatch(Task&& kernel) const;
+
+private:
+    KernelHandle* m_handle;
+};
+
+class KernelHandle {
+public:
+    KernelHandle(ComputingHandle computing, HandleLevel level);
+    virtual ~KernelHandle();
+    KernelHandle(const KernelHandle&) = delete;
+    KernelHandle& operator=(const KernelHandle&) = delete;
+
+    HandleLevel level() const { return m_level; }
+    // Alignment in bytes that buffers of this device should have.
+    virtual size_t alignment_requirement() const { return 32; }
+    // Alignment of image rows; only the naive level has one, elsewhere the call stops the process.
+    virtual size_t image_pitch_alignment() const;
+    virtual bool layout_is_supported(const TensorLayout& layout) const { return layout.is_dense(); }
+    // The device's shared relayout operator, made at first use. Any thread.
+    Relayout* relayout_operator();
+
+    // A new operator of the best class that this handle's level has.
+    template <typename Operator>
+    std::unique_ptr<Operator> create_operator();
+
+    void dispatch(Task&& task) const { m_computing.dispatcher->dispatch(std::move(task)); }
+    void sync() const { m_computing.dispatcher->sync(); }
+
+    // Run at destruction; may be set once.
+    void set_destructor(std::function<void()> callback);
+    // Given each operator as it dies; may be set once.
+    void set_operator_destructor_callback(std::function<void(KernelOperator*)> callback);
+
+private:
+    friend class KernelOperator;
+    static constexpr uint32_t ALIVE = 0x8595e9d2;
+
+    void on_operator_destroyed(KernelOperator* op) const;
+
+    volatile uint32_t m_alive = ALIVE;  // volatile: the check must read it after destruction too
+    ComputingHandle m_computing;
+    HandleLevel m_level;
+    std::function<void()> m_on_destroy;
+    std::function<void(KernelOperator*)> m_on_operator_destroyed;
+    std::mutex m_cached_operators_mutex;
+    std::unique_ptr<Relayout> m_relayout;
+};
+
+// A handle for the device, or null for a platform whose kernels live elsewhere. `debug_level` 0
+// takes the best level of this machine, 1 fallback, 2 naive; anything else stops the process.
+std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int debug_level);
+
+// The process-wide handle whose kernels run at once in the calling thread: for kernels that need a
+// further operator inside themselves.
+KernelHandle* inplace_handle();
+
+}  // namespace kern

@@ -1,0 +1,51 @@
+// C = op(A) x op(B) on two-axis tensors, op an optional transposition.
+#pragma once
+
+#include <cstdint>
+
+#include "kernels/handle.h"
+
+namespace kern {
+
+// What is accumulated into what; the numbers are stored in graph files.
+enum class MatrixMulDataType : uint32_t {
+    DEFAULT = 0,          // any float, accumulated in the element type
+    INT8_TO_INT16 = 1,    // 16-bit accumulation
+    INT8_TO_INT32 = 2,    // Int8 to Int32, QuantizedS8 to QuantizedS32
+    FLOAT_IO16_CO32 = 3,  // any float, accumulated in 32-bit float, rounded once
+    ASYMM8_TO_S32 = 4,    // Quantized8Asymm to QuantizedS32, zero points subtracted
+};
+
+class MatrixMul : public KernelOperator {
+public:
+    struct Param {
+        bool transpose_a = false;  // A is stored as K x M
+        bool transpose_b = false;  // B is stored as N x K
+        MatrixMulDataType data_type = MatrixMulDataType::DEFAULT;
+    };
+
+    using KernelOperator::KernelOperator;
+    bool is_thread_safe() const override { return true; }
+    Param& param() { return m_param; }
+    const Param& param() const { return m_param; }
+
+    // A is {M, K}, B {K, N}, C {M, N} after the transpositions. Rows may be padded: the last axis
+    // has stride 1 and the first at least the row's length. The products of one element of C are
+    // added in the order of increasing k into one accumulator, at every level of this operator.
+    virtual void exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
+                      const Workspace& workspace) = 0;
+    virtual size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
+                                      const TensorLayout& c) = 0;
+    // The shape of C as a layout with `c_dtype`, which the caller knows (a quantised one carries
+    // the product of the scales).
+    TensorLayout deduce_layout(const TensorLayout& a, const TensorLayout& b, DType c_dtype) const;
+
+protected:
+    // Stops the process on arguments that the operator does not define.
+    void check_exec(const TensorLayout& a, const TensorLayout& b, const TensorLayout& c,
+                    size_t workspace_size);
+
+    Param m_param;
+};
+
+}  // namespace kern

@@ -1,0 +1,32 @@
+// The factory of operators, generated from the table of levels.
+#include "kernels/check.h"
+#include "kernels/fallback/elementwise.h"
+#include "kernels/fallback/matrix_mul.h"
+#include "kernels/fallback/reduce.h"
+#include "kernels/fallback/relayout.h"
+#include "kernels/fallback/type_cvt.h"
+#include "kernels/handle.h"
+#include "kernels/naive/elementwise.h"
+#include "kernels/naive/matrix_mul.h"
+#include "kernels/naive/reduce.h"
+#include "kernels/naive/relayout.h"
+#include "kernels/naive/type_cvt.h"
+
+namespace kern {
+
+#define KERN_OPERATOR(position, Operator, Naive, Fallback)                \
+    template <>                                                           \
+    std::unique_ptr<Operator> KernelHandle::create_operator<Operator>() { \
+        switch (m_level) {                                                \
+            case HandleLevel::NAIVE:                                      \
+                return std::make_unique<Naive>(this);                     \
+            case HandleLevel::FALLBACK:                                   \
+                return std::make_unique<Fallback>(this);                  \
+            default:                                                      \
+                KERN_FAIL();                                              \
+        }                                                                 \
+    }
+#include "kernels/operator_table.inc"
+#undef KERN_OPERATOR
+
+}  // namespace kern

@@ -1,0 +1,44 @@
+// Collapses one axis of a tensor to length 1.
+#pragma once
+
+#include <cstdint>
+
+#include "kernels/handle.h"
+
+namespace kern {
+
+// Numbers are stored in graph files.
+enum class ReduceMode : uint32_t { SUM = 0, SUM_SQR = 1, PRODUCT = 2, MIN = 3, MAX = 4, MEAN = 5 };
+
+enum class ReduceDataType : uint32_t {
+    DEFAULT = 0,          // accumulate and store in the input's dtype
+    FLOAT_IO16_CO32 = 1,  // not implemented: stops the process
+    FLOAT_O32 = 2,        // float in and out, Float32 as the working dtype
+    FLOAT_O16 = 3,        // as FLOAT_O32
+    QUINT_I8_O32 = 4,     // Quantized8Asymm input
+};
+
+class Reduce : public KernelOperator {
+public:
+    struct Param {
+        ReduceMode mode = ReduceMode::SUM;
+        int32_t axis = 0;
+        ReduceDataType data_type = ReduceDataType::DEFAULT;
+    };
+
+    using KernelOperator::KernelOperator;
+    Param& param() { return m_param; }
+    const Param& param() const { return m_param; }
+
+    // Both layouts dense, of the same ndim; `dst` has length 1 on the axis and equal lengths
+    // elsewhere.
+    virtual void exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) = 0;
+    virtual size_t workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) = 0;
+
+protected:
+    void check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size);
+
+    Param m_param;
+};
+
+}  // namespace kern

@@ -1,0 +1,62 @@
+#include "kernels/check.h"
+#include "kernels/checked_math.h"
+#include "kernels/layout.h"
+
+namespace kern {
+namespace {
+
+template <typename Container>
+void assign(TensorShape& shape, const Container& lengths) {
+    KERN_CHECK(lengths.size() <= TensorShape::MAX_NDIM);
+    for (size_t length : lengths)
+        shape.shape[shape.ndim++] = length;
+}
+
+}  // namespace
+
+TensorShape::TensorShape(std::initializer_list<size_t> lengths) {
+    assign(*this, lengths);
+}
+
+TensorShape::TensorShape(const std::vector<size_t>& lengths) {
+    assign(*this, lengths);
+}
+
+size_t TensorShape::element_count() const {
+    if (ndim == 0)
+        return 0;
+    size_t count = 1;
+    for (size_t axis = 0; axis < ndim; ++axis)
+        count = checked_mul(count, shape[axis]);
+    return count;
+}
+
+bool TensorShape::same_shape(const TensorShape& other) const {
+    if (ndim != other.ndim)
+        return false;
+    for (size_t axis = 0; axis < ndim; ++axis) {
+        if (shape[axis] != other.shape[axis])
+            return false;
+    }
+    return true;
+}
+
+bool TensorShape::has_zero_axis() const {
+    for (size_t axis = 0; axis < ndim; ++axis) {
+        if (shape[axis] == 0)
+            return true;
+    }
+    return false;
+}
+
+std::string TensorShape::to_string() const {
+    std::string text = "{";
+    for (size_t axis = 0; axis < ndim; ++axis) {
+        if (axis > 0)
+            text += ",";
+        text += std::to_string(shape[axis]);
+    }
+    return text + "}";
+}
+
+}  // namespace kern

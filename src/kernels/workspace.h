@@ -1,0 +1,34 @@
+// Scratch memory of a kernel call, owned by the caller.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace kern {
+
+struct Workspace {
+    uint8_t* raw_ptr = nullptr;
+    size_t size = 0;
+};
+
+// Carves one workspace into aligned parts. The total holds one alignment more than the parts need,
+// so that the first part can be aligned after the fact.
+class WorkspaceBundle {
+public:
+    static constexpr size_t DEFAULT_ALIGNMENT = 512;
+
+    // `alignment` is a power of two.
+    WorkspaceBundle(void* base, const std::vector<size_t>& sizes,
+                    size_t alignment = DEFAULT_ALIGNMENT);
+
+    size_t total_size() const;
+    void* get(size_t index) const;
+
+private:
+    uint8_t* m_base;
+    std::vector<size_t> m_sizes;  // each rounded up to the alignment
+    size_t m_alignment;
+};
+
+}  // namespace kern
