@@ -1,0 +1,50 @@
+// What belongs to one node: its dispatcher, its kernel handle and the data that others attach to
+// it.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "graph/node/comp_node.h"
+#include "graph/node/spin_lock.h"
+#include "graph/node/user_data.h"
+#include "kernels/handle.h"
+
+namespace orb {
+
+// Told of every allocation and free of a node; a free carries size 0.
+using DeviceMemoryCallback = std::function<void(bool is_device, void* ptr, size_t size)>;
+
+class CompNodeEnv {
+public:
+    CompNode comp_node() const { return m_comp_node; }
+    CompNode::DeviceType device_type() const { return m_device_type; }
+    size_t mem_alignment() const { return m_mem_alignment; }
+    kern::CpuDispatcher& dispatcher() const { return *m_dispatcher; }
+    // The one kernel handle that all operators of this node share; made at first use.
+    kern::KernelHandle& kernel_handle();
+
+    // Attached data; hold the lock for every use of the container.
+    RecursiveSpinLock& user_data_lock() { return m_user_data_lock; }
+    UserDataContainer& user_data() { return m_user_data; }
+
+    void set_memory_callback(DeviceMemoryCallback callback);
+    void notify_memory(bool is_device, void* ptr, size_t size) const;
+
+    // Sets the environment of a CPU node up; once per environment.
+    void init_cpu(CompNode node, std::shared_ptr<kern::CpuDispatcher> dispatcher);
+    // Drops everything attached, the kernel handle last; at process exit.
+    void finalize();
+
+private:
+    CompNode m_comp_node;
+    CompNode::DeviceType m_device_type = CompNode::DeviceType::XPU;
+    size_t m_mem_alignment = 1;
+    DeviceMemoryCallback m_memory_callback;
+    std::shared_ptr<kern::CpuDispatcher> m_dispatcher;
+    RecursiveSpinLock m_user_data_lock;
+    UserDataContainer m_user_data;
+};
+
+}  // namespace orb
