@@ -46,6 +46,8 @@ public:
         std::string to_string() const;
         // The worker that executes what is asked of this logical locator.
         Locator to_physical() const;
+        // From now on the logical device of the type stands for this physical one; for all threads.
+        static void map_device(DeviceType type, int32_t logical, int32_t physical);
 
         friend bool operator==(const Locator& a, const Locator& b) {
             return a.type == b.type && a.device == b.device && a.stream == b.stream;

@@ -2,6 +2,7 @@
 // it.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include "graph/node/comp_node.h"
 #include "graph/node/spin_lock.h"
 #include "graph/node/user_data.h"
+#include "kernels/check.h"
 #include "kernels/handle.h"
 
 namespace orb {
@@ -21,21 +23,34 @@ public:
     CompNode comp_node() const { return m_comp_node; }
     CompNode::DeviceType device_type() const { return m_device_type; }
     size_t mem_alignment() const { return m_mem_alignment; }
-    kern::CpuDispatcher& dispatcher() const { return *m_dispatcher; }
-    // The one kernel handle that all operators of this node share; made at first use.
-    kern::KernelHandle& kernel_handle();
+    // Stops the process on a node that has none or is finalized, like `kernel_handle`.
+    kern::CpuDispatcher& dispatcher() const {
+        KERN_CHECK(m_dispatcher);
+        return *m_dispatcher;
+    }
+    // The one kernel handle that all operators of this node share.
+    kern::KernelHandle& kernel_handle() {
+        KERN_CHECK(m_kernel_handle);
+        return *m_kernel_handle;
+    }
 
     // Attached data; hold the lock for every use of the container.
     RecursiveSpinLock& user_data_lock() { return m_user_data_lock; }
     UserDataContainer& user_data() { return m_user_data; }
 
+    // Set it before other threads use the node; an empty one ends the reports.
     void set_memory_callback(DeviceMemoryCallback callback);
-    void notify_memory(bool is_device, void* ptr, size_t size) const;
+    void notify_memory(bool is_device, void* ptr, size_t size) const {
+        if (m_memory_callback)
+            m_memory_callback(is_device, ptr, size);
+    }
 
-    // Sets the environment of a CPU node up; once per environment.
+    // Set an environment up, without kernels or as that of a CPU node; once per environment.
+    void init(CompNode node, CompNode::DeviceType type, size_t mem_alignment);
     void init_cpu(CompNode node, std::shared_ptr<kern::CpuDispatcher> dispatcher);
-    // Drops everything attached, the kernel handle last; at process exit.
+    // Drops everything attached, the newest first and the kernel handle last; at process exit.
     void finalize();
+    bool is_finalized() const { return m_finalized.load(std::memory_order_acquire); }
 
 private:
     CompNode m_comp_node;
@@ -45,6 +60,8 @@ private:
     std::shared_ptr<kern::CpuDispatcher> m_dispatcher;
     RecursiveSpinLock m_user_data_lock;
     UserDataContainer m_user_data;
+    kern::KernelHandle* m_kernel_handle = nullptr;  // owned by the attached record
+    std::atomic<bool> m_finalized{false};
 };
 
 }  // namespace orb

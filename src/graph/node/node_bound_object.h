@@ -1,8 +1,10 @@
 // The base of objects that hold resources of a node. Each registers itself in a process-wide ring,
 // so that at process exit all of them give their resources back, the newest first, before the nodes
-// go.
+// go. Objects may be made and destroyed on any thread, but no other thread may destroy one while
+// the process exits.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -15,7 +17,7 @@ public:
     NodeBoundObject(const NodeBoundObject&) = delete;
     NodeBoundObject& operator=(const NodeBoundObject&) = delete;
 
-    bool is_finalized() const { return m_state == State::FINALIZED; }
+    bool is_finalized() const { return m_state.load(std::memory_order_acquire) == FINALIZED; }
 
     // Finalizes every registered object, newest first.
     static void finalize_all();
@@ -29,10 +31,12 @@ protected:
     void check_not_finalized() const;
 
 private:
-    enum class State : uint32_t { ALIVE = 0, FINALIZING = 1, FINALIZED = 2 };
+    enum State : uint32_t { ALIVE = 0, FINALIZING = 1, FINALIZED = 2 };
     void finalize();
+    void unlink();
 
-    State m_state = State::ALIVE;
+    std::atomic<State> m_state{ALIVE};
+    // The neighbours in the ring, both null once the object has left it.
     NodeBoundObject* m_previous = nullptr;
     NodeBoundObject* m_next = nullptr;
 };

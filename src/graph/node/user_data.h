@@ -4,12 +4,18 @@
 
 #include <memory>
 #include <unordered_map>
-#include <vector>
+
+#include "graph/node/chunk_pool.h"
 
 namespace orb {
 
 class UserDataContainer {
 public:
+    UserDataContainer();
+    ~UserDataContainer();
+    UserDataContainer(const UserDataContainer&) = delete;
+    UserDataContainer& operator=(const UserDataContainer&) = delete;
+
     // Appends to the list of the tag; an object that is here already stops the process.
     void add(const void* tag, std::shared_ptr<void> object);
     // The newest object of the tag, or null.
@@ -23,11 +29,20 @@ public:
     // The object of type T, made by `make()` (a shared_ptr<T>) at first use.
     template <typename T, typename Make>
     T& get_or_make(Make&& make);
+    // Releases the objects, the newest first: one may rely on those attached before it.
     void clear();
 
 private:
-    std::unordered_map<const void*, std::shared_ptr<void>> m_objects;
-    std::unordered_map<const void*, std::vector<void*>> m_by_tag;
+    struct Entry {
+        std::shared_ptr<void> object;
+        const void* tag;
+        Entry* older;         // of all entries
+        Entry* older_of_tag;  // of this tag's list
+    };
+
+    ChunkPool m_entries;
+    Entry* m_newest = nullptr;
+    std::unordered_map<const void*, Entry*> m_newest_of_tag;
 };
 
 template <typename T, typename Make>

@@ -26,13 +26,15 @@ private:
 };
 
 // Elements begin, begin + step, ... before end of one axis; absent fields take the whole axis,
-// negative positions count from its end. The widths are those of graph files.
+// negative positions count from its end. A negative step walks backwards from `begin`, by default
+// the last element, and an absent end then means before the first element.
 struct TensorSlice {
     std::optional<ptrdiff_t> begin;
     std::optional<ptrdiff_t> end;
     std::optional<ptrdiff_t> step;
 
-    // `axis` -1 applies to a layout that collapses to one axis.
+    // `axis` -1 applies to a layout that collapses to one axis. Positions outside the axis and a
+    // step of 0 stop the process; an empty range is allowed.
     SubTensorRegion apply(const kern::TensorLayout& layout, int axis) const;
 };
 

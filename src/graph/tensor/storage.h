@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
 #include "graph/node/comp_node.h"
 
@@ -37,6 +38,8 @@ public:
     TensorStorage& comp_node(CompNode node, bool allow_mem_node_change = false);
     size_t size() const { return m_size; }
     size_t capacity() const { return m_capacity; }
+    // Distance of the first byte from the start of the allocation.
+    size_t offset() const { return m_offset; }
     bool empty() const { return m_size == 0 || !m_comp_node.valid(); }
     bool allow_realloc() const { return m_allow_realloc; }
 
@@ -46,15 +49,22 @@ public:
     uint8_t* ptr() const;
     // The bytes from `offset` on, sharing this memory; such a view never allocates.
     TensorStorage sub(size_t offset) const;
-    // Adopts foreign memory of `size` bytes, kept alive by `memory`.
+    // The same from a place `distance` bytes ahead of the first byte, or behind it in the same
+    // allocation, as parts of a reversed tensor need it.
+    TensorStorage shifted(ptrdiff_t distance) const;
+    // Adopts foreign memory of `size` bytes, kept alive by `memory`; not on a view.
     void reset(CompNode node, size_t size, std::shared_ptr<uint8_t> memory);
 
     // `bytes` from the start of `source`, ordered on the node that performs the copy.
     template <typename SourceTrait>
     void copy_from(const TensorStorage<SourceTrait>& source, size_t bytes);
 
-    // The same memory in the other form: for nodes that share the host's address space.
-    TensorStorage<DeviceTensorStorageTrait> proxy_to_default_cpu() const;
+    // Host form only: the same memory as a device storage of the default CPU node, whose memory
+    // space this node must share.
+    template <typename T = Trait>
+    std::enable_if_t<std::is_same_v<T, HostTensorStorageTrait>,
+                     TensorStorage<DeviceTensorStorageTrait>>
+    proxy_to_default_cpu() const;
 
     // Owners of the allocation.
     long use_count() const { return m_ref.use_count(); }
@@ -62,6 +72,9 @@ public:
 private:
     template <typename>
     friend class TensorStorage;
+
+    void allocate() const;
+    void swap(TensorStorage& other) noexcept;
 
     // Allocation is lazy, so reading the pointer of a const storage may fill these.
     bool m_allow_realloc = true;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <type_traits>
 
 #include "graph/tensor/slice.h"
 #include "graph/tensor/storage.h"
@@ -38,7 +39,7 @@ public:
     uint8_t* raw_ptr() const { return m_storage.ptr(); }
     template <typename T>
     T* ptr() const {
-        return reinterpret_cast<T*>(raw_ptr());
+        return static_cast<T*>(static_cast<void*>(raw_ptr()));
     }
     kern::RawTensor as_raw() const;
 
@@ -64,8 +65,10 @@ public:
     template <typename SourceTrait>
     TensorND& copy_from_fixlayout(const TensorND<SourceTrait>& source);
 
-    // Device form only: zeroes the span of the layout, ordered on the node.
-    void memset_zero() const;
+    // Device form only: zeroes the span of the layout, ordered on the node, which must be a CPU
+    // node.
+    template <typename T = Trait>
+    std::enable_if_t<std::is_same_v<T, DeviceTensorStorageTrait>> memset_zero() const;
 
 private:
     Storage m_storage;

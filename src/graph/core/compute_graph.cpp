@@ -1,0 +1,200 @@
+#include "graph/core/compute_graph.h"
+
+#include <algorithm>
+#include <new>
+
+#include "graph/exec/callback_operator.h"
+#include "graph/exec/compiled_function.h"
+#include "graph/exec/dependency_order.h"
+#include "kernels/check.h"
+
+namespace orb {
+
+std::shared_ptr<ComputeGraph> ComputeGraph::make() {
+    return std::shared_ptr<ComputeGraph>(new ComputeGraph());
+}
+
+ComputeGraph::ComputeGraph()
+    : m_var_pool(sizeof(GraphVar)), m_inference_manager(this), m_memory_manager(this) {}
+
+ComputeGraph::~ComputeGraph() {
+    // Readers before what they read.
+    while (!m_operators.empty())
+        m_operators.pop_back();
+}
+
+std::shared_ptr<void> ComputeGraph::on_node_finalize() {
+    auto self = weak_from_this().lock();
+    m_memory_manager.clear_device_memory();
+    return self;
+}
+
+GraphVar* ComputeGraph::make_var(GraphOperator* owner) {
+    return new (m_var_pool.alloc()) GraphVar(this, owner);
+}
+
+void ComputeGraph::destroy_var(GraphVar* var) {
+    var->~GraphVar();
+    m_var_pool.free(var);
+}
+
+GraphOperator* ComputeGraph::insert_operator(std::unique_ptr<GraphOperator> op) {
+    check_not_finalized();
+    if (GraphOperator* existing = m_dedup_table.find(*op)) {
+        KERN_CHECK(existing->output().size() == op->output().size());
+        publish_outputs(existing, false);
+        drop_duplicate(std::move(op));
+        m_events.operator_inserted.signal({existing, true});
+        return existing;
+    }
+    return insert_new(std::move(op));
+}
+
+void ComputeGraph::drop_duplicate(std::unique_ptr<GraphOperator> op) {
+    for (GraphVar* var : op->output()) {
+        m_inference_manager.remove_var(var);
+        m_receivers.erase(var);
+    }
+}
+
+GraphOperator* ComputeGraph::insert_new(std::unique_ptr<GraphOperator> owned) {
+    GraphOperator* op = owned.get();
+    KERN_CHECK(!op->m_inserted && !op->output().empty());
+    m_operators.push_back(std::move(owned));
+    op->m_inserted = true;
+    op->assign_output_dtype();
+    op->assign_output_nodes();
+    op->assign_output_format();
+    for (const GraphVar* var : op->output())
+        KERN_CHECK(var->comp_node().valid() && var->dtype().valid());
+
+    GraphOperator* const outer = m_current_operator;
+    m_current_operator = op;
+    op->register_output_inference();
+    m_current_operator = outer;
+
+    publish_outputs(op, true);
+    register_receivers(op);
+    m_events.operator_inserted.signal({op, false});
+    m_dedup_table.insert(op);
+    return op;
+}
+
+void ComputeGraph::publish_outputs(GraphOperator* op, bool add_flag) {
+    for (GraphVar* var : op->output()) {
+        if (add_flag)
+            var->add_flag(var_flag::INSERTED);
+        if (m_inference_manager.shape_kind(var) == InferKind::CONSTANT &&
+            !var->has_flag(var_flag::VOLATILE_CONTENT))
+            continue;  // stored for good when its rule was registered
+        const bool is_inferable = !var->has_flag(var_flag::VOLATILE_CONTENT) &&
+                                  is_static(m_inference_manager.shape_kind(var));
+        const kern::TensorShape* shape =
+            is_inferable ? m_inference_manager.try_shape_of_var(var) : nullptr;
+        if (shape)
+            var->shape(*shape);
+        else
+            var->clear_shape();
+    }
+}
+
+void ComputeGraph::register_receivers(GraphOperator* op) {
+    if (!(op->properties().flags & OperatorProperties::CROSS_MEMORY_NODE)) {
+        const void* space = op->output(0)->comp_node().memory_space();
+        KERN_CHECK(space);
+        for (const GraphVar* var : op->input())
+            KERN_CHECK(var->comp_node().memory_space() == space);
+        for (const GraphVar* var : op->output())
+            KERN_CHECK(var->comp_node().memory_space() == space);
+    }
+    for (const GraphVar* var : op->input()) {
+        auto& receivers = m_receivers.at(var);
+        if (receivers.empty() || receivers.back() != op)
+            receivers.push_back(op);
+    }
+    for (const GraphVar* var : op->output())
+        KERN_CHECK(m_receivers[var].empty());
+}
+
+std::vector<GraphVar*> ComputeGraph::attach_callbacks(const std::vector<OutputSpec>& outputs) {
+    for (auto& entry : m_callback_operators)
+        entry.second->clear_callbacks();
+    std::vector<GraphVar*> targets;
+    for (const OutputSpec& spec : outputs) {
+        if (!spec.callback) {
+            targets.push_back(spec.var);
+            continue;
+        }
+        CallbackOperator*& op = m_callback_operators[spec.var];
+        if (!op)
+            op = CallbackOperator::make(spec.var);
+        op->add_callback(spec.callback);
+        targets.push_back(op->output(0));
+    }
+    return targets;
+}
+
+std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<OutputSpec>& outputs) {
+    check_not_finalized();
+    KERN_CHECK(!m_compiling && !outputs.empty());
+    // Timing needs events and recording a recorder; no node of this build makes either.
+    KERN_CHECK(!m_options.timing && m_options.record_level == 0);
+    m_compiling = true;
+    if (m_current_function)
+        m_current_function->retire();
+
+    std::vector<GraphVar*> kept_vars;
+    for (const OutputSpec& spec : outputs) {
+        KERN_CHECK(spec.var && &spec.var->owner_graph() == this);
+        if (!spec.callback)
+            kept_vars.push_back(spec.var);
+    }
+    auto operators = sort_by_dependency(attach_callbacks(outputs));
+    m_memory_manager.set_operator_sequence(operators, kept_vars);
+
+    std::vector<GraphVar*> output_vars;
+    for (const OutputSpec& spec : outputs)
+        output_vars.push_back(spec.var);
+    auto function = std::make_unique<CompiledFunction>(shared_from_this(), std::move(operators),
+                                                       std::move(output_vars));
+    m_current_function = function.get();
+    m_compiling = false;
+    return function;
+}
+
+void ComputeGraph::function_destroyed(CompiledFunction* function) {
+    if (m_current_function == function)
+        m_current_function = nullptr;
+}
+
+GraphVar* ComputeGraph::find_var_by_id(size_t id) const {
+    for (const auto& op : m_operators) {
+        for (GraphVar* var : op->output()) {
+            if (var->id() == id)
+                return var;
+        }
+    }
+    return nullptr;
+}
+
+const std::vector<GraphOperator*>* ComputeGraph::var_receivers(const GraphVar* var) const {
+    const auto found = m_receivers.find(var);
+    return found == m_receivers.end() ? nullptr : &found->second;
+}
+
+void ComputeGraph::share_device_memory_with(ComputeGraph& other) {
+    KERN_CHECK(!m_current_function && !other.m_current_function);
+    m_memory_manager.share_device_memory_with(other.m_memory_manager);
+}
+
+void ComputeGraph::clear_device_memory() {
+    m_memory_manager.clear_device_memory();
+    if (m_current_function)
+        m_current_function->force_replan();
+}
+
+void ComputeGraph::static_memory_source(StaticMemorySource source) {
+    m_memory_manager.static_memory_source(std::move(source));
+}
+
+}  // namespace orb

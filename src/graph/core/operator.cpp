@@ -1,0 +1,189 @@
+#include "graph/core/operator.h"
+
+#include <algorithm>
+
+#include "graph/core/compute_graph.h"
+#include "graph/core/hash.h"
+#include "graph/exec/exec_env.h"
+#include "kernels/check.h"
+
+namespace orb {
+namespace {
+
+constexpr uint64_t HASH_SEED = 0x4b4e74b36b5d11;
+
+bool by_id(const GraphVar* a, const GraphVar* b) {
+    return a->id() < b->id();
+}
+
+}  // namespace
+
+DependencyFlags OperatorProperties::dependency_of(const GraphVar* var) const {
+    for (const auto& entry : dependencies) {
+        if (entry.first == var)
+            return entry.second;
+    }
+    return 0;
+}
+
+void OperatorProperties::add_dependency(GraphVar* var, DependencyFlags added) {
+    for (auto& entry : dependencies) {
+        if (entry.first == var) {
+            entry.second |= added;
+            return;
+        }
+    }
+    dependencies.emplace_back(var, added);
+}
+
+GraphOperator::GraphOperator(ComputeGraph* graph, OperatorConfig config,
+                             const std::string& default_name)
+    : GraphObject(graph), m_config(std::move(config)) {
+    m_name = m_config.name ? *m_config.name : default_name + "[" + std::to_string(id()) + "]";
+}
+
+GraphOperator::~GraphOperator() {
+    for (GraphVar* var : m_output)
+        owner_graph().destroy_var(var);
+}
+
+void GraphOperator::check_new_input(const GraphVar* var) const {
+    KERN_CHECK(var && &var->owner_graph() == &owner_graph());
+    KERN_CHECK(!var->has_flag(var_flag::VOLATILE_CONTENT));
+}
+
+void GraphOperator::add_input(std::initializer_list<GraphVar*> vars, InputOrder order) {
+    add_input(std::vector<GraphVar*>(vars), order);
+}
+
+void GraphOperator::add_input(const std::vector<GraphVar*>& vars, InputOrder order) {
+    KERN_CHECK(m_output.empty() && !m_inserted);
+    const size_t nr_before = m_input.size();
+    for (GraphVar* var : vars) {
+        check_new_input(var);
+        m_input.push_back(var);
+    }
+    if (order == InputOrder::SORT_ADDED)
+        std::stable_sort(m_input.begin() + nr_before, m_input.end(), by_id);
+    else if (order == InputOrder::SORT_ALL)
+        std::stable_sort(m_input.begin(), m_input.end(), by_id);
+}
+
+GraphVar* GraphOperator::add_output() {
+    KERN_CHECK(!m_inserted);
+    m_output.push_back(owner_graph().make_var(this));
+    return m_output.back();
+}
+
+GraphVar* GraphOperator::add_output(const std::string& suffix) {
+    return &add_output()->name(m_name + ":" + suffix);
+}
+
+GraphVar* GraphOperator::add_workspace_output() {
+    return &add_output("workspace")
+                ->add_flag(var_flag::VOLATILE_CONTENT | var_flag::ALLOW_EMPTY_SHAPE)
+                .dtype(kern::DType::Byte());
+}
+
+void GraphOperator::add_equality_key(uint64_t word) {
+    KERN_CHECK(!m_inserted);
+    m_equality_keys.push_back(word);
+}
+
+uint64_t GraphOperator::hash() const {
+    Hasher hasher(HASH_SEED);
+    hasher.update(m_input.begin(), m_input.size() * sizeof(GraphVar*));
+    hasher.update_word(reinterpret_cast<uintptr_t>(type_record()));
+    hasher.update_word(m_config.hash());
+    for (CompNode node : m_config.comp_nodes)
+        hasher.update_word(reinterpret_cast<uintptr_t>(node.impl()));
+    for (uint64_t key : m_equality_keys)
+        hasher.update_word(hash_bytes(&key, sizeof(key)));
+    const uint64_t digest = hasher.digest();
+    return digest == 0 ? 1 : digest;
+}
+
+bool GraphOperator::is_same(const GraphOperator& other) const {
+    return m_input.size() == other.m_input.size() && m_config.hash() == other.m_config.hash() &&
+           m_config.is_same(other.m_config) && m_equality_keys == other.m_equality_keys &&
+           std::equal(m_input.begin(), m_input.end(), other.m_input.begin());
+}
+
+const OperatorProperties& GraphOperator::properties() const {
+    if (!m_properties) {
+        m_properties = std::make_unique<OperatorProperties>(make_properties());
+        for (const auto& entry : m_properties->dependencies) {
+            KERN_CHECK(std::find(m_input.begin(), m_input.end(), entry.first) != m_input.end());
+            KERN_CHECK(!(entry.second & dependency::HOST_VALUE_DYNAMIC) ||
+                       (entry.second & dependency::HOST_VALUE));
+        }
+    }
+    return *m_properties;
+}
+
+OperatorProperties GraphOperator::make_properties() const {
+    OperatorProperties properties;
+    for (GraphVar* var : m_input)
+        properties.add_dependency(var, dependency::DEVICE_VALUE);
+    return properties;
+}
+
+void GraphOperator::require_layout(OperatorProperties& properties, GraphVar* var,
+                                   OperatorProperties::LayoutCheck check) {
+    properties.layout_checks.emplace_back(var, std::move(check));
+}
+
+void GraphOperator::require_contiguous_layout(OperatorProperties& properties, GraphVar* var) {
+    require_layout(properties, var,
+                   [](const kern::TensorLayout& layout) { return layout.is_dense(); });
+}
+
+void GraphOperator::require_monotone_layout(OperatorProperties& properties, GraphVar* var) {
+    require_layout(properties, var, [](const kern::TensorLayout& layout) {
+        return layout.is_abs_monotonic_allow_broadcast();
+    });
+}
+
+void GraphOperator::assign_output_dtype() {
+    kern::DType common;
+    for (GraphVar* var : m_input) {
+        KERN_CHECK_TEXT(!common.valid() || common == var->dtype(),
+                        std::string(common.name()) + " " + var->dtype().name());
+        common = var->dtype();
+    }
+    for (GraphVar* var : m_output) {
+        if (var->dtype().valid())
+            continue;
+        KERN_CHECK(common.valid() && common != kern::DType::Byte());
+        var->dtype(common);
+    }
+}
+
+void GraphOperator::assign_output_format() {
+    const kern::TensorFormat* common = kern::default_format();
+    for (GraphVar* var : m_input) {
+        if (var->format()->is_default())
+            continue;
+        KERN_CHECK(common->is_default() || common == var->format());
+        common = var->format();
+    }
+    for (GraphVar* var : m_output)
+        var->format(var->has_flag(var_flag::VOLATILE_CONTENT) ? kern::default_format() : common);
+}
+
+void GraphOperator::plan_output_memory(bool dynamic) {
+    for (GraphVar* var : m_output) {
+        if (var->is_static_storage() == dynamic || var->has_flag(var_flag::NO_SYSTEM_ALLOC))
+            continue;
+        const kern::TensorLayout layout = var->contiguous_layout();
+        var->mem_plan().use_own_chunk(layout, layout.span().high_byte);
+    }
+}
+
+void GraphOperator::execute(OperatorExecEnv& env) {
+    owner_graph().events().operator_begin.signal({this});
+    add_run_task(env);
+    owner_graph().events().operator_end.signal({this});
+}
+
+}  // namespace orb

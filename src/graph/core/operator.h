@@ -1,0 +1,100 @@
+// A computation of a graph: reads input vars, makes output vars. Built by the make function of its
+// class, then owned by the graph. A graph and its operators are built and run by one thread at a
+// time.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "graph/core/graph_object.h"
+#include "graph/core/operator_config.h"
+#include "graph/core/operator_properties.h"
+#include "graph/core/small_vector.h"
+#include "graph/core/var.h"
+
+namespace orb {
+
+class OperatorExecEnv;
+
+// The identity of an operator's class.
+struct OperatorType {
+    const char* name;
+};
+
+class GraphOperator : public GraphObject {
+public:
+    using VarList = SmallVector<GraphVar*, 4>;
+
+    // How `add_input` orders the vars: as given; the added ones by id; all inputs by id (for
+    // operators whose inputs may be exchanged, so that equal expressions merge).
+    enum class InputOrder { AS_GIVEN, SORT_ADDED, SORT_ALL };
+
+    ~GraphOperator() override;
+
+    virtual const OperatorType* type_record() const = 0;
+    const std::string& name() const { return m_name; }
+    const OperatorConfig& config() const { return m_config; }
+    const VarList& input() const { return m_input; }
+    const VarList& output() const { return m_output; }
+    GraphVar* input(size_t index) const { return m_input[index]; }
+    GraphVar* output(size_t index) const { return m_output[index]; }
+    const OperatorProperties& properties() const;
+    bool inserted() const { return m_inserted; }
+
+    // Equal inputs, configuration and parameters give equal hashes and merge.
+    uint64_t hash() const;
+    bool is_same(const GraphOperator& other) const;
+
+    // Appends this operator's tasks for one run.
+    void execute(OperatorExecEnv& env);
+    // Gives static outputs (dynamic ones when `dynamic`) a layout and a chunk, or forwards an
+    // input's.
+    virtual void plan_output_memory(bool dynamic);
+
+protected:
+    friend class ComputeGraph;
+
+    GraphOperator(ComputeGraph* graph, OperatorConfig config, const std::string& default_name);
+
+    void add_input(std::initializer_list<GraphVar*> vars, InputOrder order = InputOrder::AS_GIVEN);
+    void add_input(const std::vector<GraphVar*>& vars, InputOrder order = InputOrder::AS_GIVEN);
+    GraphVar* add_output();
+    // An output with a name of its own: the operator's name, ":" and the suffix.
+    GraphVar* add_output(const std::string& suffix);
+    GraphVar* add_workspace_output();
+    // Parameters take part in equality as words.
+    void add_equality_key(uint64_t word);
+
+    // Steps of insertion, in this order.
+    virtual void assign_output_dtype();
+    virtual void assign_output_nodes() = 0;
+    virtual void assign_output_format();
+    virtual void register_output_inference() = 0;
+
+    // Starts from a device value dependency on every input.
+    virtual OperatorProperties make_properties() const;
+    virtual void add_run_task(OperatorExecEnv& env) = 0;
+
+    // Records that an input must come in a layout that the operator can read; where it does not,
+    // the operator's step begins with a contiguous copy.
+    static void require_layout(OperatorProperties& properties, GraphVar* var,
+                               OperatorProperties::LayoutCheck check);
+    static void require_contiguous_layout(OperatorProperties& properties, GraphVar* var);
+    static void require_monotone_layout(OperatorProperties& properties, GraphVar* var);
+
+    void release_node_resources() override {}
+
+private:
+    void check_new_input(const GraphVar* var) const;
+
+    std::string m_name;
+    OperatorConfig m_config;
+    VarList m_input;
+    VarList m_output;
+    std::vector<uint64_t> m_equality_keys;
+    mutable std::unique_ptr<OperatorProperties> m_properties;
+    bool m_inserted = false;
+};
+
+}  // namespace orb

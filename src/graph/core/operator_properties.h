@@ -1,0 +1,45 @@
+// How an operator uses its inputs: computed once, when the operator is first asked.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "kernels/layout.h"
+
+namespace orb {
+
+class GraphVar;
+
+using DependencyFlags = uint32_t;
+
+namespace dependency {
+
+constexpr DependencyFlags DEVICE_VALUE = 1;
+constexpr DependencyFlags HOST_VALUE = 2;
+// The output's storage depends on the host value; only together with HOST_VALUE.
+constexpr DependencyFlags HOST_VALUE_DYNAMIC = 4;
+constexpr DependencyFlags SHAPE = 8;
+// Counted for the reuse of memory; only together with DEVICE_VALUE or HOST_VALUE.
+constexpr DependencyFlags COUNTED = 32;
+
+}  // namespace dependency
+
+struct OperatorProperties {
+    static constexpr uint32_t SINGLE_NODE = 1;
+    static constexpr uint32_t CROSS_MEMORY_NODE = 2;  // may read inputs of other memory nodes
+
+    // Whether a layout can be read by the operator as it is.
+    using LayoutCheck = std::function<bool(const kern::TensorLayout&)>;
+
+    uint32_t flags = 0;
+    // In the order of first use.
+    std::vector<std::pair<GraphVar*, DependencyFlags>> dependencies;
+    std::vector<std::pair<GraphVar*, LayoutCheck>> layout_checks;
+
+    DependencyFlags dependency_of(const GraphVar* var) const;
+    void add_dependency(GraphVar* var, DependencyFlags flags);
+};
+
+}  // namespace orb

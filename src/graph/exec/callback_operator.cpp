@@ -1,0 +1,44 @@
+#include "graph/exec/callback_operator.h"
+
+namespace orb {
+
+CallbackOperator::CallbackOperator(GraphVar* var)
+    : SingleNodeOperator(&var->owner_graph(), OperatorConfig{}, "callback") {
+    add_input({var});
+    add_output()
+        ->add_flag(var_flag::VOLATILE_CONTENT | var_flag::ALLOW_EMPTY_SHAPE)
+        .dtype(var->dtype());
+}
+
+CallbackOperator* CallbackOperator::make(GraphVar* var) {
+    std::unique_ptr<GraphOperator> op(new CallbackOperator(var));
+    return static_cast<CallbackOperator*>(var->owner_graph().insert_operator(std::move(op)));
+}
+
+const OperatorType* CallbackOperator::type_record() const {
+    static constexpr OperatorType TYPE{"CallbackOperator"};
+    return &TYPE;
+}
+
+void CallbackOperator::register_output_inference() {
+    ShapeInferDescriptor rule;
+    rule.source = InferSource::CONSTANT;
+    rule.infer = [](kern::TensorShape& shape, const std::vector<InferInput>&) {
+        shape = {0};
+        return true;
+    };
+    owner_graph().inference_manager().add_shape_rule(output(0), std::move(rule));
+}
+
+OperatorProperties CallbackOperator::make_properties() const {
+    OperatorProperties properties = SingleNodeOperator::make_properties();
+    properties.add_dependency(input(0), dependency::COUNTED);
+    return properties;
+}
+
+void CallbackOperator::run_on_node() {
+    for (const OutputCallback& callback : m_callbacks)
+        callback(input_value(0));
+}
+
+}  // namespace orb

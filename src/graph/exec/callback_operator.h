@@ -1,0 +1,28 @@
+// Hands a var's value to the callbacks of a compiled function. One per var, made by `compile`.
+#pragma once
+
+#include "graph/core/compute_graph.h"
+#include "graph/core/single_node_operator.h"
+
+namespace orb {
+
+class CallbackOperator final : public SingleNodeOperator {
+public:
+    static CallbackOperator* make(GraphVar* var);
+
+    const OperatorType* type_record() const override;
+    void clear_callbacks() { m_callbacks.clear(); }
+    void add_callback(OutputCallback callback) { m_callbacks.push_back(std::move(callback)); }
+
+protected:
+    void register_output_inference() override;
+    OperatorProperties make_properties() const override;
+    void run_on_node() override;
+
+private:
+    explicit CallbackOperator(GraphVar* var);
+
+    std::vector<OutputCallback> m_callbacks;
+};
+
+}  // namespace orb

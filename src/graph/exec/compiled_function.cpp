@@ -1,0 +1,96 @@
+#include "graph/exec/compiled_function.h"
+
+#include <algorithm>
+
+#include "kernels/check.h"
+
+namespace orb {
+
+CompiledFunction::CompiledFunction(std::shared_ptr<ComputeGraph> graph,
+                                   std::vector<GraphOperator*> operators,
+                                   std::vector<GraphVar*> output_vars)
+    : m_graph(std::move(graph)),
+      m_operators(std::move(operators)),
+      m_output_vars(std::move(output_vars)) {
+    for (const GraphOperator* op : m_operators) {
+        for (const GraphVar* var : op->output()) {
+            const CompNode node = var->comp_node();
+            if (std::find(m_comp_nodes.begin(), m_comp_nodes.end(), node) == m_comp_nodes.end())
+                m_comp_nodes.push_back(node);
+        }
+    }
+}
+
+CompiledFunction::~CompiledFunction() {
+    if (m_graph)
+        m_graph->function_destroyed(this);
+}
+
+CompiledFunction& CompiledFunction::execute() {
+    check_not_finalized();
+    KERN_CHECK(m_graph && m_graph->current_function() == this);
+    wait();
+    ++m_run_count;
+    VarMemoryManager& memory = m_graph->memory_manager();
+    const std::lock_guard<std::mutex> run_lock(m_graph->run_mutex());
+    const VarMemoryManager::BusyMark busy(memory);
+    // Cleared only after success: a plan that failed for lack of memory is made again.
+    memory.allocate_static_memory(m_force_replan);
+    m_force_replan = false;
+    m_graph->events().before_run.signal({this});
+    if (m_needs_init)
+        build_env();
+    m_exec_env.run();
+    m_wait_needed = true;
+    return *this;
+}
+
+void CompiledFunction::build_env() {
+    m_exec_env.clear();
+    for (GraphOperator* op : m_operators)
+        op->execute(m_exec_env);
+    m_needs_init = false;
+}
+
+void CompiledFunction::wait() {
+    if (!m_wait_needed)
+        return;
+    for (CompNode node : m_comp_nodes)
+        node.sync();
+    m_wait_needed = false;
+    m_graph->events().run_finished.signal({this, last_run_time()});
+}
+
+double CompiledFunction::last_run_time() const {
+    KERN_CHECK(!m_wait_needed);
+    return 0.0;
+}
+
+void CompiledFunction::iterate_operators(
+    const std::function<bool(GraphOperator*)>& function) const {
+    for (GraphOperator* op : m_operators) {
+        if (!function(op))
+            return;
+    }
+}
+
+void CompiledFunction::clear_device_memory() {
+    check_not_finalized();
+    wait();
+    m_graph->clear_device_memory();
+}
+
+void CompiledFunction::retire() {
+    wait();
+    m_exec_env.clear();
+    m_operators.clear();
+    m_needs_init = true;
+}
+
+std::shared_ptr<void> CompiledFunction::on_node_finalize() {
+    wait();
+    m_exec_env.clear();
+    return nullptr;
+}
+
+}  // namespace orb

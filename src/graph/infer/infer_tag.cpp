@@ -1,0 +1,164 @@
+#include "graph/infer/infer_tag.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "graph/core/var.h"
+#include "kernels/check.h"
+
+namespace orb {
+
+const std::set<const GraphVar*>& InferTag::missing_inputs() const {
+    static const auto* none = new std::set<const GraphVar*>();
+    return m_missing_inputs ? *m_missing_inputs : *none;
+}
+
+void InferTag::classify(InferSource source, const std::vector<InferTag*>& deps) {
+    KERN_CHECK(!m_has_rule);
+    m_has_rule = true;
+    if (source != InferSource::DEPENDENT) {
+        KERN_CHECK(deps.empty());
+        m_kind = source == InferSource::CONSTANT ? InferKind::CONSTANT : InferKind::RUNTIME_STATIC;
+        return;
+    }
+    KERN_CHECK(!deps.empty());
+    m_kind = InferKind::CONSTANT;
+    for (InferTag* dep : deps) {
+        m_deps.push_back(dep);
+        dep->m_dependents.insert(this);
+        InferKind dep_kind = dep->m_kind;
+        if (dep_kind == InferKind::NO_RULE)
+            dep_kind = dep->known_without_rule() ? InferKind::CONSTANT : InferKind::MISSING_INPUT;
+        m_kind = std::max(m_kind, dep_kind);
+        if (dep_kind == InferKind::MISSING_INPUT)
+            merge_missing_inputs(*dep);
+    }
+}
+
+void InferTag::merge_missing_inputs(const InferTag& dep) {
+    if (dep.m_missing_inputs && !m_missing_inputs) {
+        m_missing_inputs = dep.m_missing_inputs;
+        return;
+    }
+    auto merged = std::make_shared<std::set<const GraphVar*>>(missing_inputs());
+    if (dep.m_missing_inputs)
+        merged->insert(dep.m_missing_inputs->begin(), dep.m_missing_inputs->end());
+    else
+        merged->insert(dep.m_var);
+    m_missing_inputs = std::move(merged);
+}
+
+bool InferTag::update(bool recompute) {
+    if (m_cached && !(recompute && is_mutable_source()))
+        return m_has_result;
+
+    uint32_t version_sum = 0;
+    std::vector<InferInput> inputs;
+    inputs.reserve(m_deps.size());
+    for (InferTag* dep : m_deps) {
+        if (!dep->update()) {
+            m_has_result = false;
+            m_cached = true;
+            return false;
+        }
+        version_sum += dep->m_version;
+        inputs.push_back(dep->result());
+    }
+    const bool deps_unchanged =
+        !m_deps.empty() && m_has_result && version_sum == m_last_dep_version_sum;
+    if (!deps_unchanged) {
+        const bool had_result = m_has_result;
+        const InferOutcome outcome = do_infer(inputs);
+        m_has_result = outcome != InferOutcome::NO_RESULT;
+        if (m_has_result)
+            m_last_dep_version_sum = version_sum;
+        if (outcome != InferOutcome::UNCHANGED || !had_result) {
+            ++m_version;
+            for (InferTag* dependent : m_dependents)
+                dependent->invalidate();
+        }
+    }
+    m_cached = true;
+    return m_has_result;
+}
+
+void InferTag::invalidate() {
+    // What depends on an uncached tag is uncached already.
+    if (!m_cached)
+        return;
+    m_cached = false;
+    for (InferTag* dependent : m_dependents)
+        dependent->invalidate();
+}
+
+void InferTag::detach() {
+    KERN_CHECK(m_dependents.empty());
+    for (InferTag* dep : m_deps)
+        dep->m_dependents.erase(this);
+    m_deps.clear();
+}
+
+InferInput ShapeInferTag::result() const {
+    InferInput input;
+    input.shape = &m_shape;
+    return input;
+}
+
+bool ShapeInferTag::known_without_rule() const {
+    return var()->shape().ndim != 0;
+}
+
+InferTag::InferOutcome ShapeInferTag::do_infer(const std::vector<InferInput>& inputs) {
+    kern::TensorShape shape;
+    if (!has_rule()) {
+        shape = var()->shape();
+        if (shape.ndim == 0)
+            return InferOutcome::NO_RESULT;
+    } else {
+        if (!m_infer(shape, inputs)) {
+            KERN_CHECK(is_mutable_source());
+            return InferOutcome::NO_RESULT;
+        }
+        KERN_CHECK(shape.ndim != 0 || var()->has_flag(var_flag::ALLOW_EMPTY_SHAPE));
+    }
+    if (shape.same_shape(m_shape) && version() != 0)
+        return InferOutcome::UNCHANGED;
+    m_shape = shape;
+    return InferOutcome::CHANGED;
+}
+
+ValueInferTag::ValueInferTag(GraphVar* var)
+    : InferTag(var), m_value(CompNode::default_cpu(), var->dtype()) {}
+
+InferInput ValueInferTag::result() const {
+    InferInput input;
+    input.value = &m_value;
+    return input;
+}
+
+bool ValueInferTag::read_from_var(HostTensorND& value) const {
+    if (!var()->has_device_value())
+        return false;
+    value.copy_from(var()->device_value());
+    var()->comp_node().sync();
+    return true;
+}
+
+InferTag::InferOutcome ValueInferTag::do_infer(const std::vector<InferInput>& inputs) {
+    HostTensorND value(CompNode::default_cpu(), var()->dtype());
+    if (!(has_rule() ? m_infer(value, inputs) : read_from_var(value))) {
+        KERN_CHECK(!has_rule() || is_mutable_source());
+        return InferOutcome::NO_RESULT;
+    }
+    KERN_CHECK(value.dtype() == var()->dtype());
+    KERN_CHECK(var()->shape().ndim == 0 || value.shape().same_shape(var()->shape()));
+    const size_t bytes = value.layout().span().high_byte;
+    const bool unchanged = version() != 0 && value.shape().same_shape(m_value.shape()) &&
+                           std::memcmp(value.raw_ptr(), m_value.raw_ptr(), bytes) == 0;
+    if (unchanged)
+        return InferOutcome::UNCHANGED;
+    m_value = value;
+    return InferOutcome::CHANGED;
+}
+
+}  // namespace orb

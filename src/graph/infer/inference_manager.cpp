@@ -1,0 +1,176 @@
+#include "graph/infer/inference_manager.h"
+
+#include "graph/core/compute_graph.h"
+#include "kernels/check.h"
+
+namespace orb {
+
+using Lock = std::lock_guard<std::recursive_mutex>;
+
+ShapeInferTag* InferenceManager::get_shape_tag(GraphVar* var) {
+    auto& tag = m_tags[var].shape;
+    if (!tag)
+        tag = std::make_unique<ShapeInferTag>(var);
+    return tag.get();
+}
+
+ValueInferTag* InferenceManager::get_value_tag(GraphVar* var) {
+    auto& tag = m_tags[var].value;
+    if (!tag)
+        tag = std::make_unique<ValueInferTag>(var);
+    return tag.get();
+}
+
+std::vector<InferTag*> InferenceManager::get_dep_tags(const std::vector<InferDep>& deps) {
+    std::vector<InferTag*> tags;
+    for (const InferDep& dep : deps) {
+        KERN_CHECK(&dep.var->owner_graph() == m_graph);
+        if (dep.type == InferDepType::SHAPE)
+            tags.push_back(get_shape_tag(dep.var));
+        else
+            tags.push_back(get_value_tag(dep.var));
+    }
+    return tags;
+}
+
+void InferenceManager::check_may_register(const GraphVar* var) const {
+    KERN_CHECK(m_graph->current_operator() == var->owner_operator());
+}
+
+void InferenceManager::add_shape_rule(GraphVar* var, ShapeInferDescriptor descriptor) {
+    const Lock lock(m_mutex);
+    check_may_register(var);
+    ShapeInferTag* tag = get_shape_tag(var);
+    tag->classify(descriptor.source, get_dep_tags(descriptor.deps));
+    tag->set_rule(std::move(descriptor));
+    if (tag->kind() != InferKind::CONSTANT || var->has_flag(var_flag::VOLATILE_CONTENT))
+        return;
+    KERN_CHECK(tag->update());
+    var->shape(tag->shape());
+    var->freeze_shape();
+}
+
+void InferenceManager::add_value_rule(GraphVar* var, ValueInferDescriptor descriptor) {
+    const Lock lock(m_mutex);
+    check_may_register(var);
+    ValueInferTag* tag = get_value_tag(var);
+    tag->classify(descriptor.source, get_dep_tags(descriptor.deps));
+    tag->set_rule(std::move(descriptor));
+}
+
+InferKind InferenceManager::shape_kind(const GraphVar* var) const {
+    const Lock lock(m_mutex);
+    const auto found = m_tags.find(var);
+    return found == m_tags.end() || !found->second.shape ? InferKind::NO_RULE
+                                                         : found->second.shape->kind();
+}
+
+InferKind InferenceManager::value_kind(const GraphVar* var) const {
+    const Lock lock(m_mutex);
+    const auto found = m_tags.find(var);
+    return found == m_tags.end() || !found->second.value ? InferKind::NO_RULE
+                                                         : found->second.value->kind();
+}
+
+std::vector<const GraphVar*> InferenceManager::missing_inputs_of_shape(const GraphVar* var) const {
+    const Lock lock(m_mutex);
+    const auto found = m_tags.find(var);
+    if (found == m_tags.end() || !found->second.shape)
+        return {};
+    const auto& missing = found->second.shape->missing_inputs();
+    return {missing.begin(), missing.end()};
+}
+
+const kern::TensorShape* InferenceManager::try_shape_of_var(GraphVar* var) {
+    const Lock lock(m_mutex);
+    ShapeInferTag* tag = get_shape_tag(var);
+    return tag->update(true) ? &tag->shape() : nullptr;
+}
+
+const kern::TensorShape& InferenceManager::shape_of_var(GraphVar* var) {
+    const kern::TensorShape* shape = try_shape_of_var(var);
+    KERN_CHECK(shape);
+    return *shape;
+}
+
+const HostTensorND* InferenceManager::try_value_of_var(GraphVar* var) {
+    const Lock lock(m_mutex);
+    ValueInferTag* tag = get_value_tag(var);
+    return tag->update(true) ? &tag->value() : nullptr;
+}
+
+const HostTensorND& InferenceManager::value_of_var(GraphVar* var) {
+    const HostTensorND* value = try_value_of_var(var);
+    KERN_CHECK(value);
+    return *value;
+}
+
+const kern::TensorShape& InferenceManager::runtime_shape_of_var(GraphVar* var) {
+    const Lock lock(m_mutex);
+    ShapeInferTag* tag = get_shape_tag(var);
+    invalidate_missing(tag);
+    KERN_CHECK(tag->update());
+    var->shape(tag->shape());
+    return tag->shape();
+}
+
+// Values that execution produces have no rule that could tell of a change, so they are read again.
+void InferenceManager::invalidate_missing(InferTag* tag) {
+    if (!tag->has_rule())
+        tag->invalidate();
+    for (InferTag* dep : tag->deps()) {
+        if (!is_static(dep->kind()))
+            invalidate_missing(dep);
+    }
+}
+
+InferenceManager::UpdateList InferenceManager::make_update_list(
+    const std::vector<GraphVar*>& vars) {
+    const Lock lock(m_mutex);
+    UpdateList list;
+    std::unordered_set<InferTag*> seen;
+    std::vector<InferTag*> pending;
+    for (GraphVar* var : vars) {
+        list.shapes.push_back(get_shape_tag(var));
+        pending.push_back(list.shapes.back());
+    }
+    while (!pending.empty()) {
+        InferTag* tag = pending.back();
+        pending.pop_back();
+        if (tag->kind() != InferKind::RUNTIME_STATIC || !seen.insert(tag).second)
+            continue;
+        if (tag->is_mutable_source())
+            list.sources.push_back(tag);
+        pending.insert(pending.end(), tag->deps().begin(), tag->deps().end());
+    }
+    return list;
+}
+
+bool InferenceManager::update(const UpdateList& list) {
+    const Lock lock(m_mutex);
+    for (InferTag* source : list.sources)
+        source->update(true);
+    bool changed = false;
+    for (ShapeInferTag* tag : list.shapes) {
+        KERN_CHECK(tag->update());
+        if (!tag->shape().same_shape(tag->var()->shape())) {
+            tag->var()->shape(tag->shape());
+            changed = true;
+        }
+    }
+    return changed;
+}
+
+void InferenceManager::remove_var(GraphVar* var) {
+    const Lock lock(m_mutex);
+    const auto found = m_tags.find(var);
+    if (found == m_tags.end())
+        return;
+    if (found->second.value)
+        found->second.value->detach();
+    if (found->second.shape)
+        found->second.shape->detach();
+    m_tags.erase(found);
+}
+
+}  // namespace orb

@@ -1,0 +1,72 @@
+#include "graph/opr/dimension_shuffle.h"
+
+#include <algorithm>
+
+#include "kernels/check.h"
+
+namespace orb {
+
+DimensionShuffle::DimensionShuffle(GraphVar* var, const std::vector<int>& pattern,
+                                   size_t source_ndim, const OperatorConfig& config)
+    : SingleNodeOperator(&var->owner_graph(), config, "dimshuffle"),
+      m_pattern(pattern),
+      m_source_ndim(source_ndim) {
+    add_input({var});
+    add_output()->dtype(var->dtype());
+    add_equality_key(source_ndim);
+    for (int axis : pattern)
+        add_equality_key(static_cast<uint64_t>(axis));
+}
+
+GraphVar* DimensionShuffle::make(GraphVar* var, const std::vector<int>& pattern, size_t source_ndim,
+                                 const OperatorConfig& config) {
+    KERN_CHECK(!pattern.empty() && pattern.size() <= kern::TensorShape::MAX_NDIM);
+    if (source_ndim == 0)
+        source_ndim = static_cast<size_t>(*std::max_element(pattern.begin(), pattern.end()) + 1);
+    for (int axis : pattern)
+        KERN_CHECK(axis == NEW_AXIS || (axis >= 0 && static_cast<size_t>(axis) < source_ndim));
+    return insert(
+        std::unique_ptr<GraphOperator>(new DimensionShuffle(var, pattern, source_ndim, config)));
+}
+
+const OperatorType* DimensionShuffle::type_record() const {
+    static constexpr OperatorType TYPE{"DimensionShuffle"};
+    return &TYPE;
+}
+
+kern::TensorLayout DimensionShuffle::shuffled(const kern::TensorLayout& layout) const {
+    KERN_CHECK(layout.ndim == m_source_ndim);
+    for (size_t axis = 0; axis < layout.ndim; ++axis) {
+        const bool is_used = std::find(m_pattern.begin(), m_pattern.end(),
+                                       static_cast<int>(axis)) != m_pattern.end();
+        KERN_CHECK(is_used || layout[axis] == 1);
+    }
+    kern::TensorLayout result(layout.dtype, layout.format);
+    result.ndim = m_pattern.size();
+    for (size_t i = 0; i < m_pattern.size(); ++i) {
+        const bool is_new = m_pattern[i] == NEW_AXIS;
+        const size_t axis = is_new ? 0 : static_cast<size_t>(m_pattern[i]);
+        result.shape[i] = is_new ? 1 : layout.shape[axis];
+        result.stride[i] = is_new ? 1 : layout.stride[axis];
+    }
+    return result;
+}
+
+void DimensionShuffle::register_output_inference() {
+    ShapeInferDescriptor rule;
+    rule.deps = {{input(0), InferDepType::SHAPE}};
+    rule.infer = [this](kern::TensorShape& shape, const std::vector<InferInput>& inputs) {
+        shape = shuffled(kern::TensorLayout(*inputs[0].shape, input(0)->dtype()));
+        return true;
+    };
+    owner_graph().inference_manager().add_shape_rule(output(0), std::move(rule));
+}
+
+void DimensionShuffle::plan_output_memory(bool dynamic) {
+    if (output(0)->is_static_storage() == dynamic)
+        return;
+    const SubTensorRegion region(shuffled(input(0)->mem_plan().layout), 0);
+    KERN_CHECK(owner_graph().memory_manager().forward_input_readonly(input(0), output(0), region));
+}
+
+}  // namespace orb

@@ -1,0 +1,111 @@
+#include "kernels/elementwise.h"
+
+#include <algorithm>
+
+#include "kernels/broadcast.h"
+#include "kernels/check.h"
+
+namespace kern {
+namespace {
+
+constexpr ModeTrait MODE_TRAITS[] = {
+#define KERN_ELEMENTWISE_MODE(number, NAME, text, arity, commutable, allow_int, allow_float, ...) \
+    {arity, commutable, allow_int, allow_float, text},
+#include "kernels/elementwise_modes.inc"
+#undef KERN_ELEMENTWISE_MODE
+};
+
+constexpr ElementwiseMode MODES_IN_ORDER[] = {
+#define KERN_ELEMENTWISE_MODE(number, NAME, ...) ElementwiseMode::NAME,
+#include "kernels/elementwise_modes.inc"
+#undef KERN_ELEMENTWISE_MODE
+};
+
+constexpr uint32_t NR_MODES = sizeof(MODE_TRAITS) / sizeof(MODE_TRAITS[0]);
+
+constexpr bool rows_are_in_order() {
+    for (uint32_t i = 0; i < NR_MODES; ++i) {
+        if (MODES_IN_ORDER[i] != static_cast<ElementwiseMode>(i))
+            return false;
+    }
+    return true;
+}
+static_assert(rows_are_in_order(), "a mode's number is its row in the table");
+
+bool accepts(ElementwiseMode mode, DType dtype) {
+    const ModeTrait& trait = ModeTrait::of(mode);
+    const bool fused =
+        mode == ElementwiseMode::FUSE_MUL_ADD3 || mode == ElementwiseMode::FUSE_MUL_ADD4;
+    switch (dtype.category()) {
+        case DTypeCategory::FLOAT:
+            return trait.allow_float || fused;
+        case DTypeCategory::INTEGER:
+            return trait.allow_int || fused;
+        default:
+            return false;
+    }
+}
+
+// Of x * y + z * w, x and z must have one layout, and y and w too; within a product the factors may
+// stand either way round.
+void check_fused_pairs(const std::vector<RawTensor>& inputs, const TensorLayout& output) {
+    const TensorLayout* x = &inputs[0].layout;
+    const TensorLayout* y = &inputs[1].layout;
+    const TensorLayout* z = &inputs[2].layout;
+    const TensorLayout* w = &inputs[3].layout;
+    if (!x->same_layout(output))
+        std::swap(x, y);
+    if (!z->same_layout(output))
+        std::swap(z, w);
+    KERN_CHECK(x->same_layout(*z) && y->same_layout(*w));
+}
+
+}  // namespace
+
+const ModeTrait& ModeTrait::of(ElementwiseMode mode) {
+    const auto number = static_cast<uint32_t>(mode);
+    KERN_CHECK(number < NR_MODES);
+    return MODE_TRAITS[number];
+}
+
+TensorShape Elementwise::deduce_output_shape(const std::vector<TensorShape>& inputs) {
+    TensorShape result;
+    for (const TensorShape& input : inputs) {
+        KERN_CHECK(input.ndim != 0);
+        result.ndim = std::max(result.ndim, input.ndim);
+    }
+    std::fill(result.shape, result.shape + result.ndim, size_t{1});
+    for (const TensorShape& input : inputs) {
+        for (size_t from_right = 1; from_right <= input.ndim; ++from_right) {
+            size_t& length = result[result.ndim - from_right];
+            const size_t wanted = input[input.ndim - from_right];
+            KERN_CHECK(length == wanted || length == 1 || wanted == 1);
+            length = length == 1 ? wanted : length;
+        }
+    }
+    return result;
+}
+
+void Elementwise::check_exec(const std::vector<RawTensor>& inputs, const RawTensor& output) const {
+    KERN_CHECK(inputs.size() == ModeTrait::of(m_param.mode).arity);
+    const DType dtype = inputs[0].layout.dtype;
+    KERN_CHECK(dtype.valid() && accepts(m_param.mode, dtype));
+    for (const RawTensor& input : inputs)
+        KERN_CHECK(input.layout.dtype == dtype);
+    // Not empty: a layout with a zero-length axis is not dense.
+    KERN_CHECK(output.layout.is_dense() && output.layout.ndim != 0);
+    KERN_CHECK(output.layout.dtype == dtype);
+    if (m_param.mode == ElementwiseMode::FUSE_MUL_ADD4)
+        check_fused_pairs(inputs, output.layout);
+}
+
+BroadcastSet::BroadcastSet(const std::vector<RawTensor>& inputs, const TensorShape& output) {
+    KERN_CHECK(inputs.size() <= MAX_ARITY);
+    element_count = output.element_count();
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        views[i] = {inputs[i].raw_ptr, inputs[i].layout.broadcast_to(output).collapsed()};
+        max_ndim = std::max(max_ndim, static_cast<int>(views[i].layout.ndim));
+    }
+}
+
+}  // namespace kern

@@ -1,0 +1,167 @@
+#include "kernels/fallback/packed_product.h"
+
+#include <algorithm>
+
+#include "kernels/checked_math.h"
+#include "kernels/simd/f32x4.h"
+
+namespace kern::fallback {
+namespace {
+
+using simd::F32x4;
+
+constexpr size_t LANES = 4;
+constexpr size_t PANEL_ROWS = 8;
+constexpr size_t PANEL_COLUMNS = 12;
+constexpr size_t TILE_ROWS = 4;  // 4 x 12 accumulators leave room in sixteen registers
+constexpr size_t TILE_VECTORS = PANEL_COLUMNS / LANES;
+constexpr size_t PANEL_ALIGNMENT = 16;
+
+// Bytes of all panels of one operand, up to a whole cache line.
+size_t panel_bytes(size_t lines, size_t panel_width, size_t depth) {
+    const size_t values = checked_mul(round_up(lines, panel_width), depth);
+    return round_up(checked_mul(values, sizeof(float)), 64);
+}
+
+// Where the operand's lines (rows of A, columns of B) lie: both steps in elements, one of them 1.
+struct Lines {
+    const float* first;
+    ptrdiff_t line_step;
+    ptrdiff_t k_step;
+};
+
+// Packs lines that are contiguous along k: blocks of 4 x 4 values are turned in registers.
+template <size_t WIDTH>
+void pack_turned(const float* first, ptrdiff_t line_step, size_t depth, float* panel) {
+    size_t k = 0;
+    for (; k + LANES <= depth; k += LANES) {
+        for (size_t lane = 0; lane < WIDTH; lane += LANES) {
+            const float* source = at_step(first, lane, line_step) + k;
+            F32x4 r0 = simd::load(source);
+            F32x4 r1 = simd::load(source + line_step);
+            F32x4 r2 = simd::load(source + 2 * line_step);
+            F32x4 r3 = simd::load(source + 3 * line_step);
+            simd::transpose(r0, r1, r2, r3);
+            float* target = panel + k * WIDTH + lane;
+            simd::store(target, r0);
+            simd::store(target + WIDTH, r1);
+            simd::store(target + 2 * WIDTH, r2);
+            simd::store(target + 3 * WIDTH, r3);
+        }
+    }
+    for (; k < depth; ++k) {
+        for (size_t lane = 0; lane < WIDTH; ++lane)
+            panel[k * WIDTH + lane] = at_step(first, lane, line_step)[k];
+    }
+}
+
+// Packs `count` lines, at most WIDTH, as a depth x WIDTH array; missing lines are zeros.
+template <size_t WIDTH>
+void pack_panel(const Lines& lines, size_t count, size_t depth, float* panel) {
+    if (count == WIDTH && lines.k_step == 1) {
+        pack_turned<WIDTH>(lines.first, lines.line_step, depth, panel);
+        return;
+    }
+    for (size_t k = 0; k < depth; ++k) {
+        const float* source = at_step(lines.first, k, lines.k_step);
+        float* target = panel + k * WIDTH;
+        for (size_t lane = 0; lane < count; ++lane)
+            target[lane] = *at_step(source, lane, lines.line_step);
+        std::fill(target + count, target + WIDTH, 0.0f);
+    }
+}
+
+inline void store_row(const F32x4 (&sums)[TILE_VECTORS], float* c, size_t columns) {
+    float values[PANEL_COLUMNS];
+    float* target = columns == PANEL_COLUMNS ? c : values;
+    simd::store(target, sums[0]);
+    simd::store(target + LANES, sums[1]);
+    simd::store(target + 2 * LANES, sums[2]);
+    if (target == values)
+        std::copy(values, values + columns, c);
+}
+
+// The product of ROWS rows of an A panel and a B panel, into C's real columns.
+template <size_t ROWS>
+void multiply_tile(const float* a, const float* b, size_t depth, float* c, ptrdiff_t c_row,
+                   size_t columns) {
+    F32x4 sums[ROWS][TILE_VECTORS];
+    for (auto& row : sums)
+        row[0] = row[1] = row[2] = simd::zero();
+    for (size_t k = 0; k < depth; ++k, a += PANEL_ROWS, b += PANEL_COLUMNS) {
+        const F32x4 b0 = simd::load_aligned(b);
+        const F32x4 b1 = simd::load_aligned(b + LANES);
+        const F32x4 b2 = simd::load_aligned(b + 2 * LANES);
+#pragma GCC unroll 4
+        for (size_t row = 0; row < ROWS; ++row) {
+            const F32x4 factor = simd::broadcast(a[row]);
+            sums[row][0] = simd::add_product(sums[row][0], factor, b0);
+            sums[row][1] = simd::add_product(sums[row][1], factor, b1);
+            sums[row][2] = simd::add_product(sums[row][2], factor, b2);
+        }
+    }
+    // Unrolled, as the sums must be able to stay in registers.
+#pragma GCC unroll 4
+    for (size_t row = 0; row < ROWS; ++row)
+        store_row(sums[row], at_step(c, row, c_row), columns);
+}
+
+// Only the panel's real rows are computed: a single query does not pay for eight.
+void multiply_panels(const float* a, size_t rows, const float* b, size_t depth, float* c,
+                     ptrdiff_t c_row, size_t columns) {
+    for (; rows >= TILE_ROWS; rows -= TILE_ROWS, a += TILE_ROWS) {
+        multiply_tile<TILE_ROWS>(a, b, depth, c, c_row, columns);
+        c = at_step(c, TILE_ROWS, c_row);
+    }
+    switch (rows) {
+        case 3:
+            return multiply_tile<3>(a, b, depth, c, c_row, columns);
+        case 2:
+            return multiply_tile<2>(a, b, depth, c, c_row, columns);
+        case 1:
+            return multiply_tile<1>(a, b, depth, c, c_row, columns);
+        default:
+            return;
+    }
+}
+
+}  // namespace
+
+size_t packed_product_workspace(size_t rows, size_t columns, size_t depth) {
+    const size_t panels = checked_add(panel_bytes(rows, PANEL_ROWS, depth),
+                                      panel_bytes(columns, PANEL_COLUMNS, depth));
+    return checked_add(panels, 2 * PANEL_ALIGNMENT);
+}
+
+void packed_product(const MatrixMulArgs& args, void* workspace) {
+    if (args.rows == 0 || args.columns == 0)
+        return;
+    const auto misalignment = reinterpret_cast<uintptr_t>(workspace) % PANEL_ALIGNMENT;
+    auto* base = static_cast<uint8_t*>(workspace) +
+                 (misalignment == 0 ? 0 : PANEL_ALIGNMENT - misalignment);
+    void* a_area = base;
+    void* b_area = base + panel_bytes(args.rows, PANEL_ROWS, args.depth) + PANEL_ALIGNMENT;
+    auto* a_panels = static_cast<float*>(a_area);
+    auto* b_panel = static_cast<float*>(b_area);
+
+    const auto* a = static_cast<const float*>(args.a);
+    const auto* b = static_cast<const float*>(args.b);
+    auto* c = static_cast<float*>(args.c);
+    for (size_t i = 0; i < args.rows; i += PANEL_ROWS) {
+        const Lines lines{at_step(a, i, args.a_row), args.a_row, args.a_k};
+        pack_panel<PANEL_ROWS>(lines, std::min(PANEL_ROWS, args.rows - i), args.depth,
+                               a_panels + i * args.depth);
+    }
+    // A panel of B is used up before the next is packed, so all take the same place, which stays in
+    // the nearest cache.
+    for (size_t j = 0; j < args.columns; j += PANEL_COLUMNS) {
+        const size_t columns = std::min(PANEL_COLUMNS, args.columns - j);
+        const Lines lines{at_step(b, j, args.b_column), args.b_column, args.b_k};
+        pack_panel<PANEL_COLUMNS>(lines, columns, args.depth, b_panel);
+        for (size_t i = 0; i < args.rows; i += PANEL_ROWS)
+            multiply_panels(a_panels + i * args.depth, std::min(PANEL_ROWS, args.rows - i), b_panel,
+                            args.depth, at_step(c, i, args.c_row) + j, args.c_row, columns);
+    }
+}
+
+}  // namespace kern::fallback

@@ -1,0 +1,120 @@
+#include "kernels/fallback/reduce.h"
+
+#include <algorithm>
+
+#include "kernels/fallback/reduce_lines.h"
+#include "kernels/reduce_policies.h"
+
+namespace kern::fallback {
+namespace {
+
+// Reduces the lines and writes their results side by side.
+template <typename Policy, typename T, typename Out, typename Lines>
+void write_results(const Lines& lines, size_t length, Out* dst) {
+    T results[MAX_LINES];
+    reduce_range<Policy>(lines, 0, length, results);
+    for (size_t line = 0; line < lines.count(); ++line)
+        dst[line] = static_cast<Out>(Policy::finish(results[line], length));
+}
+
+// Accumulates in T; a stored type that is not T is a narrower or wider float.
+template <typename Policy, typename T, typename In, typename Out>
+void reduce_all(const AxisSplit& split, const void* src_ptr, void* dst_ptr) {
+    const In* src = static_cast<const In*>(src_ptr);
+    Out* dst = static_cast<Out*>(dst_ptr);
+    if (split.inner == 1) {
+        for (size_t a = 0; a < split.outer; a += MAX_LINES) {
+            const RowLines<Policy, T, In> rows(src + a * split.length, split.length,
+                                               std::min(MAX_LINES, split.outer - a));
+            write_results<Policy, T>(rows, split.length, dst + a);
+        }
+        return;
+    }
+    for (size_t a = 0; a < split.outer; ++a) {
+        for (size_t c = 0; c < split.inner; c += MAX_LINES) {
+            const ColumnLines<Policy, T, In> columns(src + c, split.inner,
+                                                     std::min(MAX_LINES, split.inner - c));
+            write_results<Policy, T>(columns, split.length, dst + c);
+        }
+        src += split.length * split.inner;
+        dst += split.inner;
+    }
+}
+
+template <typename T, typename In, typename Out>
+struct OfTypes {
+    template <typename Policy>
+    struct Kernel {
+        static void run(const AxisSplit& split, const void* src, void* dst) {
+            reduce_all<Policy, T, In, Out>(split, src, dst);
+        }
+    };
+};
+
+template <typename T, typename In = T, typename Out = T>
+auto select_mode(ReduceMode mode) {
+    return reduction::select_mode<T, OfTypes<T, In, Out>::template Kernel>(mode);
+}
+
+using KernelFunction = void (*)(const AxisSplit&, const void*, void*);
+
+// Null for the dtypes that have no loops here.
+KernelFunction find_kernel(const Reduce::Param& param, DTypeEnum src, DTypeEnum dst) {
+    const bool half_src = src == DTypeEnum::FLOAT16;
+    const bool half_dst = dst == DTypeEnum::FLOAT16;
+    switch (param.data_type) {
+        case ReduceDataType::DEFAULT:
+            break;
+        case ReduceDataType::FLOAT_O32:
+        case ReduceDataType::FLOAT_O16:
+            if (half_src)
+                return half_dst ? select_mode<float, Float16, Float16>(param.mode)
+                                : select_mode<float, Float16, float>(param.mode);
+            return half_dst ? select_mode<float, float, Float16>(param.mode)
+                            : select_mode<float>(param.mode);
+        default:
+            return nullptr;
+    }
+    switch (src) {
+        case DTypeEnum::FLOAT32:
+            return select_mode<float>(param.mode);
+        case DTypeEnum::FLOAT16:
+            return select_mode<Float16>(param.mode);
+        case DTypeEnum::INT32:
+            return select_mode<int32_t>(param.mode);
+        case DTypeEnum::INT16:
+            return select_mode<int16_t>(param.mode);
+        case DTypeEnum::INT8:
+            return select_mode<int8_t>(param.mode);
+        case DTypeEnum::UINT8:
+            return select_mode<uint8_t>(param.mode);
+        default:
+            return nullptr;
+    }
+}
+
+KernelFunction find_kernel(const Reduce::Param& param, const TensorLayout& src,
+                           const TensorLayout& dst) {
+    return find_kernel(param, src.dtype.enum_value(), dst.dtype.enum_value());
+}
+
+}  // namespace
+
+size_t ReduceImpl::workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) {
+    if (find_kernel(m_param, src, dst))
+        return 0;
+    return naive::ReduceImpl::workspace_in_bytes(src, dst);
+}
+
+void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) {
+    check_exec(src.layout, dst.layout, workspace.size);
+    const auto kernel = find_kernel(m_param, src.layout, dst.layout);
+    if (!kernel) {
+        naive::ReduceImpl::exec(src, dst, workspace);
+        return;
+    }
+    dispatch([kernel, split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
+              from = src.raw_ptr, to = dst.raw_ptr] { kernel(split, from, to); });
+}
+
+}  // namespace kern::fallback

@@ -1,0 +1,79 @@
+// How one element is converted, and the selection of a kernel by the pair of dtypes.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+#include "kernels/check.h"
+#include "kernels/dtype.h"
+#include "kernels/float16.h"
+
+namespace kern {
+
+// Truncates toward zero. What 32 bits cannot hold takes the nearest value, and NaN is 0: the same
+// on every machine, where a plain cast is undefined.
+inline int32_t truncate_to_int(float value) {
+    constexpr float LIMIT = 2147483648.0f;
+    if (!(value < LIMIT))
+        return value >= LIMIT ? std::numeric_limits<int32_t>::max() : 0;
+    return value < -LIMIT ? std::numeric_limits<int32_t>::min() : static_cast<int32_t>(value);
+}
+
+// An integer that does not fit keeps its low bits; halves go through 32-bit floats.
+template <typename To, typename From>
+To convert_element(From value) {
+    constexpr bool FROM_INT = std::is_integral<From>::value;
+    if constexpr (std::is_same<To, From>::value)
+        return value;
+    else if constexpr (std::is_integral<To>::value && FROM_INT)
+        return static_cast<To>(value);
+    else if constexpr (std::is_integral<To>::value)
+        return static_cast<To>(truncate_to_int(static_cast<float>(value)));
+    else
+        return static_cast<To>(static_cast<float>(value));
+}
+
+template <template <typename To, typename From> class Kernel, typename From>
+auto select_type_cvt_to(DTypeEnum to) -> decltype(&Kernel<float, float>::run) {
+    switch (to) {
+        case DTypeEnum::FLOAT32:
+            return &Kernel<float, From>::run;
+        case DTypeEnum::FLOAT16:
+            return &Kernel<Float16, From>::run;
+        case DTypeEnum::INT32:
+            return &Kernel<int32_t, From>::run;
+        case DTypeEnum::INT16:
+            return &Kernel<int16_t, From>::run;
+        case DTypeEnum::INT8:
+            return &Kernel<int8_t, From>::run;
+        case DTypeEnum::UINT8:
+            return &Kernel<uint8_t, From>::run;
+        default:
+            KERN_FAIL();
+    }
+}
+
+// Kernel<To, From>::run. Stops the process on quantised types, which have no rules yet, and on types
+// that are no numbers.
+template <template <typename To, typename From> class Kernel>
+auto select_type_cvt(DTypeEnum to, DTypeEnum from) -> decltype(&Kernel<float, float>::run) {
+    switch (from) {
+        case DTypeEnum::FLOAT32:
+            return select_type_cvt_to<Kernel, float>(to);
+        case DTypeEnum::FLOAT16:
+            return select_type_cvt_to<Kernel, Float16>(to);
+        case DTypeEnum::INT32:
+            return select_type_cvt_to<Kernel, int32_t>(to);
+        case DTypeEnum::INT16:
+            return select_type_cvt_to<Kernel, int16_t>(to);
+        case DTypeEnum::INT8:
+            return select_type_cvt_to<Kernel, int8_t>(to);
+        case DTypeEnum::UINT8:
+            return select_type_cvt_to<Kernel, uint8_t>(to);
+        default:
+            KERN_FAIL();
+    }
+}
+
+}  // namespace kern

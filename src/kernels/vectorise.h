@@ -1,0 +1,9 @@
+// Marks a loop whose iterations never depend on each other, so that the compiler may vectorise it
+// although its output may be the very memory of an input.
+#pragma once
+
+#if defined(__clang__)
+#define KERN_INDEPENDENT_LOOP _Pragma("clang loop vectorize(assume_safety)")
+#else
+#define KERN_INDEPENDENT_LOOP _Pragma("GCC ivdep")
+#endif

@@ -1,0 +1,46 @@
+# Installs into an empty folder, then builds and runs the header's own example from there, once by
+# find_package and once by pkg-config. Arguments: BUILD_DIR, WORK_DIR, SOURCE_DIR (of this file),
+# GENERATOR, C_COMPILER, C_FLAGS, PKG_CONFIG, VERSION, LIBDIR.
+set(EXPECTED "id 8, similarity 0.953\n")
+
+function(run)
+    execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "${ARGV}\n${result}\n${out}")
+    endif()
+    set(out "${out}" PARENT_SCOPE)
+endfunction()
+
+function(run_example way)
+    run(${ARGN})
+    if(NOT out STREQUAL EXPECTED)
+        message(FATAL_ERROR "${way}: the example prints '${out}'")
+    endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+set(prefix ${WORK_DIR}/moved)
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/installed)
+file(RENAME ${WORK_DIR}/installed ${prefix})
+
+file(READ ${prefix}/include/vekfind/vekfind.h header)
+string(REGEX MATCH " \\*     #include <stdio.h>.*\n \\*     }\n" example "${header}")
+string(REGEX REPLACE "\n \\*(     )?" "\n" example "\n${example}")
+file(WRITE ${WORK_DIR}/consumer/example.c "${example}")
+file(COPY ${SOURCE_DIR}/consumer/CMakeLists.txt DESTINATION ${WORK_DIR}/consumer)
+
+run(${CMAKE_COMMAND} -S ${WORK_DIR}/consumer -B ${WORK_DIR}/build -G ${GENERATOR}
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_C_FLAGS=${C_FLAGS})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
+run_example(find_package ${WORK_DIR}/build/example)
+
+set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+run(${PKG_CONFIG} --modversion vekfind)
+if(NOT out STREQUAL "${VERSION}\n")
+    message(FATAL_ERROR "pkg-config names version ${out}")
+endif()
+run(${PKG_CONFIG} --cflags --libs vekfind)
+separate_arguments(flags UNIX_COMMAND "${C_FLAGS} ${out}")
+run(${C_COMPILER} -std=c99 ${WORK_DIR}/consumer/example.c -o ${WORK_DIR}/example ${flags})
+run_example(pkg-config ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR}
+            ${WORK_DIR}/example)

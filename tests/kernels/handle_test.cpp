@@ -1,0 +1,78 @@
+#include "kernels/handle.h"
+
+#include <typeinfo>
+
+#include "kernels/fallback/matrix_mul.h"
+#include "kernels/naive/matrix_mul.h"
+#include "kernels/naive/relayout.h"
+#include "tests/kernels/kernel_test_util.h"
+
+namespace kern_test {
+namespace {
+
+TEST(Handle, LevelsAndTheirClasses) {
+    const auto naive = make_handle(NAIVE);
+    const auto fallback = make_handle(FALLBACK);
+    EXPECT_EQ(naive->level(), kern::HandleLevel::NAIVE);
+    EXPECT_EQ(fallback->level(), kern::HandleLevel::FALLBACK);
+    const auto naive_op = naive->create_operator<kern::MatrixMul>();
+    const auto fallback_op = fallback->create_operator<kern::MatrixMul>();
+    const kern::MatrixMul& naive_ref = *naive_op;
+    const kern::MatrixMul& fallback_ref = *fallback_op;
+    EXPECT_EQ(typeid(naive_ref), typeid(kern::naive::MatrixMulImpl));
+    EXPECT_EQ(typeid(fallback_ref), typeid(kern::fallback::MatrixMulImpl));
+
+    EXPECT_EQ(naive->image_pitch_alignment(), 1u);
+    EXPECT_DEATH(fallback->image_pitch_alignment(), "");
+    EXPECT_DEATH(make_handle(3), "");
+    EXPECT_EQ(kern::make_handle({kern::Platform::OPENCL, nullptr}, 0), nullptr);
+}
+
+TEST(Handle, CallbacksSeeOperatorsAndTheEnd) {
+    std::vector<kern::KernelOperator*> dead;
+    bool ended = false;
+    {
+        const auto handle = make_handle(FALLBACK);
+        handle->set_operator_destructor_callback([&](kern::KernelOperator* op) {
+            EXPECT_FALSE(ended);
+            dead.push_back(op);
+        });
+        handle->set_destructor([&] { ended = true; });
+        EXPECT_DEATH(handle->set_destructor([] {}), "");
+        EXPECT_EQ(handle->relayout_operator(), handle->relayout_operator());
+        auto op = handle->create_operator<kern::MatrixMul>();
+        kern::KernelOperator* address = op.get();
+        op.reset();
+        EXPECT_EQ(dead, std::vector<kern::KernelOperator*>{address});
+    }
+    EXPECT_EQ(dead.size(), 2u);  // and the cached relayout operator
+    EXPECT_TRUE(ended);
+}
+
+TEST(Handle, OperatorMayNotOutliveIt) {
+    EXPECT_DEATH(
+        {
+            // The handle's memory must stay readable for the check to be defined.
+            alignas(kern::KernelHandle) static uint8_t memory[sizeof(kern::KernelHandle)];
+            const auto dispatcher = std::make_shared<kern::InlineDispatcher>();
+            auto* handle = new (memory) kern::KernelHandle({kern::Platform::CPU, dispatcher},
+                                                           kern::HandleLevel::NAIVE);
+            auto op = handle->create_operator<kern::MatrixMul>();
+            handle->~KernelHandle();
+            op.reset();
+        },
+        "");
+}
+
+TEST(Workspace, BundlePartsAreAlignedAndInside) {
+    alignas(64) uint8_t memory[512];
+    const kern::WorkspaceBundle sizes(nullptr, {1, 64, 65}, 64);
+    EXPECT_EQ(sizes.total_size(), 64u + 64 + 128 + 64);
+    const kern::WorkspaceBundle bundle(memory + 1, {1, 64, 65}, 64);
+    EXPECT_EQ(bundle.get(0), memory + 64);
+    EXPECT_EQ(bundle.get(2), memory + 192);
+    EXPECT_DEATH(bundle.get(3), "");
+}
+
+}  // namespace
+}  // namespace kern_test

@@ -1,0 +1,162 @@
+// Handles, tensors and random data for the kernel tests.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kernels/float16.h"
+#include "kernels/handle.h"
+
+namespace kern_test {
+
+using kern::DType;
+using kern::DTypeEnum;
+using kern::Float16;
+using kern::RawTensor;
+using kern::TensorLayout;
+using kern::TensorShape;
+
+enum DebugLevel { FALLBACK = 1, NAIVE = 2 };
+constexpr int DEBUG_LEVELS[] = {NAIVE, FALLBACK};
+
+inline std::unique_ptr<kern::KernelHandle> make_handle(int debug_level) {
+    return kern::make_handle({kern::Platform::CPU, std::make_shared<kern::InlineDispatcher>()},
+                             debug_level);
+}
+
+inline const std::vector<DType>& number_types() {
+    static const std::vector<DType> types = {DType::Float32(), DType::Float16(), DType::Int32(),
+                                             DType::Int16(),   DType::Int8(),    DType::Uint8()};
+    return types;
+}
+
+// Calls `function` with a value of the C++ type that stores the dtype.
+template <typename Function>
+void with_type(DType dtype, Function function) {
+    switch (dtype.enum_value()) {
+        case DTypeEnum::FLOAT32:
+            return function(float{});
+        case DTypeEnum::FLOAT16:
+            return function(Float16{});
+        case DTypeEnum::INT32:
+            return function(int32_t{});
+        case DTypeEnum::INT16:
+            return function(int16_t{});
+        case DTypeEnum::INT8:
+            return function(int8_t{});
+        default:
+            return function(uint8_t{});
+    }
+}
+
+// Memory that ends at an unmapped page: a read or write behind it ends the test. Filled with 0xff,
+// which is NaN in every float type.
+class GuardedBuffer {
+public:
+    explicit GuardedBuffer(size_t bytes) {
+        const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        m_mapped = (bytes + page - 1) / page * page + page;
+        m_base = static_cast<uint8_t*>(
+            mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mprotect(m_base + m_mapped - page, page, PROT_NONE);
+        m_data = m_base + m_mapped - page - bytes;
+        std::memset(m_base, 0xff, m_mapped - page);
+    }
+    ~GuardedBuffer() { munmap(m_base, m_mapped); }
+    GuardedBuffer(const GuardedBuffer&) = delete;
+    GuardedBuffer& operator=(const GuardedBuffer&) = delete;
+    uint8_t* data() const { return m_data; }
+
+private:
+    uint8_t* m_base;
+    uint8_t* m_data;
+    size_t m_mapped;
+};
+
+// A tensor that owns exactly the memory its layout touches.
+class Tensor {
+public:
+    explicit Tensor(const TensorLayout& layout)
+        : m_layout(layout),
+          m_bytes(layout.span().high_byte - static_cast<size_t>(layout.span().low_byte)),
+          m_buffer(m_bytes) {}
+    Tensor(const TensorShape& shape, DType dtype) : Tensor(TensorLayout(shape, dtype)) {}
+
+    RawTensor raw() const {
+        return {m_buffer.data() - m_layout.span().low_byte, m_layout};
+    }
+    const TensorLayout& layout() const { return m_layout; }
+    // All memory, with what lies between the elements.
+    std::string bytes() const {
+        return std::string(reinterpret_cast<const char*>(m_buffer.data()), m_bytes);
+    }
+
+    // The element at a row-major position.
+    template <typename T>
+    T& at(size_t position) const {
+        ptrdiff_t offset = 0;
+        for (size_t axis = m_layout.ndim; axis-- > 0; position /= m_layout[axis])
+            offset += m_layout.stride[axis] * static_cast<ptrdiff_t>(position % m_layout[axis]);
+        return raw().ptr<T>()[offset];
+    }
+    double get(size_t position) const {
+        double value = 0;
+        with_type(m_layout.dtype, [&](auto tag) {
+            using T = decltype(tag);
+            if constexpr (std::is_same<T, Float16>::value)
+                value = static_cast<double>(static_cast<float>(at<T>(position)));
+            else
+                value = static_cast<double>(at<T>(position));
+        });
+        return value;
+    }
+    // Converts to the dtype; the value must fit.
+    void set(size_t position, double value) const {
+        with_type(m_layout.dtype, [&](auto tag) {
+            using T = decltype(tag);
+            if constexpr (std::is_integral<T>::value)
+                at<T>(position) = static_cast<T>(value);
+            else
+                at<T>(position) = static_cast<T>(static_cast<float>(value));
+        });
+    }
+    template <typename Make>
+    Tensor& fill(Make make) {
+        for (size_t i = 0; i < m_layout.element_count(); ++i)
+            set(i, make());
+        return *this;
+    }
+    // Whole numbers in [low, high]: sums of products of them are exact in every type here.
+    Tensor& fill_integers(std::mt19937& random, int low, int high) {
+        std::uniform_int_distribution<int> values(low, high);
+        return fill([&] { return values(random); });
+    }
+    Tensor& fill_uniform(std::mt19937& random, float low, float high) {
+        std::uniform_real_distribution<float> values(low, high);
+        return fill([&] { return values(random); });
+    }
+
+private:
+    TensorLayout m_layout;
+    size_t m_bytes;
+    GuardedBuffer m_buffer;
+};
+
+// A layout with given strides.
+inline TensorLayout strided(const TensorShape& shape, const std::vector<ptrdiff_t>& strides,
+                            DType dtype) {
+    TensorLayout layout(dtype);
+    static_cast<TensorShape&>(layout) = shape;
+    for (size_t axis = 0; axis < shape.ndim; ++axis)
+        layout.stride[axis] = strides[axis];
+    return layout;
+}
+
+}  // namespace kern_test
