@@ -145,18 +145,21 @@ void GraphOperator::require_monotone_layout(OperatorProperties& properties, Grap
 }
 
 void GraphOperator::assign_output_dtype() {
-    kern::DType common;
-    for (GraphVar* var : m_input) {
-        KERN_CHECK_TEXT(!common.valid() || common == var->dtype(),
-                        std::string(common.name()) + " " + var->dtype().name());
-        common = var->dtype();
-    }
     for (GraphVar* var : m_output) {
-        if (var->dtype().valid())
-            continue;
-        KERN_CHECK(common.valid() && common != kern::DType::Byte());
-        var->dtype(common);
+        if (!var->dtype().valid())
+            var->dtype(common_input_dtype());
     }
+}
+
+kern::DType GraphOperator::common_input_dtype() const {
+    KERN_CHECK(!m_input.empty());
+    const kern::DType common = m_input[0]->dtype();
+    for (const GraphVar* var : m_input) {
+        KERN_CHECK_TEXT(var->dtype() == common,
+                        std::string(common.name()) + " " + var->dtype().name());
+    }
+    KERN_CHECK(common != kern::DType::Byte());
+    return common;
 }
 
 void GraphOperator::assign_output_format() {

@@ -87,6 +87,7 @@ protected:
 
 private:
     void check_new_input(const GraphVar* var) const;
+    kern::DType common_input_dtype() const;
 
     std::string m_name;
     OperatorConfig m_config;

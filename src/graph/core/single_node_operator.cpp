@@ -40,17 +40,18 @@ void SingleNodeOperator::add_run_task(OperatorExecEnv& env) {
     env.add_node_task(m_comp_node, [this] { run_step(); });
 }
 
+// Operators without any content, such as callbacks, always run; so do those whose output has a shape
+// only once it has run.
 bool SingleNodeOperator::has_content_to_compute() const {
-    const auto is_content = [](const GraphVar* var) {
-        return !var->has_flag(var_flag::VOLATILE_CONTENT);
-    };
-    const auto is_empty_content = [&](const GraphVar* var) {
-        return is_content(var) && var->shape().is_empty();
-    };
-    return std::none_of(output().begin(), output().end(), is_content) ||
-           !std::all_of(output().begin(), output().end(), [&](const GraphVar* var) {
-               return !is_content(var) || is_empty_content(var);
-           });
+    bool has_content = false;
+    for (const GraphVar* var : output()) {
+        if (var->has_flag(var_flag::VOLATILE_CONTENT))
+            continue;
+        if (var->has_flag(var_flag::NO_SYSTEM_ALLOC) || !var->shape().has_zero_axis())
+            return true;
+        has_content = true;
+    }
+    return !has_content;
 }
 
 void SingleNodeOperator::run_step() {

@@ -84,6 +84,7 @@ std::vector<const GraphVar*> InferenceManager::missing_inputs_of_shape(const Gra
 const kern::TensorShape* InferenceManager::try_shape_of_var(GraphVar* var) {
     const Lock lock(m_mutex);
     ShapeInferTag* tag = get_shape_tag(var);
+    invalidate_missing(tag);
     return tag->update(true) ? &tag->shape() : nullptr;
 }
 
@@ -96,6 +97,7 @@ const kern::TensorShape& InferenceManager::shape_of_var(GraphVar* var) {
 const HostTensorND* InferenceManager::try_value_of_var(GraphVar* var) {
     const Lock lock(m_mutex);
     ValueInferTag* tag = get_value_tag(var);
+    invalidate_missing(tag);
     return tag->update(true) ? &tag->value() : nullptr;
 }
 
@@ -106,22 +108,19 @@ const HostTensorND& InferenceManager::value_of_var(GraphVar* var) {
 }
 
 const kern::TensorShape& InferenceManager::runtime_shape_of_var(GraphVar* var) {
-    const Lock lock(m_mutex);
-    ShapeInferTag* tag = get_shape_tag(var);
-    invalidate_missing(tag);
-    KERN_CHECK(tag->update());
-    var->shape(tag->shape());
-    return tag->shape();
+    const kern::TensorShape& shape = shape_of_var(var);
+    var->shape(shape);
+    return shape;
 }
 
 // Values that execution produces have no rule that could tell of a change, so they are read again.
 void InferenceManager::invalidate_missing(InferTag* tag) {
+    if (is_static(tag->kind()))
+        return;
     if (!tag->has_rule())
         tag->invalidate();
-    for (InferTag* dep : tag->deps()) {
-        if (!is_static(dep->kind()))
-            invalidate_missing(dep);
-    }
+    for (InferTag* dep : tag->deps())
+        invalidate_missing(dep);
 }
 
 InferenceManager::UpdateList InferenceManager::make_update_list(

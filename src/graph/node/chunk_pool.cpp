@@ -41,11 +41,7 @@ void ChunkPool::free(void* chunk) {
 }
 
 void ChunkPool::clear() {
-    m_blocks.clear();
-    m_free.clear();
-    m_block_size = 0;
-    m_used = 0;
-    m_reserved = 0;
+    *this = ChunkPool(m_chunk_size);  // gives the lists' own memory back as well
 }
 
 size_t ChunkPool::next_block_size() const {

@@ -49,16 +49,11 @@ std::string stream_text(int32_t stream) {
     }
 }
 
-// Physical devices that stand for logical ones, by type.
-struct DeviceMaps {
-    std::mutex mutex;
-    std::unordered_map<int32_t, int32_t> physical[NR_TYPES];
-};
-
-DeviceMaps& device_maps() {
-    static auto* maps = new DeviceMaps;  // locators are resolved in static destructors too
-    return *maps;
-}
+// Physical devices that stand for logical ones, by type; null while there are none. Never
+// destroyed: locators are resolved in static destructors too.
+using DeviceMap = std::unordered_map<int32_t, int32_t>;
+std::mutex device_maps_mutex;
+DeviceMap* device_maps = nullptr;
 
 uint32_t type_index(CompNode::DeviceType type) {
     const auto index = static_cast<uint32_t>(type);
@@ -105,25 +100,27 @@ std::string Locator::to_string() const {
 }
 
 Locator Locator::to_physical() const {
-    DeviceMaps& maps = device_maps();
-    const std::lock_guard<std::mutex> lock(maps.mutex);
+    const std::lock_guard<std::mutex> lock(device_maps_mutex);
     KERN_CHECK(stream >= 0);
     Locator result = *this;
     if (result.type == DeviceType::XPU)
         result.type = DeviceType::CPU;  // the only type that is always there
-    const auto& physical = maps.physical[type_index(result.type)];
-    const auto mapped = physical.find(result.device);
-    if (mapped != physical.end())
-        result.device = mapped->second;
+    const uint32_t index = type_index(result.type);
+    if (device_maps) {
+        const auto mapped = device_maps[index].find(result.device);
+        if (mapped != device_maps[index].end())
+            result.device = mapped->second;
+    }
     if (result.device == DEVICE_ANY)
         result.device = 0;
     return result;
 }
 
 void Locator::map_device(DeviceType type, int32_t logical, int32_t physical) {
-    DeviceMaps& maps = device_maps();
-    const std::lock_guard<std::mutex> lock(maps.mutex);
-    maps.physical[type_index(type)][logical] = physical;
+    const std::lock_guard<std::mutex> lock(device_maps_mutex);
+    if (!device_maps)
+        device_maps = new DeviceMap[NR_TYPES];
+    device_maps[type_index(type)][logical] = physical;
 }
 
 }  // namespace orb

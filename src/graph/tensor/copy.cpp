@@ -11,9 +11,6 @@
 namespace orb {
 namespace {
 
-template <typename Trait>
-constexpr bool IS_HOST = std::is_same_v<Trait, HostTensorStorageTrait>;
-
 void check_same_dtype(kern::DType dest, kern::DType source) {
     KERN_CHECK_TEXT(dest == source, std::string("dtype mismatch: ") + dest.name_or_invalid() +
                                         " and " + source.name_or_invalid());

@@ -24,7 +24,7 @@ void require(bool condition) {
         _exit(1);
 }
 
-std::vector<int> finalized_order;
+std::vector<int> finalized_order, expected_order;
 
 class Bound final : public NodeBoundObject {
 public:
@@ -69,7 +69,7 @@ struct StaticOwner {
     ~StaticOwner() {
         if (device.empty())
             return;
-        require(bound->is_finalized() && finalized_order == std::vector<int>{3, 2, 1});
+        require(bound->is_finalized() && finalized_order == expected_order);
         require(device[0].comp_node().env().is_finalized() && !cpu_late_free_happened());
         finalize_nodes();
         device[0].comp_node().sync();
@@ -82,7 +82,8 @@ struct StaticOwner {
 StaticOwner static_owner;
 
 TEST(ExitFinalizationDeathTest, StaticDestructorsMayReleaseLate) {
-    const auto run = [] {
+    const auto run = [](bool early, std::vector<int> order) {
+        expected_order = std::move(order);
         const CompNode node = CompNode::load("cpu:default");
         const CompNode named = CompNode::load({CompNode::DeviceType::CPU, -1024, 0},
                                               {CompNode::DeviceType::CPU, 30, 0});
@@ -99,8 +100,7 @@ TEST(ExitFinalizationDeathTest, StaticDestructorsMayReleaseLate) {
         owns_itself->self = owns_itself;
         owns_itself.reset();
         static Bound function_static(3, CompNode::default_cpu());
-        const Bound* on_stack = new Bound(4, node);
-        delete on_stack;
+        std::make_unique<Bound>(4, node).reset();
         {
             const std::lock_guard<RecursiveSpinLock> lock(node.env().user_data_lock());
             auto holder = std::make_shared<HoldsOperator>();
@@ -108,10 +108,13 @@ TEST(ExitFinalizationDeathTest, StaticDestructorsMayReleaseLate) {
             holder->tensor = static_owner.device[1];  // another node's, finalized later
             node.env().user_data().add(&HoldsOperator::TAG, holder);
         }
-        finalize_nodes();  // as if it ran before `function_static` is destroyed
+        if (early)
+            finalize_nodes();
         std::exit(GOOD_EXIT);
     };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(GOOD_EXIT), "");
+    // The exit destroys `function_static`, made after the registration, before it finalizes.
+    EXPECT_EXIT(run(false, {2, 1}), testing::ExitedWithCode(GOOD_EXIT), "");
+    EXPECT_EXIT(run(true, {3, 2, 1}), testing::ExitedWithCode(GOOD_EXIT), "");
 }
 
 TEST(ExitFinalizationDeathTest, UseAfterwardsStops) {

@@ -1,0 +1,227 @@
+#include "graph/exec/compiled_function.h"
+
+#include <stdexcept>
+
+#include "graph/opr/constant_tensor.h"
+#include "graph/opr/dimension_shuffle.h"
+#include "graph/opr/elementwise_operator.h"
+#include "tests/graph/graph_test_util.h"
+
+namespace orb {
+namespace {
+
+using namespace orb_test;
+using kern::ElementwiseMode;
+
+class Execution : public testing::Test {
+protected:
+    OutputCallback take(std::vector<float>& target) {
+        return [&target](const DeviceTensorND& value) { target = values_of<float>(value); };
+    }
+
+    std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
+    std::shared_ptr<DeviceTensorND> tensor = make_tensor<float>({2}, {1, 2});
+    GraphVar* input = SharedTensorInput::make(*graph, tensor);
+    GraphVar* two = ConstantTensor::make_scalar(*graph, 2.0f, on_node());
+    GraphVar* doubled = ElementwiseOperator::make({input, two}, ElementwiseMode::MUL);
+    std::vector<float> result;
+};
+
+TEST_F(Execution, RunsFollowTheSourcesWithoutNewTasks) {
+    size_t tasks_made = 0;
+    graph->events().operator_end.connect([&](const OperatorEndEvent&) { ++tasks_made; });
+    const auto function = graph->compile({{doubled, take(result)}});
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2, 4}));
+    const size_t made_by_first_run = tasks_made;
+
+    fill<float>(*tensor, {2}, {5, 6});  // contents
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{10, 12}));
+    *tensor = *make_tensor<float>({2}, {7, 8});  // memory of equal shape
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{14, 16}));
+    *tensor = *make_tensor<float>({3}, {1, 2, 3});  // shape
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2, 4, 6}));
+    *tensor = *make_tensor<float>({0}, {});  // nothing
+    function->execute().wait();
+    EXPECT_TRUE(result.empty());
+    EXPECT_EQ(tasks_made, made_by_first_run);
+    EXPECT_EQ(function->get_run_id(), 5u);
+}
+
+TEST_F(Execution, OnlyAnotherShapeMakesANewPlan) {
+    const auto function = graph->compile({{doubled, take(result)}});
+    VarMemoryManager& memory = graph->memory_manager();
+    EXPECT_TRUE(memory.allocate_static_memory(false));
+    EXPECT_FALSE(memory.allocate_static_memory(false));
+    *tensor = *make_tensor<float>({2}, {3, 4});
+    EXPECT_FALSE(memory.allocate_static_memory(false));
+    EXPECT_EQ(input->device_value().raw_ptr(), tensor->raw_ptr());
+    *tensor = *make_tensor<float>({4}, {1, 2, 3, 4});
+    EXPECT_TRUE(memory.allocate_static_memory(false));
+    EXPECT_TRUE(memory.allocate_static_memory(true));
+    // Equal shape, other strides.
+    const auto wide = make_tensor<float>({4, 2}, {1, 0, 2, 0, 3, 0, 4, 0});
+    tensor->reset(
+        wide->storage(),
+        kern::TensorLayout({4, 2}, kern::DType::Float32()).permuted({0, 1}).remove_axis(1));
+    EXPECT_TRUE(memory.allocate_static_memory(false));
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2, 4, 6, 8}));
+}
+
+TEST_F(Execution, ForwardedViewsFollowTheLentMemory) {
+    GraphVar* view = DimensionShuffle::make(input, {-1, 0});
+    const auto function = graph->compile({{view, take(result)}, {doubled, nullptr}});
+    function->execute().wait();
+    EXPECT_EQ(view->device_value().raw_ptr(), tensor->raw_ptr());
+    *tensor = *make_tensor<float>({2}, {8, 9});
+    function->execute().wait();
+    EXPECT_EQ(view->device_value().raw_ptr(), tensor->raw_ptr());
+    EXPECT_EQ(result, (std::vector<float>{8, 9}));
+    // A var without a callback is computed and keeps its value.
+    EXPECT_EQ(values_of<float>(doubled->device_value()), (std::vector<float>{16, 18}));
+}
+
+TEST_F(Execution, SeveralCallbacksOfOneVarAndConstantsRunEachTime) {
+    std::vector<float> second;
+    size_t constant_calls = 0;
+    const auto function = graph->compile({{doubled, take(result)},
+                                          {doubled, take(second)},
+                                          {two, [&](const DeviceTensorND&) { ++constant_calls; }}});
+    function->execute();
+    function->execute();  // waits for the first by itself
+    function->wait();
+    function->wait();
+    EXPECT_EQ(result, second);
+    EXPECT_EQ(result, (std::vector<float>{2, 4}));
+    EXPECT_EQ(constant_calls, 2u);
+    EXPECT_EQ(function->last_run_time(), 0.0);
+    EXPECT_EQ(function->output_vars(), (std::vector<GraphVar*>{doubled, doubled, two}));
+}
+
+TEST_F(Execution, ANewFunctionTakesTheOldOnesPlace) {
+    const auto old_function = graph->compile({{doubled, take(result)}});
+    old_function->execute().wait();
+    std::vector<float> other;
+    const auto function = graph->compile({{doubled, take(other)}});
+    result.clear();
+    function->execute().wait();
+    EXPECT_TRUE(result.empty());
+    EXPECT_EQ(other, (std::vector<float>{2, 4}));
+    EXPECT_DEATH(old_function->execute(), "");
+}
+
+TEST_F(Execution, ExceptionsPassThroughAndTheNextRunIsWhole) {
+    bool fail = true;
+    const auto function = graph->compile({{doubled, [&](const DeviceTensorND& value) {
+                                               if (fail)
+                                                   throw std::runtime_error("callback");
+                                               result = values_of<float>(value);
+                                           }}});
+    EXPECT_THROW(function->execute(), std::runtime_error);
+    fail = false;
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2, 4}));
+
+    size_t limit = 100;
+    graph->static_memory_source([&](CompNode node, size_t size) {
+        if (size > limit)
+            throw std::bad_alloc();
+        DeviceTensorStorage storage(node);
+        return storage.ensure_size(size);
+    });
+    *tensor = *make_tensor<float>({100}, std::vector<float>(100, 3));
+    EXPECT_THROW(function->execute(), std::bad_alloc);
+    EXPECT_THROW(function->execute(), std::bad_alloc);
+    limit = 1000;
+    function->execute().wait();
+    EXPECT_EQ(result, std::vector<float>(100, 6));
+    // A smaller shape stays in the block.
+    limit = 0;
+    *tensor = *make_tensor<float>({2}, {1, 1});
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2, 2}));
+}
+
+TEST_F(Execution, MemoryCanBeClearedAndShared) {
+    const auto other_graph = ComputeGraph::make();
+    graph->share_device_memory_with(*other_graph);
+    const auto big = make_tensor<float>({64}, std::vector<float>(64, 1));
+    GraphVar* big_input = SharedTensorInput::make(*other_graph, big);
+    GraphVar* sum = ElementwiseOperator::make({big_input, big_input}, ElementwiseMode::ADD);
+    std::vector<float> other_result;
+    const auto function = graph->compile({{doubled, take(result)}});
+    const auto other = other_graph->compile({{sum, take(other_result)}});
+    for (int round = 0; round < 2; ++round) {
+        function->execute().wait();
+        other->execute().wait();  // replaces the block by a larger one
+        result.clear();
+        function->execute().wait();
+        EXPECT_EQ(result, (std::vector<float>{2, 4}));
+        EXPECT_EQ(other_result, std::vector<float>(64, 2));
+        function->clear_device_memory();
+        EXPECT_FALSE(doubled->has_device_value());
+    }
+}
+
+// An operator that looks at a value to know its output's shape makes it inside the run.
+TEST_F(Execution, DynamicVarsLiveFromTheirWriterToTheirLastReader) {
+    const auto length = make_tensor<float>({1}, {3});
+    GraphVar* wanted = SharedTensorInput::make(*graph, length);
+    TestOperator::Behaviour behaviour;
+    behaviour.key = 1;
+    behaviour.infer = [](TestOperator& op) {
+        ShapeInferDescriptor rule;
+        rule.deps = {{op.input(0), InferDepType::VALUE}};
+        rule.infer = [](kern::TensorShape& shape, const std::vector<InferInput>& deps) {
+            shape = {static_cast<size_t>(deps[0].value->ptr<float>()[0])};
+            return true;
+        };
+        op.owner_graph().inference_manager().add_shape_rule(op.output(0), rule);
+    };
+    behaviour.properties = [&](OperatorProperties& properties) {
+        properties.add_dependency(wanted, dependency::HOST_VALUE | dependency::HOST_VALUE_DYNAMIC);
+    };
+    behaviour.run = [](TestOperator& op) {
+        for (size_t i = 0; i < op.output_value(0).shape(0); ++i)
+            op.output_value(0).ptr<float>()[i] = static_cast<float>(i);
+    };
+    GraphVar* counted = TestOperator::make(*graph, {wanted}, behaviour);
+    GraphVar* view = DimensionShuffle::make(counted, {-1, 0});
+    GraphVar* sum = ElementwiseOperator::make({view, two}, ElementwiseMode::ADD);
+    const auto function = graph->compile({{sum, take(result)}});
+    EXPECT_FALSE(counted->is_static_storage());
+    EXPECT_TRUE(wanted->is_static_storage());
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2, 3, 4}));
+    EXPECT_FALSE(counted->has_device_value());
+    EXPECT_FALSE(view->has_device_value());
+    fill<float>(*length, {1}, {1});
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{2}));
+}
+
+TEST_F(Execution, AVarMayAdoptMemoryInTheRun) {
+    TestOperator::Behaviour behaviour;
+    behaviour.key = 1;
+    behaviour.flags = var_flag::NO_SYSTEM_ALLOC;
+    behaviour.run = [&](TestOperator& op) {
+        graph->memory_manager().adopt_var_memory(op.output(0), input);
+    };
+    GraphVar* adopted = TestOperator::make(*graph, {input}, behaviour);
+    const uint8_t* address = nullptr;
+    const auto function = graph->compile({{adopted, [&](const DeviceTensorND& value) {
+                                               address = value.raw_ptr();
+                                               result = values_of<float>(value);
+                                           }}});
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{1, 2}));
+    EXPECT_EQ(address, tensor->raw_ptr());
+    EXPECT_DEATH(graph->memory_manager().adopt_tensor(doubled, *tensor), "");
+}
+
+}  // namespace
+}  // namespace orb

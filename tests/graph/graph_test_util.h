@@ -1,0 +1,142 @@
+// Small tensors and an operator with free rules, for tests of graphs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "graph/core/compute_graph.h"
+#include "graph/core/single_node_operator.h"
+#include "graph/exec/compiled_function.h"
+#include "graph/opr/shared_tensor_input.h"
+
+namespace orb_test {
+
+inline orb::CompNode node() {
+    return orb::CompNode::load("cpu:default");
+}
+
+inline orb::OperatorConfig on_node() {
+    orb::OperatorConfig config;
+    config.comp_nodes = {node()};
+    return config;
+}
+
+template <typename T>
+kern::DType dtype_of();
+template <>
+inline kern::DType dtype_of<float>() {
+    return kern::DType::Float32();
+}
+template <>
+inline kern::DType dtype_of<int32_t>() {
+    return kern::DType::Int32();
+}
+
+template <typename T>
+void fill(orb::DeviceTensorND& tensor, const kern::TensorShape& shape,
+          const std::vector<T>& values) {
+    orb::HostTensorND host(orb::CompNode::default_cpu(), shape, dtype_of<T>());
+    if (!values.empty())
+        std::memcpy(host.raw_ptr(), values.data(), values.size() * sizeof(T));
+    tensor.copy_from(host);
+}
+
+template <typename T>
+std::shared_ptr<orb::DeviceTensorND> make_tensor(const kern::TensorShape& shape,
+                                                 const std::vector<T>& values) {
+    auto tensor = std::make_shared<orb::DeviceTensorND>(node(), dtype_of<T>());
+    fill(*tensor, shape, values);
+    return tensor;
+}
+
+template <typename T>
+std::vector<T> values_of(const orb::DeviceTensorND& tensor) {
+    orb::HostTensorND host;
+    host.copy_from(tensor);
+    std::vector<T> values(host.shape().element_count());
+    if (!values.empty())
+        std::memcpy(values.data(), host.raw_ptr(), values.size() * sizeof(T));
+    return values;
+}
+
+// Compiles one var, runs it and gives its value.
+template <typename T>
+std::vector<T> run(orb::GraphVar* var) {
+    std::vector<T> result;
+    const auto function = var->owner_graph().compile(
+        {{var, [&](const orb::DeviceTensorND& value) { result = values_of<T>(value); }}});
+    function->execute().wait();
+    return result;
+}
+
+// An operator whose rules and computation are given by the test; the output is Float32.
+class TestOperator final : public orb::SingleNodeOperator {
+public:
+    struct Behaviour {
+        std::function<void(TestOperator&)> infer;
+        std::function<void(TestOperator&)> run = [](TestOperator&) {};
+        std::function<void(orb::OperatorProperties&)> properties = [](orb::OperatorProperties&) {};
+        orb::VarFlags flags = 0;
+        bool has_output = true;
+        uint64_t key = 0;
+    };
+
+    static orb::GraphVar* make(orb::ComputeGraph& graph, const std::vector<orb::GraphVar*>& inputs,
+                               Behaviour behaviour) {
+        return insert(std::unique_ptr<orb::GraphOperator>(
+            new TestOperator(graph, inputs, std::move(behaviour))));
+    }
+
+    const orb::OperatorType* type_record() const override {
+        static constexpr orb::OperatorType TYPE{"TestOperator"};
+        return &TYPE;
+    }
+    using SingleNodeOperator::add_input;
+    using SingleNodeOperator::add_workspace_output;
+    using SingleNodeOperator::input_value;
+    using SingleNodeOperator::output_value;
+
+protected:
+    void register_output_inference() override {
+        if (m_behaviour.infer)
+            m_behaviour.infer(*this);
+    }
+    orb::OperatorProperties make_properties() const override {
+        auto properties = SingleNodeOperator::make_properties();
+        m_behaviour.properties(properties);
+        return properties;
+    }
+    void run_on_node() override { m_behaviour.run(*this); }
+
+private:
+    TestOperator(orb::ComputeGraph& graph, const std::vector<orb::GraphVar*>& inputs,
+                 Behaviour behaviour)
+        : SingleNodeOperator(&graph, on_node(), "test"), m_behaviour(std::move(behaviour)) {
+        add_input(inputs);
+        if (m_behaviour.has_output)
+            add_output()->add_flag(m_behaviour.flags).dtype(kern::DType::Float32());
+        add_equality_key(m_behaviour.key);
+    }
+
+    Behaviour m_behaviour;
+};
+
+// A shape rule for output 0 from the shapes of all inputs, or a source without inputs.
+inline std::function<void(TestOperator&)> shape_rule(
+    orb::InferSource source,
+    std::function<bool(kern::TensorShape&, const std::vector<orb::InferInput>&)> infer) {
+    return [source, infer](TestOperator& op) {
+        orb::ShapeInferDescriptor rule;
+        rule.source = source;
+        for (orb::GraphVar* var : op.input())
+            rule.deps.push_back({var, orb::InferDepType::SHAPE});
+        rule.infer = infer;
+        op.owner_graph().inference_manager().add_shape_rule(op.output(0), rule);
+    };
+}
+
+}  // namespace orb_test

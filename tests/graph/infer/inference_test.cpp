@@ -1,0 +1,168 @@
+#include "graph/infer/inference_manager.h"
+
+#include "graph/opr/constant_tensor.h"
+#include "tests/graph/graph_test_util.h"
+
+namespace orb {
+namespace {
+
+using namespace orb_test;
+using kern::TensorShape;
+
+// A graph of test operators that counts how often each rule is asked.
+class Inference : public testing::Test {
+protected:
+    GraphVar* source(TensorShape* shape, size_t* calls = nullptr) {
+        TestOperator::Behaviour behaviour;
+        behaviour.key = ++m_key;
+        behaviour.infer = shape_rule(InferSource::MUTABLE, [=](TensorShape& result, const auto&) {
+            if (calls)
+                ++*calls;
+            result = *shape;
+            return shape->ndim != 0;
+        });
+        return TestOperator::make(*graph, {}, behaviour);
+    }
+    // The shape of the first input.
+    GraphVar* follow(const std::vector<GraphVar*>& inputs, size_t* calls = nullptr,
+                     VarFlags flags = 0) {
+        TestOperator::Behaviour behaviour;
+        behaviour.key = ++m_key;
+        behaviour.flags = flags;
+        behaviour.infer =
+            shape_rule(InferSource::DEPENDENT, [=](TensorShape& result, const auto& deps) {
+                if (calls)
+                    ++*calls;
+                result = *deps[0].shape;
+                return true;
+            });
+        return TestOperator::make(*graph, inputs, behaviour);
+    }
+    // A var that nothing is known of before it is computed.
+    GraphVar* unknown() {
+        TestOperator::Behaviour behaviour;
+        behaviour.key = ++m_key;
+        return TestOperator::make(*graph, {}, behaviour);
+    }
+
+    std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
+    InferenceManager& manager = graph->inference_manager();
+
+private:
+    uint64_t m_key = 0;
+};
+
+TEST_F(Inference, KindOfACombinationIsTheLargestOfItsParts) {
+    TensorShape shape{2};
+    GraphVar* constant = ConstantTensor::make_scalar(*graph, 2.0f, on_node());
+    GraphVar* mutable_var = source(&shape);
+    GraphVar* missing_a = follow({unknown()});
+    GraphVar* missing_b = follow({unknown()});
+    EXPECT_EQ(manager.shape_kind(follow({constant})), InferKind::CONSTANT);
+    EXPECT_EQ(manager.shape_kind(mutable_var), InferKind::RUNTIME_STATIC);
+    EXPECT_EQ(manager.shape_kind(follow({constant, mutable_var})), InferKind::RUNTIME_STATIC);
+    EXPECT_EQ(manager.value_kind(constant), InferKind::CONSTANT);
+    EXPECT_EQ(manager.value_kind(mutable_var), InferKind::NO_RULE);
+
+    GraphVar* both = follow({mutable_var, missing_a, missing_b});
+    EXPECT_EQ(manager.shape_kind(both), InferKind::MISSING_INPUT);
+    std::vector<const GraphVar*> expected{missing_a->owner_operator()->input(0),
+                                          missing_b->owner_operator()->input(0)};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(manager.missing_inputs_of_shape(both), expected);
+    EXPECT_EQ(manager.missing_inputs_of_shape(missing_a).size(), 1u);
+    EXPECT_EQ(manager.try_shape_of_var(both), nullptr);
+}
+
+TEST_F(Inference, RulesRunOnlyForWhatChanged) {
+    TensorShape a{2}, b{3};
+    size_t a_calls = 0, b_calls = 0, sum_calls = 0, side_calls = 0;
+    GraphVar* source_a = source(&a, &a_calls);
+    GraphVar* source_b = source(&b, &b_calls);
+    GraphVar* sum = follow({source_a, source_b}, &sum_calls);
+    GraphVar* side = follow({source_b}, &side_calls);
+    const auto list = manager.make_update_list({sum, side});
+    EXPECT_FALSE(manager.update(list));
+    a_calls = b_calls = sum_calls = side_calls = 0;
+
+    EXPECT_FALSE(manager.update(list));
+    EXPECT_EQ(a_calls + b_calls, 2u);
+    EXPECT_EQ(sum_calls + side_calls, 0u);
+
+    a = {5};
+    EXPECT_TRUE(manager.update(list));
+    EXPECT_TRUE(sum->shape().same_shape({5}));
+    EXPECT_EQ(sum_calls, 1u);
+    EXPECT_EQ(side_calls, 0u);
+}
+
+TEST_F(Inference, ASourceMayHaveNoValueUntilLater) {
+    TensorShape shape;
+    GraphVar* input = source(&shape);
+    GraphVar* output = follow({input});
+    EXPECT_EQ(output->shape().ndim, 0u);
+    EXPECT_EQ(manager.try_shape_of_var(output), nullptr);
+    shape = {4};
+    ASSERT_NE(manager.try_shape_of_var(input), nullptr);
+    ASSERT_NE(manager.try_shape_of_var(output), nullptr);
+    EXPECT_TRUE(manager.shape_of_var(output).same_shape({4}));
+    // The same value again after none at all: dependents must not keep their old "none".
+    shape = {};
+    EXPECT_EQ(manager.try_shape_of_var(input), nullptr);
+    EXPECT_EQ(manager.try_shape_of_var(output), nullptr);
+    shape = {4};
+    manager.try_shape_of_var(input);
+    EXPECT_NE(manager.try_shape_of_var(output), nullptr);
+}
+
+TEST_F(Inference, ConstantShapesAreStoredForGoodUnlessVolatile) {
+    GraphVar* constant = ConstantTensor::make_scalar(*graph, 1.0f, on_node());
+    size_t calls = 0;
+    GraphVar* kept = follow({constant}, &calls);
+    EXPECT_TRUE(kept->shape().same_shape({1}));
+    EXPECT_EQ(calls, 1u);
+    GraphVar* scratch = follow({constant}, nullptr, var_flag::VOLATILE_CONTENT);
+    EXPECT_EQ(scratch->shape().ndim, 0u);
+    EXPECT_TRUE(manager.shape_of_var(scratch).same_shape({1}));
+}
+
+TEST_F(Inference, ValuesComeFromRulesOrFromWhatWasComputed) {
+    GraphVar* constant = ConstantTensor::make_scalar(*graph, 2.5f, on_node());
+    EXPECT_EQ(manager.value_of_var(constant).ptr<float>()[0], 2.5f);
+    auto tensor = make_tensor<float>({2}, {7, 8});
+    GraphVar* input = SharedTensorInput::make(*graph, tensor);
+    EXPECT_EQ(manager.try_value_of_var(input), nullptr);
+    run<float>(input);
+    ASSERT_NE(manager.try_value_of_var(input), nullptr);
+}
+
+using InferenceDeathTest = Inference;
+
+TEST_F(InferenceDeathTest, MisuseStopsTheProcess) {
+    TensorShape shape{2};
+    GraphVar* input = source(&shape);
+    ShapeInferDescriptor rule;
+    rule.source = InferSource::CONSTANT;
+    EXPECT_DEATH(manager.add_shape_rule(input, rule), "");  // outside of insertion
+    EXPECT_DEATH(manager.shape_of_var(unknown()), "");
+    const auto with_rule = [&](const std::function<void(TestOperator&)>& infer) {
+        TestOperator::Behaviour behaviour;
+        behaviour.key = 1000;
+        behaviour.infer = infer;
+        TestOperator::make(*graph, {}, behaviour);
+    };
+    const auto two = [](TensorShape& result, const auto&) {
+        result = {2};
+        return true;
+    };
+    EXPECT_DEATH(with_rule([&](TestOperator& op) {
+                     shape_rule(InferSource::CONSTANT, two)(op);
+                     shape_rule(InferSource::CONSTANT, two)(op);
+                 }),
+                 "");
+    EXPECT_DEATH(with_rule(shape_rule(InferSource::DEPENDENT, two)), "");
+    EXPECT_DEATH(manager.remove_var(follow({input})->owner_operator()->input(0)), "");
+}
+
+}  // namespace
+}  // namespace orb

@@ -1,0 +1,174 @@
+#include <cmath>
+
+#include "graph/opr/constant_tensor.h"
+#include "graph/opr/dimension_shuffle.h"
+#include "graph/opr/elementwise_operator.h"
+#include "graph/opr/matrix_multiply.h"
+#include "graph/opr/reduce_operator.h"
+#include "graph/opr/type_convert.h"
+#include "tests/graph/graph_test_util.h"
+
+namespace orb {
+namespace {
+
+using namespace orb_test;
+using kern::DType;
+using kern::ElementwiseMode;
+using kern::ReduceMode;
+
+class Operators : public testing::Test {
+protected:
+    template <typename T>
+    GraphVar* input(const kern::TensorShape& shape, const std::vector<T>& values) {
+        return SharedTensorInput::make(*graph, make_tensor<T>(shape, values));
+    }
+    GraphVar* reduce(GraphVar* var, ReduceMode mode, int axis = 0, GraphVar* target = nullptr) {
+        return ReduceOperator::make(var, {mode, axis, kern::ReduceDataType::DEFAULT}, target);
+    }
+
+    std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
+};
+
+TEST_F(Operators, ConstantsAreSharedPerNode) {
+    GraphVar* two = ConstantTensor::make_scalar(*graph, 2.0f, on_node());
+    EXPECT_EQ(ConstantTensor::make_scalar(*graph, 2.0f, on_node()), two);
+    EXPECT_NE(ConstantTensor::make_scalar(*graph, 2, on_node()), two);
+    EXPECT_EQ(two->name(), "2[0]");
+    const auto other = ComputeGraph::make();
+    GraphVar* foreign = ConstantTensor::make_scalar(*other, 2.0f, on_node());
+    const auto tensor_of = [](GraphVar* var) {
+        return static_cast<TensorSource*>(var->owner_operator())->get_device_value().raw_ptr();
+    };
+    EXPECT_EQ(tensor_of(foreign), tensor_of(two));
+
+    HostTensorND matrix(CompNode::default_cpu(), {1, 2}, DType::Float32());
+    matrix.ptr<float>()[0] = 3;
+    matrix.ptr<float>()[1] = 4;
+    GraphVar* constant = ConstantTensor::make(*graph, matrix, on_node());
+    matrix.ptr<float>()[0] = 0;  // it was copied
+    EXPECT_EQ(run<float>(constant), (std::vector<float>{3, 4}));
+    EXPECT_EQ(constant->owner_operator()->name().rfind("const{1,2}", 0), 0u);
+}
+
+TEST_F(Operators, ElementwiseBringsInputsToOneType) {
+    GraphVar* floats = input<float>({2}, {3, 7});
+    GraphVar* ints = input<int32_t>({2}, {-7, 7});
+    GraphVar* int_two = ConstantTensor::make_scalar(*graph, 2, on_node());
+    EXPECT_EQ(run<float>(ElementwiseOperator::divide(floats, int_two)),
+              (std::vector<float>{1.5f, 3.5f}));
+    EXPECT_EQ(run<int32_t>(ElementwiseOperator::divide(ints, int_two)),
+              (std::vector<int32_t>{-3, 3}));
+    EXPECT_EQ(run<float>(ElementwiseOperator::make({ints}, ElementwiseMode::EXP))[1],
+              std::exp(7.0f));
+    EXPECT_EQ(TypeConvert::make(ints, DType::Int32()), ints);
+    EXPECT_EQ(run<float>(TypeConvert::make(ints, DType::Float32())), (std::vector<float>{-7, 7}));
+}
+
+TEST_F(Operators, ChainsRunInPlaceUntilSomebodyElseReads) {
+    GraphVar* a = input<float>({2, 2}, {1, 2, 3, 4});
+    GraphVar* column = input<float>({2, 1}, {1, 2});
+    GraphVar* first = ElementwiseOperator::subtract(a, column);
+    GraphVar* row = DimensionShuffle::make(column, {1, 0});
+    GraphVar* second = ElementwiseOperator::subtract(first, row);
+    EXPECT_EQ(run<float>(second), (std::vector<float>{-1, -1, 0, 0}));
+    EXPECT_NE(first->device_value().raw_ptr(), a->device_value().raw_ptr());
+    EXPECT_EQ(second->device_value().raw_ptr(), first->device_value().raw_ptr());
+
+    // Read again later: no longer in place.
+    GraphVar* third = ElementwiseOperator::make({second, first}, ElementwiseMode::MUL);
+    EXPECT_EQ(run<float>(third), (std::vector<float>{0, -1, 0, 0}));
+    EXPECT_NE(second->device_value().raw_ptr(), first->device_value().raw_ptr());
+
+    // A transposed view of the same memory would be overwritten before it is read.
+    GraphVar* view = DimensionShuffle::make(first, {1, 0});
+    GraphVar* mixed = ElementwiseOperator::subtract(first, view);
+    EXPECT_EQ(run<float>(mixed), (std::vector<float>{0, 0, 0, 0}));
+    EXPECT_EQ(view->device_value().raw_ptr(), first->device_value().raw_ptr());
+    EXPECT_NE(mixed->device_value().raw_ptr(), first->device_value().raw_ptr());
+}
+
+TEST_F(Operators, ShufflesAreViews) {
+    GraphVar* a = input<float>({2, 1, 3}, {1, 2, 3, 4, 5, 6});
+    GraphVar* shuffled = DimensionShuffle::make(a, {2, -1, 0});
+    const auto* op = static_cast<DimensionShuffle*>(shuffled->owner_operator());
+    EXPECT_EQ(op->source_ndim(), 3u);
+    EXPECT_EQ(run<float>(shuffled), (std::vector<float>{1, 4, 2, 5, 3, 6}));
+    EXPECT_TRUE(shuffled->shape().same_shape({3, 1, 2}));
+    EXPECT_EQ(shuffled->device_value().raw_ptr(), a->device_value().raw_ptr());
+    EXPECT_DEATH(DimensionShuffle::make(a, {0, 1}, 3), "");  // drops an axis of length 3
+}
+
+TEST_F(Operators, ReductionsOverOneAxisOrToATarget) {
+    GraphVar* a = input<float>({2, 3}, {1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(run<float>(reduce(a, ReduceMode::SUM, 1)), (std::vector<float>{6, 15}));
+    EXPECT_EQ(run<float>(reduce(a, ReduceMode::MAX, 0)), (std::vector<float>{4, 5, 6}));
+    EXPECT_EQ(reduce(a, ReduceMode::MAX, 0)->name().rfind("reduce4[", 0), 0u);
+
+    HostTensorND target(CompNode::default_cpu(), {2}, DType::Int32());
+    target.ptr<int32_t>()[0] = target.ptr<int32_t>()[1] = 1;
+    GraphVar* one_by_one = ConstantTensor::make(*graph, target, on_node());
+    EXPECT_EQ(run<float>(reduce(a, ReduceMode::SUM_SQR, -1, one_by_one)), (std::vector<float>{91}));
+    EXPECT_EQ(run<float>(reduce(a, ReduceMode::MEAN, -1, one_by_one)), (std::vector<float>{3.5f}));
+    // The target as a value that is only known in the run.
+    GraphVar* late = input<int32_t>({1}, {3});
+    EXPECT_EQ(run<float>(reduce(a, ReduceMode::SUM, -1, late)), (std::vector<float>{5, 7, 9}));
+
+    // Nothing collapses: a copy, but for squares.
+    GraphVar* thin = input<float>({2, 1}, {-2, 3});
+    EXPECT_EQ(run<float>(reduce(thin, ReduceMode::SUM, 1)), (std::vector<float>{-2, 3}));
+    EXPECT_EQ(run<float>(reduce(thin, ReduceMode::SUM_SQR, 1)), (std::vector<float>{4, 9}));
+    // A view that is not contiguous is copied first.
+    EXPECT_EQ(run<float>(reduce(DimensionShuffle::make(a, {1, 0}), ReduceMode::SUM, 1)),
+              (std::vector<float>{5, 7, 9}));
+    EXPECT_DEATH(ReduceOperator::make(a, {ReduceMode::SUM, -1, {}}), "");
+    EXPECT_DEATH(run<float>(reduce(a, ReduceMode::SUM, 2)), "");
+}
+
+TEST_F(Operators, ASumOfSecondPowersIsASumOfSquares) {
+    GraphVar* a = input<float>({1, 2}, {3, 4});
+    const auto power = [&](float exponent) {
+        return ElementwiseOperator::make(
+            {a, ConstantTensor::make_scalar(*graph, exponent, on_node())}, ElementwiseMode::POW);
+    };
+    GraphVar* squares = reduce(power(2.0f), ReduceMode::SUM, 1);
+    EXPECT_EQ(squares->owner_operator()->input(0), a);
+    EXPECT_EQ(run<float>(squares), (std::vector<float>{25}));
+    GraphVar* cubes = power(3.0f);
+    EXPECT_EQ(reduce(cubes, ReduceMode::SUM, 1)->owner_operator()->input(0), cubes);
+    GraphVar* max = power(2.0f);
+    EXPECT_EQ(reduce(max, ReduceMode::MAX, 1)->owner_operator()->input(0), max);
+}
+
+TEST_F(Operators, ProductsTakeEveryTransposition) {
+    const auto a_tensor = make_tensor<float>({2, 3}, {1, 2, 3, 4, 5, 6});
+    const auto b_tensor = make_tensor<float>({3, 2}, {1, 0, 2, 1, 0, 3});
+    GraphVar* a = SharedTensorInput::make(*graph, a_tensor);
+    GraphVar* b = SharedTensorInput::make(*graph, b_tensor);
+    GraphVar* at = DimensionShuffle::make(a, {1, 0});
+    GraphVar* bt = DimensionShuffle::make(b, {1, 0});
+    const std::vector<float> expected{5, 11, 14, 23};
+    EXPECT_EQ(run<float>(MatrixMultiply::make(a, b, {})), expected);
+    EXPECT_EQ(run<float>(MatrixMultiply::make(at, b, {true, false, {}})), expected);
+    EXPECT_EQ(run<float>(MatrixMultiply::make(a, bt, {false, true, {}})), expected);
+    EXPECT_EQ(run<float>(MatrixMultiply::make(at, bt, {true, true, {}})), expected);
+
+    // Neither contiguous nor the transpose of something contiguous: copied before the product.
+    const auto wide = make_tensor<float>({2, 4}, {1, 2, 3, 9, 4, 5, 6, 9});
+    TensorSlice first_three;
+    first_three.end = 3;
+    *a_tensor = (*wide)[{{}, first_three}];
+    GraphVar* product = MatrixMultiply::make(a, b, {});
+    EXPECT_EQ(run<float>(product), expected);
+    fill<float>(*a_tensor = DeviceTensorND(node(), DType::Float32()), {1, 3}, {1, 1, 1});
+    EXPECT_EQ(run<float>(product), (std::vector<float>{3, 4}));
+    // No depth: a product of nothing is zero.
+    *a_tensor = *make_tensor<float>({2, 0}, {});
+    *b_tensor = *make_tensor<float>({0, 1}, {});
+    EXPECT_EQ(run<float>(product), (std::vector<float>{0, 0}));
+    *b_tensor = *make_tensor<float>({2, 1}, {1, 1});
+    EXPECT_DEATH(run<float>(product), "");
+    EXPECT_DEATH(MatrixMultiply::make(a, input<int32_t>({3, 2}, {}), {}), "");
+}
+
+}  // namespace
+}  // namespace orb
