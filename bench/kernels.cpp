@@ -59,15 +59,14 @@ void multiply(benchmark::State& state, DType in, DType out, kern::MatrixMulDataT
         op->workspace_in_bytes(a.raw().layout, b.raw().layout, c.raw().layout));
     for (auto _ : state)
         op->exec(a.raw(), b.raw(), c.raw(), {workspace.data(), workspace.size()});
-    state.counters["FLOP/s"] =
-        benchmark::Counter(static_cast<double>(2 * queries * NR_ROWS * DIM),
-                           benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["FLOP/s"] = benchmark::Counter(static_cast<double>(2 * queries * NR_ROWS * DIM),
+                                                  benchmark::Counter::kIsIterationInvariantRate);
 }
 
 void matrix_mul_float32(benchmark::State& state) {
     multiply(state, DType::Float32(), DType::Float32(), kern::MatrixMulDataType::DEFAULT);
 }
-BENCHMARK(matrix_mul_float32)->Arg(1)->Arg(2)->Arg(4)->Arg(16)->Arg(64)->Arg(256);
+BENCHMARK(matrix_mul_float32)->Arg(1)->Arg(2)->Arg(3)->Arg(4)->Arg(16)->Arg(64)->Arg(256);
 
 void matrix_mul_int8(benchmark::State& state) {
     multiply(state, DType::Int8(), DType::Int32(), kern::MatrixMulDataType::INT8_TO_INT32);

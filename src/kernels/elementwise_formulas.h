@@ -151,9 +151,9 @@ template <template <ElementwiseMode, typename> class Kernel, uint32_t ARITY>
 auto select_elementwise(ElementwiseMode mode, DTypeEnum dtype) {
     using Function = decltype(&Kernel<ElementwiseMode::ADD, float>::run);
     switch (mode) {
-#define KERN_ELEMENTWISE_MODE(number, NAME, text, arity, ...)                         \
-    case ElementwiseMode::NAME:                                                       \
-        if constexpr (ARITY == 0 || ARITY == arity)                                   \
+#define KERN_ELEMENTWISE_MODE(number, NAME, text, arity, ...)                                \
+    case ElementwiseMode::NAME:                                                              \
+        if constexpr (ARITY == 0 || ARITY == arity)                                          \
             return Function(select_elementwise_dtype<Kernel, ElementwiseMode::NAME>(dtype)); \
         break;
 #include "kernels/elementwise_modes.inc"

@@ -102,9 +102,8 @@ Float16::Float16(float value) {
 
 Float16::operator float() const {
     const size_t index = bits >> 10;
-    const uint32_t wide =
-        WIDENING.mantissa[WIDENING.offset[index] + (bits & HALF_MANTISSA_MASK)] +
-        WIDENING.exponent[index];
+    const uint32_t wide = WIDENING.mantissa[WIDENING.offset[index] + (bits & HALF_MANTISSA_MASK)] +
+                          WIDENING.exponent[index];
     float value = 0;
     std::memcpy(&value, &wide, sizeof(value));
     return value;

@@ -54,8 +54,8 @@ auto select_type_cvt_to(DTypeEnum to) -> decltype(&Kernel<float, float>::run) {
     }
 }
 
-// Kernel<To, From>::run. Stops the process on quantised types, which have no rules yet, and on types
-// that are no numbers.
+// Kernel<To, From>::run. Stops the process on quantised types, which have no rules yet, and on
+// types that are no numbers.
 template <template <typename To, typename From> class Kernel>
 auto select_type_cvt(DTypeEnum to, DTypeEnum from) -> decltype(&Kernel<float, float>::run) {
     switch (from) {

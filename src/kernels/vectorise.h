@@ -3,6 +3,8 @@
 #pragma once
 
 #if defined(__clang__)
+// Formulas that have no vector form stay scalar; that is no reason to warn.
+#pragma clang diagnostic ignored "-Wpass-failed"
 #define KERN_INDEPENDENT_LOOP _Pragma("clang loop vectorize(assume_safety)")
 #else
 #define KERN_INDEPENDENT_LOOP _Pragma("GCC ivdep")

@@ -55,8 +55,8 @@ TEST(Handle, OperatorMayNotOutliveIt) {
             // The handle's memory must stay readable for the check to be defined.
             alignas(kern::KernelHandle) static uint8_t memory[sizeof(kern::KernelHandle)];
             const auto dispatcher = std::make_shared<kern::InlineDispatcher>();
-            auto* handle = new (memory) kern::KernelHandle({kern::Platform::CPU, dispatcher},
-                                                           kern::HandleLevel::NAIVE);
+            auto* handle = new (memory)
+                kern::KernelHandle({kern::Platform::CPU, dispatcher}, kern::HandleLevel::NAIVE);
             auto op = handle->create_operator<kern::MatrixMul>();
             handle->~KernelHandle();
             op.reset();

@@ -23,6 +23,8 @@ using kern::RawTensor;
 using kern::TensorLayout;
 using kern::TensorShape;
 
+using Sizes = std::vector<size_t>;
+
 enum DebugLevel { FALLBACK = 1, NAIVE = 2 };
 constexpr int DEBUG_LEVELS[] = {NAIVE, FALLBACK};
 
@@ -89,9 +91,7 @@ public:
           m_buffer(m_bytes) {}
     Tensor(const TensorShape& shape, DType dtype) : Tensor(TensorLayout(shape, dtype)) {}
 
-    RawTensor raw() const {
-        return {m_buffer.data() - m_layout.span().low_byte, m_layout};
-    }
+    RawTensor raw() const { return {m_buffer.data() - m_layout.span().low_byte, m_layout}; }
     const TensorLayout& layout() const { return m_layout; }
     // All memory, with what lies between the elements.
     std::string bytes() const {

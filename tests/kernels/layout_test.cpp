@@ -86,7 +86,7 @@ TEST(Layout, Predicates) {
         bool dense, dense_broadcast, monotonic, non_overlapping;
     } cases[] = {
         {TensorLayout({2, 3}, f), true, true, true, true},
-        {strided({2, 1, 3}, {3, 50, 1}, f), true, false, true, true},
+        {strided({2, 1, 3}, {3, 50, 1}, f), true, true, true, true},
         {strided({2, 3}, {4, 1}, f), false, false, true, true},
         {strided({3, 2}, {1, 3}, f), false, false, false, true},
         {strided({2, 3}, {0, 1}, f), false, true, true, false},

@@ -28,17 +28,16 @@ struct Problem {
     }
     std::string text() const {
         return std::to_string(rows) + "x" + std::to_string(depth) + "x" + std::to_string(columns) +
-               (transpose_a ? " ta" : "") + (transpose_b ? " tb" : "") +
-               (padding ? " padded" : "");
+               (transpose_a ? " ta" : "") + (transpose_b ? " tb" : "") + (padding ? " padded" : "");
     }
 };
 
 // Sizes around the edges of tiles of 4 and 8 rows and of 4 and 12 columns.
 std::vector<Problem> problems() {
     std::vector<Problem> result;
-    for (size_t rows : {1, 2, 3, 4, 5, 7, 8, 9, 16, 17})
-        for (size_t columns : {1, 4, 11, 12, 13, 24, 25})
-            for (size_t depth : {0, 1, 3, 4, 5, 33})
+    for (size_t rows : Sizes{1, 2, 3, 4, 5, 7, 8, 9, 16, 17})
+        for (size_t columns : Sizes{1, 4, 11, 12, 13, 24, 25})
+            for (size_t depth : Sizes{0, 1, 3, 4, 5, 33})
                 for (int flags = 0; flags < 8; ++flags)
                     result.push_back({rows, columns, depth, (flags & 1) != 0, (flags & 2) != 0,
                                       flags & 4 ? size_t{3} : size_t{0}});
@@ -114,8 +113,8 @@ TEST(MatrixMul, PairHasTheSameBitsAloneAndInABatch) {
     b.fill_uniform(random, -1, 1);
     const Tensor all(batch.c(DType::Float32()));
     run(FALLBACK, batch, MatrixMulDataType::DEFAULT, a, b, all);
-    for (size_t count : {1, 2, 3, 4, 6}) {
-        for (size_t first_row : {0, 1, 7, 50}) {
+    for (size_t count : Sizes{1, 2, 3, 4, 6}) {
+        for (size_t first_row : Sizes{0, 1, 7, 50}) {
             const Problem part{count, ROWS - first_row, DIM, false, true, 0};
             const size_t first_query = QUERIES - count;
             Tensor queries(part.a(DType::Float32())), rows(part.b(DType::Float32()));
@@ -149,9 +148,9 @@ TEST(MatrixMul, HalfRoundsAfterEveryStepOrOnce) {
 
 TEST(MatrixMul, NoRowsNoColumnsAndWorkspaceSizes) {
     for (int level : DEBUG_LEVELS) {
-        for (const Problem& problem : {Problem{0, 5, 3, false, true, 0},
-                                       Problem{5, 0, 3, false, false, 0},
-                                       Problem{0, 0, 0, true, false, 0}}) {
+        for (const Problem& problem :
+             {Problem{0, 5, 3, false, true, 0}, Problem{5, 0, 3, false, false, 0},
+              Problem{0, 0, 0, true, false, 0}}) {
             const DType f = DType::Float32();
             const Tensor a(TensorLayout(problem.a(f), f)), b(TensorLayout(problem.b(f), f)),
                 c(TensorLayout(problem.c(f), f));

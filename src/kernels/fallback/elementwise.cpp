@@ -62,8 +62,8 @@ struct Operand {
     ptrdiff_t stride[3];
 
     const void* row(size_t outer, size_t middle, size_t element_bytes) const {
-        const ptrdiff_t elements = static_cast<ptrdiff_t>(outer) * stride[0] +
-                                   static_cast<ptrdiff_t>(middle) * stride[1];
+        const ptrdiff_t elements =
+            static_cast<ptrdiff_t>(outer) * stride[0] + static_cast<ptrdiff_t>(middle) * stride[1];
         return base + elements * static_cast<ptrdiff_t>(element_bytes);
     }
 };
@@ -132,9 +132,8 @@ void ElementwiseImpl::exec(const std::vector<RawTensor>& inputs, const RawTensor
     if (inputs.size() == 1 && set.max_ndim == 1) {
         const auto kernel = select_elementwise<UnaryRow, 1>(m_param.mode, dtype.enum_value());
         dispatch([kernel, x = set.views[0].raw_ptr, stride = set.views[0].layout.stride[0],
-                  out = output.raw_ptr, count = set.element_count] {
-            kernel(x, stride, out, count);
-        });
+                  out = output.raw_ptr,
+                  count = set.element_count] { kernel(x, stride, out, count); });
         return;
     }
     if (inputs.size() == 2) {

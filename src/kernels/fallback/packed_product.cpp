@@ -23,18 +23,28 @@ size_t panel_bytes(size_t lines, size_t panel_width, size_t depth) {
     return round_up(checked_mul(values, sizeof(float)), 64);
 }
 
-// Where the operand's lines (rows of A, columns of B) lie: both steps in elements, one of them 1.
+// The operand's lines (rows of A, columns of B) from a panel's first one to the last of all. Both
+// steps are in elements, and one of them is 1.
 struct Lines {
     const float* first;
+    size_t count;
     ptrdiff_t line_step;
     ptrdiff_t k_step;
 };
 
-// Packs lines that are contiguous along k: blocks of 4 x 4 values are turned in registers.
+// Packs a whole panel of lines that are contiguous along k: blocks of 4 x 4 values are turned in
+// registers. A panel's lines are too short for the hardware to see them coming, so those of the
+// next panel are asked for here.
 template <size_t WIDTH>
-void pack_turned(const float* first, ptrdiff_t line_step, size_t depth, float* panel) {
+void pack_turned(const Lines& lines, size_t depth, float* panel) {
+    constexpr size_t CACHE_LINE = 64 / sizeof(float);
+    const float* first = lines.first;
+    const ptrdiff_t line_step = lines.line_step;
+    const size_t ahead_end = std::min(2 * WIDTH, lines.count);
     size_t k = 0;
     for (; k + LANES <= depth; k += LANES) {
+        for (size_t lane = WIDTH; k % CACHE_LINE == 0 && lane < ahead_end; ++lane)
+            __builtin_prefetch(at_step(first, lane, line_step) + k);
         for (size_t lane = 0; lane < WIDTH; lane += LANES) {
             const float* source = at_step(first, lane, line_step) + k;
             F32x4 r0 = simd::load(source);
@@ -55,13 +65,14 @@ void pack_turned(const float* first, ptrdiff_t line_step, size_t depth, float* p
     }
 }
 
-// Packs `count` lines, at most WIDTH, as a depth x WIDTH array; missing lines are zeros.
+// Packs the first WIDTH lines as a depth x WIDTH array; missing lines are zeros.
 template <size_t WIDTH>
-void pack_panel(const Lines& lines, size_t count, size_t depth, float* panel) {
-    if (count == WIDTH && lines.k_step == 1) {
-        pack_turned<WIDTH>(lines.first, lines.line_step, depth, panel);
+void pack_panel(const Lines& lines, size_t depth, float* panel) {
+    if (lines.count >= WIDTH && lines.k_step == 1) {
+        pack_turned<WIDTH>(lines, depth, panel);
         return;
     }
+    const size_t count = std::min(WIDTH, lines.count);
     for (size_t k = 0; k < depth; ++k) {
         const float* source = at_step(lines.first, k, lines.k_step);
         float* target = panel + k * WIDTH;
@@ -137,8 +148,8 @@ void packed_product(const MatrixMulArgs& args, void* workspace) {
     if (args.rows == 0 || args.columns == 0)
         return;
     const auto misalignment = reinterpret_cast<uintptr_t>(workspace) % PANEL_ALIGNMENT;
-    auto* base = static_cast<uint8_t*>(workspace) +
-                 (misalignment == 0 ? 0 : PANEL_ALIGNMENT - misalignment);
+    auto* base =
+        static_cast<uint8_t*>(workspace) + (misalignment == 0 ? 0 : PANEL_ALIGNMENT - misalignment);
     void* a_area = base;
     void* b_area = base + panel_bytes(args.rows, PANEL_ROWS, args.depth) + PANEL_ALIGNMENT;
     auto* a_panels = static_cast<float*>(a_area);
@@ -148,16 +159,15 @@ void packed_product(const MatrixMulArgs& args, void* workspace) {
     const auto* b = static_cast<const float*>(args.b);
     auto* c = static_cast<float*>(args.c);
     for (size_t i = 0; i < args.rows; i += PANEL_ROWS) {
-        const Lines lines{at_step(a, i, args.a_row), args.a_row, args.a_k};
-        pack_panel<PANEL_ROWS>(lines, std::min(PANEL_ROWS, args.rows - i), args.depth,
-                               a_panels + i * args.depth);
+        const Lines lines{at_step(a, i, args.a_row), args.rows - i, args.a_row, args.a_k};
+        pack_panel<PANEL_ROWS>(lines, args.depth, a_panels + i * args.depth);
     }
     // A panel of B is used up before the next is packed, so all take the same place, which stays in
     // the nearest cache.
     for (size_t j = 0; j < args.columns; j += PANEL_COLUMNS) {
         const size_t columns = std::min(PANEL_COLUMNS, args.columns - j);
-        const Lines lines{at_step(b, j, args.b_column), args.b_column, args.b_k};
-        pack_panel<PANEL_COLUMNS>(lines, columns, args.depth, b_panel);
+        const Lines lines{at_step(b, j, args.b_column), args.columns - j, args.b_column, args.b_k};
+        pack_panel<PANEL_COLUMNS>(lines, args.depth, b_panel);
         for (size_t i = 0; i < args.rows; i += PANEL_ROWS)
             multiply_panels(a_panels + i * args.depth, std::min(PANEL_ROWS, args.rows - i), b_panel,
                             args.depth, at_step(c, i, args.c_row) + j, args.c_row, columns);

@@ -64,8 +64,8 @@ public:
         for (size_t b = low; b < high; ++b) {
             const In* elements = m_first + b * m_element_step;
             for (size_t line = 0; line < m_count; ++line)
-                results[line] = Policy::combine(results[line],
-                                                Policy::leaf(static_cast<T>(elements[line])));
+                results[line] =
+                    Policy::combine(results[line], Policy::leaf(static_cast<T>(elements[line])));
         }
     }
 

@@ -52,9 +52,9 @@ void multiply(const MatrixMulArgs& args) {
     auto* c = static_cast<typename Policy::Out*>(args.c);
     for (size_t i = 0; i < args.rows; ++i) {
         for (size_t j = 0; j < args.columns; ++j)
-            at_step(c, i, args.c_row)[j] = Policy::finish(
-                dot<Policy>(at_step(a, i, args.a_row), args.a_k, at_step(b, j, args.b_column),
-                            args.b_k, args.depth));
+            at_step(c, i, args.c_row)[j] =
+                Policy::finish(dot<Policy>(at_step(a, i, args.a_row), args.a_k,
+                                           at_step(b, j, args.b_column), args.b_k, args.depth));
     }
 }
 

@@ -1,0 +1,177 @@
+#include "kernels/reduce.h"
+
+#include <numeric>
+
+#include "tests/kernels/kernel_test_util.h"
+
+namespace kern_test {
+namespace {
+
+using kern::ReduceDataType;
+using kern::ReduceMode;
+
+struct Shape {
+    size_t outer, length, inner;
+    TensorShape src() const { return {outer, length, inner}; }
+    TensorShape dst() const { return {outer, 1, inner}; }
+};
+
+void run(int level, ReduceMode mode, ReduceDataType data_type, const Tensor& src,
+         const Tensor& dst) {
+    const auto handle = make_handle(level);
+    const auto op = handle->create_operator<kern::Reduce>();
+    op->param() = {mode, 1, data_type};
+    const size_t bytes = op->workspace_in_bytes(src.layout(), dst.layout());
+    const GuardedBuffer workspace(bytes);
+    op->exec(src.raw(), dst.raw(), {workspace.data(), bytes});
+}
+
+double combine(ReduceMode mode, double a, double b) {
+    switch (mode) {
+        case ReduceMode::SUM_SQR:
+            return a + b * b;
+        case ReduceMode::PRODUCT:
+            return a * b;
+        case ReduceMode::MIN:
+            return std::min(a, b);
+        case ReduceMode::MAX:
+            return std::max(a, b);
+        default:
+            return a + b;
+    }
+}
+
+double reference(ReduceMode mode, const Shape& shape, const Tensor& src, size_t a, size_t c) {
+    double result = mode == ReduceMode::PRODUCT ? 1
+                    : mode == ReduceMode::MIN   ? INFINITY
+                    : mode == ReduceMode::MAX   ? -INFINITY
+                                                : 0;
+    for (size_t b = 0; b < shape.length; ++b)
+        result = combine(mode, result, src.get((a * shape.length + b) * shape.inner + c));
+    return mode == ReduceMode::MEAN ? result / static_cast<double>(shape.length) : result;
+}
+
+// Small whole numbers, so that every order of additions gives the same bits.
+TEST(Reduce, EveryLevelModeAndDtypeIsExactOnSmallNumbers) {
+    const Shape shapes[] = {{1, 1, 1},  {5, 1, 1},  {9, 7, 1},   {70, 5, 1}, {1, 20, 3},
+                            {2, 6, 67}, {3, 1, 64}, {17, 20, 1}, {2, 3, 1},  {1, 33, 65}};
+    std::mt19937 random(4);
+    for (DType dtype : number_types()) {
+        const bool is_float = dtype.category() == kern::DTypeCategory::FLOAT;
+        for (uint32_t number = 0; number <= 5; ++number) {
+            const auto mode = static_cast<ReduceMode>(number);
+            for (const Shape& shape : shapes) {
+                Tensor src(shape.src(), dtype);
+                const int low = dtype == DType::Uint8() ? 0 : -1;
+                src.fill_integers(random, low, mode == ReduceMode::PRODUCT ? 1 : 3);
+                std::vector<ReduceDataType> data_types = {ReduceDataType::DEFAULT};
+                if (is_float)
+                    data_types.insert(data_types.end(),
+                                      {ReduceDataType::FLOAT_O32, ReduceDataType::FLOAT_O16});
+                for (ReduceDataType data_type : data_types)
+                    for (int level : DEBUG_LEVELS) {
+                        const Tensor dst(shape.dst(), dtype);
+                        run(level, mode, data_type, src, dst);
+                        Tensor wanted(shape.dst(), dtype);
+                        for (size_t i = 0; i < shape.outer * shape.inner; ++i)
+                            wanted.set(
+                                i, reference(mode, shape, src, i / shape.inner, i % shape.inner));
+                        ASSERT_EQ(dst.bytes(), wanted.bytes())
+                            << dtype.name() << " mode " << number << " level " << level << " "
+                            << shape.src().to_string();
+                    }
+            }
+        }
+    }
+}
+
+// The order of additions that each level promises, along rows as along columns.
+float halved_sum(const std::vector<float>& values, size_t low, size_t high, size_t leaf) {
+    if (high - low <= leaf)
+        return std::accumulate(values.begin() + static_cast<ptrdiff_t>(low),
+                               values.begin() + static_cast<ptrdiff_t>(high), 0.0f);
+    const size_t middle = low + (high - low) / 2;
+    return halved_sum(values, low, middle, leaf) + halved_sum(values, middle, high, leaf);
+}
+
+TEST(Reduce, LongSumsKeepTheirOrderOfAdditions) {
+    std::mt19937 random(5);
+    for (size_t length : Sizes{4096, 4097, 10000}) {
+        for (const Shape& shape :
+             {Shape{1, length, 1}, Shape{11, length, 1}, Shape{2, length, 5}}) {
+            Tensor src(shape.src(), DType::Float32());
+            src.fill_uniform(random, 0, 1);
+            for (int level : DEBUG_LEVELS) {
+                const Tensor dst(shape.dst(), DType::Float32());
+                run(level, ReduceMode::SUM, ReduceDataType::DEFAULT, src, dst);
+                for (size_t i = 0; i < shape.outer * shape.inner; ++i) {
+                    std::vector<float> line;
+                    for (size_t b = 0; b < length; ++b)
+                        line.push_back(src.at<float>((i / shape.inner * length + b) * shape.inner +
+                                                     i % shape.inner));
+                    ASSERT_EQ(dst.at<float>(i),
+                              halved_sum(line, 0, length, level == NAIVE ? 1 : 4096));
+                }
+            }
+        }
+    }
+}
+
+TEST(Reduce, NormOfARowDoesNotDependOnTheOthers) {
+    constexpr size_t ROWS = 75, DIM = 131;
+    std::mt19937 random(6);
+    Tensor src({ROWS, DIM}, DType::Float32());
+    src.fill_uniform(random, -1, 1);
+    const Tensor all({ROWS, 1}, DType::Float32());
+    run(FALLBACK, ReduceMode::SUM_SQR, ReduceDataType::DEFAULT, src, all);
+    for (size_t row = 0; row < ROWS; ++row) {
+        Tensor one({1, DIM}, DType::Float32());
+        for (size_t i = 0; i < DIM; ++i)
+            one.set(i, src.get(row * DIM + i));
+        const Tensor norm({1, 1}, DType::Float32());
+        run(FALLBACK, ReduceMode::SUM_SQR, ReduceDataType::DEFAULT, one, norm);
+        ASSERT_EQ(norm.at<float>(0), all.at<float>(row));
+    }
+}
+
+TEST(Reduce, WorkingTypeDecidesWhatIsRounded) {
+    for (int level : DEBUG_LEVELS) {
+        Tensor src({1, 4}, DType::Float16());
+        const Tensor half({1, 1}, DType::Float16()), single({1, 1}, DType::Float32());
+        src.set(0, 2048), src.set(1, 0), src.set(2, 1), src.set(3, 0);
+        run(level, ReduceMode::SUM, ReduceDataType::DEFAULT, src, half);
+        EXPECT_EQ(half.get(0), 2048);
+        run(level, ReduceMode::SUM, ReduceDataType::FLOAT_O32, src, single);
+        EXPECT_EQ(single.get(0), 2049);
+        src.set(0, 60000), src.set(1, 60000);
+        run(level, ReduceMode::MEAN, ReduceDataType::FLOAT_O16, src, half);
+        EXPECT_EQ(half.get(0), 30000);
+
+        // Sums of bytes wrap; a mean of integers truncates.
+        Tensor bytes({1, 300}, DType::Int8());
+        const Tensor byte({1, 1}, DType::Int8());
+        bytes.fill([] { return 1; });
+        run(level, ReduceMode::SUM, ReduceDataType::DEFAULT, bytes, byte);
+        EXPECT_EQ(byte.get(0), 44);
+        run(level, ReduceMode::MEAN, ReduceDataType::DEFAULT, bytes, byte);
+        EXPECT_EQ(byte.get(0), 0);
+    }
+}
+
+TEST(Reduce, WrongArgumentsStopTheProcess) {
+    const DType f = DType::Float32(), i = DType::Int32();
+    const Tensor src({2, 3}, f), dst({2, 1}, f), ints({2, 3}, i), int_dst({2, 1}, i);
+    const auto sum = [](ReduceDataType data_type, const Tensor& from, const Tensor& to) {
+        run(FALLBACK, ReduceMode::SUM, data_type, from, to);
+    };
+    EXPECT_DEATH(sum(ReduceDataType::FLOAT_IO16_CO32, src, dst), "");
+    EXPECT_DEATH(sum(ReduceDataType::DEFAULT, src, int_dst), "");
+    EXPECT_DEATH(sum(ReduceDataType::FLOAT_O32, ints, int_dst), "");
+    EXPECT_DEATH(sum(ReduceDataType::QUINT_I8_O32, src, dst), "");
+    EXPECT_DEATH(sum(ReduceDataType::DEFAULT, src, Tensor({1, 3}, f)), "");
+    EXPECT_DEATH(sum(ReduceDataType::DEFAULT, Tensor(strided({2, 3}, {4, 1}, f)), dst), "");
+    EXPECT_DEATH(sum(ReduceDataType::DEFAULT, Tensor({0, 3}, f), Tensor({0, 1}, f)), "");
+}
+
+}  // namespace
+}  // namespace kern_test
