@@ -1,0 +1,188 @@
+#include "group/brute_force_engine.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "group/feature_cipher.h"
+#include "group/unaligned.h"
+#include "store/adopted_memory.h"
+#include "store/error.h"
+
+namespace vek {
+namespace {
+
+constexpr size_t MAX_K = 1073741823;
+constexpr size_t MAX_QUERIES = 107374182;
+constexpr size_t NORM_PIECE_BYTES = size_t{1} << 18;
+
+// Rows whose norms are computed in one run: a piece that stays in the cache, at most a block.
+size_t norm_piece_rows(const SmartTensor& features) {
+    return std::clamp(NORM_PIECE_BYTES / features.row_bytes(), size_t{1}, features.block_size());
+}
+
+}  // namespace
+
+BruteForceEngine::BruteForceEngine(const CompareKind& kind, const EngineFunctions& functions,
+                                   size_t feature_dim, size_t feature_bytes, size_t tag_bytes)
+    : m_functions(functions),
+      m_feature_bytes(feature_bytes),
+      m_tag_bytes(tag_bytes),
+      m_comp_node(orb::CompNode::load("cpu:default")),
+      m_rows(m_comp_node, kind.feature_dtype.element_bytes(), feature_dim, tag_bytes),
+      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(m_rows.features())) {}
+
+// ---- search
+
+void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorithm& comparison,
+                              VEKFeatureGroupSearchResult* result) {
+    const std::lock_guard<std::mutex> lock(m_search_mutex);
+    result->nr_query = call.nr_query;
+    result->k = call.k;
+    size_product(size_product(call.nr_query, call.k), sizeof(uint64_t));  // places of the result
+    ResultWriter writer(*result);
+    if (size() == 0) {
+        writer.pad(0, call.nr_query * call.k);
+        return;
+    }
+    check_search(call, comparison);
+    if (call.nr_query == 0)
+        return;
+
+    const ScoreMap score_map(comparison);
+    const bool encrypted = call.options && call.options->encrypted != 0;
+    const Buffer plain = encrypted ? decrypted(call.features, call.nr_query) : nullptr;
+    std::vector<TopKHeap> heaps = make_heaps(call, score_map.raw_threshold(call.threshold));
+    compare_all(plain ? plain.get() : call.features, call.nr_query);
+    TagFilter filter;
+    if (m_tag_bytes != 0 && call.predicate)
+        filter = {call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes};
+    select_candidates(m_graphs.copy_scores_to_host(), filter, heaps);
+
+    if (call.options && call.options->sorted > 0)
+        std::for_each(heaps.begin(), heaps.end(), [](TopKHeap& heap) { heap.sort(); });
+    for (size_t query = 0; query < heaps.size(); ++query)
+        writer.write_row(query * call.k, call.k, heaps[query], m_rows.ids(), score_map);
+}
+
+void BruteForceEngine::check_search(const SearchCall& call,
+                                    const VEKComparisonAlgorithm& comparison) const {
+    if (comparison.method != VEK_COMPARISON_SIGMOID_L2)
+        throw Error(VEK_INVALID_ARGUMENT, "comparison method not found", m_functions.search);
+    if (call.nr_query != 0 && (call.k > MAX_K || call.nr_query > MAX_QUERIES))
+        throw std::length_error("search");
+}
+
+std::vector<TopKHeap> BruteForceEngine::make_heaps(const SearchCall& call,
+                                                   float raw_threshold) const {
+    std::vector<TopKHeap> heaps;
+    heaps.reserve(call.nr_query);
+    for (size_t query = 0; query < call.nr_query; ++query)
+        heaps.emplace_back(call.k, raw_threshold, std::min(call.k, size()));
+    return heaps;
+}
+
+// Leaves the raw scores of all pairs in the graphs' score matrix.
+void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query) {
+    const auto blocks = m_rows.features().get_all_elements();
+    const auto sqr_blocks = m_rows.sqrs().get_all_elements();
+    m_graphs.bind_queries(queries, nr_query, size(), m_rows.features().size_with_slack());
+    size_t offset = 0;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        const size_t rows = blocks[i].second;
+        if (i >= sqr_blocks.size() || sqr_blocks[i].second != rows)
+            throw Error(VEK_INTERNAL_ERROR, "base and its sqr conflict!", m_functions.search);
+        m_graphs.compare_block(*blocks[i].first, *sqr_blocks[i].first, rows, offset);
+        offset += rows;
+    }
+}
+
+BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, size_t nr) const {
+    const size_t bytes = size_product(nr, m_feature_bytes);
+    Buffer plain(new uint8_t[bytes]);
+    std::copy_n(features, bytes, plain.get());
+    feature_cipher(plain.get(), nr, m_feature_bytes, m_rows.features().row_bytes());
+    return plain;
+}
+
+// ---- changes
+
+void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags,
+                              size_t nr, const VEKFeatureGroupInsertOptions* options) {
+    if (m_tag_bytes != 0 && !tags)
+        throw Error(VEK_INVALID_ARGUMENT, "tags can not be nullptr", m_functions.insert);
+    if (nr == 0)
+        return;
+    if (nr > GroupRows::MAX_ROWS)
+        throw std::length_error("rows of a group");
+    check_insert_ids(ids, nr);
+    const bool replace = options && options->replace_existing != 0;
+    const std::vector<uint64_t> replaced = held_ids(ids, nr, replace);
+
+    // All that can fail comes before the first change.
+    const bool encrypted = options && options->encrypted != 0;
+    const Buffer plain = encrypted ? decrypted(features, nr) : nullptr;
+    const uint8_t* rows = plain ? plain.get() : features;
+    const Buffer sqrs = compute_sqrs(rows, nr);
+    m_rows.commit(m_rows.prepare_append(size_sum(size() - replaced.size(), nr)));
+    for (uint64_t id : replaced)
+        m_rows.erase(id);
+    m_rows.append(ids, rows, sqrs.get(), tags, nr);
+}
+
+void BruteForceEngine::check_insert_ids(const uint64_t* ids, size_t nr) const {
+    IdTable seen;
+    seen.reserve(nr);
+    for (size_t i = 0; i < nr; ++i) {
+        const auto id = read_unaligned<uint64_t>(ids, i);
+        if (id == IdTable::RESERVED_ID)
+            throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert);
+        if (!seen.insert(id, 0))
+            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert);
+    }
+}
+
+// Those of the ids that the group holds, in their order; none may be unless they are replaced.
+std::vector<uint64_t> BruteForceEngine::held_ids(const uint64_t* ids, size_t nr,
+                                                 bool replace) const {
+    std::vector<uint64_t> held;
+    for (size_t i = 0; i < nr; ++i) {
+        const auto id = read_unaligned<uint64_t>(ids, i);
+        if (!m_rows.holds(id))
+            continue;
+        if (!replace)
+            throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert);
+        held.push_back(id);
+    }
+    return held;
+}
+
+BruteForceEngine::Buffer BruteForceEngine::compute_sqrs(const uint8_t* features, size_t nr) {
+    const size_t norm_bytes = m_rows.sqrs().row_bytes();
+    Buffer sqrs(new uint8_t[size_product(nr, norm_bytes)]);
+    m_graphs.compute_sqrs(features, nr, [&](size_t first, const orb::HostTensorND& norms) {
+        std::copy_n(norms.raw_ptr(), norms.shape(0) * norm_bytes, &sqrs[first * norm_bytes]);
+    });
+    return sqrs;
+}
+
+void BruteForceEngine::erase(const uint64_t* ids, size_t nr) {
+    check_erase_ids(ids, nr);
+    for (size_t i = 0; i < nr; ++i)
+        m_rows.erase(read_unaligned<uint64_t>(ids, i));
+}
+
+// The reserved id is refused as one that the group does not hold.
+void BruteForceEngine::check_erase_ids(const uint64_t* ids, size_t nr) const {
+    IdTable seen;
+    seen.reserve(std::min(nr, size()));  // others are refused before they get there
+    for (size_t i = 0; i < nr; ++i) {
+        const auto id = read_unaligned<uint64_t>(ids, i);
+        if (!m_rows.holds(id))
+            throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase);
+        if (!seen.insert(id, 0))
+            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.erase);
+    }
+}
+
+}  // namespace vek

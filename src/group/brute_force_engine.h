@@ -1,0 +1,77 @@
+// Exhaustive search and the changes of a group's content, for every kind of brute-force group. A
+// group owns one engine and adds its settings and refusals. Any number of threads may search; they
+// take turns. Everything else needs the caller's own exclusion from all calls on the group.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+
+#include "group/compare_graphs.h"
+#include "group/group_rows.h"
+#include "group/selection.h"
+#include "vekfind/vekfind.h"
+
+namespace vek {
+
+// Signatures of the group's operations, for the errors that are raised on their behalf.
+struct EngineFunctions {
+    const char* search;
+    const char* insert;
+    const char* erase;
+};
+
+// The arguments of a search but the result.
+struct SearchCall {
+    const uint8_t* features;
+    size_t nr_query;
+    size_t k;
+    float threshold;
+    VEKTagPredicate predicate;
+    void* const* predicate_contexts;
+    const VEKFeatureGroupSearchOptions* options;
+};
+
+class BruteForceEngine final {
+public:
+    // Rows of the caller follow each other by the elements that are stored, `feature_dim` of them;
+    // `feature_bytes` is the length that encryption works on, at least as long.
+    BruteForceEngine(const CompareKind& kind, const EngineFunctions& functions, size_t feature_dim,
+                     size_t feature_bytes, size_t tag_bytes);
+
+    // Throws `Error`, std::bad_alloc or std::length_error: then only the two counts of the result
+    // are written, as also when a predicate throws.
+    void search(const SearchCall& call, const VEKComparisonAlgorithm& comparison,
+                VEKFeatureGroupSearchResult* result);
+    // These throw the same and leave the group as it was.
+    void insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags, size_t nr,
+                const VEKFeatureGroupInsertOptions* options);
+    void erase(const uint64_t* ids, size_t nr);
+    void reserve(size_t rows) { m_rows.reserve(rows); }
+
+    void shrink() { m_rows.shrink(); }
+    void reset() { m_rows.clear(); }
+    size_t size() const { return m_rows.size(); }
+
+private:
+    using Buffer = std::unique_ptr<uint8_t[]>;
+
+    void check_search(const SearchCall& call, const VEKComparisonAlgorithm& comparison) const;
+    std::vector<TopKHeap> make_heaps(const SearchCall& call, float raw_threshold) const;
+    void compare_all(const uint8_t* queries, size_t nr_query);
+    void check_insert_ids(const uint64_t* ids, size_t nr) const;
+    std::vector<uint64_t> held_ids(const uint64_t* ids, size_t nr, bool replace) const;
+    void check_erase_ids(const uint64_t* ids, size_t nr) const;
+    Buffer decrypted(const uint8_t* features, size_t nr) const;
+    Buffer compute_sqrs(const uint8_t* features, size_t nr);
+
+    EngineFunctions m_functions;
+    size_t m_feature_bytes;
+    size_t m_tag_bytes;
+    std::mutex m_search_mutex;
+    orb::CompNode m_comp_node;
+    GroupRows m_rows;
+    CompareGraphs m_graphs;
+};
+
+}  // namespace vek

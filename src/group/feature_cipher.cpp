@@ -1,0 +1,62 @@
+#include "group/feature_cipher.h"
+
+#include <array>
+#include <utility>
+#include <vector>
+
+namespace vek {
+namespace {
+
+// Marsaglia, Xorshift RNGs, 2003.
+uint32_t xorshift(uint32_t x) {
+    x ^= x << 13;
+    x ^= x >> 17;
+    return x ^ (x << 5);
+}
+
+// A generator in the manner of RC4 whose key schedule is fed by xorshift. Indices are bytes and
+// wrap.
+class Keystream {
+public:
+    explicit Keystream(uint32_t x) {
+        for (size_t i = 0; i < m_state.size(); ++i)
+            m_state[i] = static_cast<uint8_t>(i);
+        uint8_t j = 0;
+        for (uint32_t i = 0; i < m_state.size(); ++i) {
+            x = xorshift(x);
+            j = static_cast<uint8_t>(m_state[i] + j + (x >> ((8 * i) & 24)));
+            std::swap(m_state[i], m_state[j]);
+        }
+        const uint32_t skipped = (xorshift(x) & 4095) + 800;
+        for (uint32_t i = 0; i < skipped; ++i)
+            next();
+    }
+
+    uint8_t next() {
+        ++m_i;
+        const uint8_t a = m_state[m_i];
+        m_j = static_cast<uint8_t>(a + m_j);
+        std::swap(m_state[m_i], m_state[m_j]);
+        return m_state[static_cast<uint8_t>(a + m_state[m_i])];
+    }
+
+private:
+    std::array<uint8_t, 256> m_state;
+    uint8_t m_i = 0;
+    uint8_t m_j = 0;
+};
+
+}  // namespace
+
+void feature_cipher(uint8_t* buffer, size_t rows, size_t row_bytes, size_t row_step) {
+    Keystream keystream(VEK_FEATURE_SEED ^ static_cast<uint32_t>(row_bytes));
+    std::vector<uint8_t> stream(row_bytes);
+    for (uint8_t& byte : stream)
+        byte = keystream.next();
+    for (size_t row = 0; row < rows; ++row, buffer += row_step) {
+        for (size_t i = 0; i < row_bytes; ++i)
+            buffer[i] ^= stream[i];
+    }
+}
+
+}  // namespace vek

@@ -1,0 +1,92 @@
+#include "group/group_rows.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "group/unaligned.h"
+#include "store/options.h"
+
+namespace vek {
+
+GroupRows::GroupRows(orb::CompNode comp_node, size_t element_bytes, size_t feature_dim,
+                     size_t tag_bytes)
+    : m_tag_bytes(tag_bytes) {
+    m_features.init(comp_node, element_bytes, feature_dim, tensor_block_size());
+    m_sqrs.init(comp_node, sizeof(float), 1, tensor_block_size());
+    m_ids.init(1);
+    if (m_tag_bytes != 0)
+        m_tags.init(m_tag_bytes);
+}
+
+GroupRows::Growth GroupRows::prepare_stores(size_t rows) {
+    if (rows > MAX_ROWS)
+        throw std::length_error("rows of a group");
+    return {m_features.prepare(rows), m_sqrs.prepare(rows), {}, {}, m_index.grown(rows)};
+}
+
+void GroupRows::reserve(size_t rows) {
+    Growth growth = prepare_stores(rows);
+    growth.ids = m_ids.prepare(rows);
+    if (m_tag_bytes != 0)
+        growth.tags = m_tags.prepare(rows);
+    commit(std::move(growth));
+}
+
+GroupRows::Growth GroupRows::prepare_append(size_t rows) {
+    Growth growth = prepare_stores(rows);
+    growth.ids = m_ids.prepare_add(rows);
+    if (m_tag_bytes != 0)
+        growth.tags = m_tags.prepare_add(rows);
+    return growth;
+}
+
+void GroupRows::commit(Growth growth) noexcept {
+    m_features.commit(std::move(growth.features));
+    m_sqrs.commit(std::move(growth.sqrs));
+    m_ids.commit(std::move(growth.ids));
+    m_tags.commit(std::move(growth.tags));
+    if (growth.index)
+        m_index = std::move(*growth.index);
+}
+
+void GroupRows::append(const void* ids, const uint8_t* features, const uint8_t* sqrs,
+                       const uint8_t* tags, size_t nr) {
+    const size_t base = size();
+    for (size_t i = 0; i < nr; ++i)
+        m_index.insert(read_unaligned<uint64_t>(ids, i), static_cast<uint32_t>(base + i));
+    m_features.add(features, nr);
+    m_sqrs.add(sqrs, nr);
+    m_ids.add(ids, nr);
+    if (m_tag_bytes != 0)
+        m_tags.add(tags, nr);
+}
+
+void GroupRows::erase(uint64_t id) {
+    const uint32_t slot = *m_index.find(id);
+    const uint64_t moved = m_ids.data()[size() - 1];
+    m_index.assign(moved, slot);
+    m_index.erase(id);  // after the line above, for the last row is its own successor
+    m_features.erase(slot);
+    m_sqrs.erase(slot);
+    m_ids.erase(slot);
+    if (m_tag_bytes != 0)
+        m_tags.erase(slot);
+}
+
+void GroupRows::shrink() {
+    m_features.shrink();
+    m_sqrs.shrink();
+    m_ids.shrink();
+    m_tags.shrink();
+    m_index.shrink();
+}
+
+void GroupRows::clear() {
+    m_features.clear();
+    m_sqrs.clear();
+    m_ids.clear();
+    m_tags.clear();
+    m_index.clear();
+}
+
+}  // namespace vek

@@ -1,0 +1,69 @@
+// The content of a group: four parallel stores with one row per slot, and the index from id to
+// slot. Slots are dense from 0; an erase moves the last row into the gap. Owned by the group's
+// engine, whose rules on threads are its own.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+
+#include "group/id_table.h"
+#include "store/smart_tensor.h"
+#include "store/smart_vector.h"
+
+namespace vek {
+
+// Between operations: all stores and the index have the same size, and the slot of the id in slot s
+// is s. Lack of memory is std::bad_alloc or std::length_error and leaves everything as it was.
+class GroupRows final {
+public:
+    static constexpr size_t MAX_ROWS = UINT32_MAX;  // slots have 32 bits
+
+    // Memory obtained ahead of a change of all stores.
+    struct Growth {
+        SmartTensor::Growth features;
+        SmartTensor::Growth sqrs;
+        SmartVector<uint64_t>::Growth ids;
+        SmartVector<uint8_t>::Growth tags;
+        std::optional<IdTable> index;
+    };
+
+    // `tag_bytes` 0: no tags.
+    GroupRows(orb::CompNode comp_node, size_t element_bytes, size_t feature_dim, size_t tag_bytes);
+
+    size_t size() const { return m_features.size(); }
+    const SmartTensor& features() const { return m_features; }
+    const SmartTensor& sqrs() const { return m_sqrs; }
+    const uint64_t* ids() const { return m_ids.data(); }
+    const uint8_t* tags() const { return m_tags.data(); }
+    bool holds(uint64_t id) const { return m_index.find(id) != nullptr; }
+
+    // Room for that many rows in all, without slack in the host stores.
+    void reserve(size_t rows);
+    // The same with the growth of `append`, in two halves. The first alone can fail; nothing may
+    // come between them.
+    Growth prepare_append(size_t rows);
+    void commit(Growth growth) noexcept;
+    // Appends rows under ids that are not held. Room has been made, so this does not fail. Memory
+    // of any alignment; `sqrs` holds a norm for each row, `tags` is ignored by a group without.
+    void append(const void* ids, const uint8_t* features, const uint8_t* sqrs, const uint8_t* tags,
+                size_t nr);
+    void erase(uint64_t id);
+    // Hints of `erase`s to come: first this one, then after a while `prefetch_row`.
+    void prefetch_index(uint64_t id) const { m_index.prefetch(id); }
+
+    // Gives back what memory it can.
+    void shrink();
+    void clear();
+
+private:
+    Growth prepare_stores(size_t rows);
+
+    size_t m_tag_bytes;
+    SmartTensor m_features;
+    SmartTensor m_sqrs;
+    SmartVector<uint64_t> m_ids;
+    SmartVector<uint8_t> m_tags;
+    IdTable m_index;
+};
+
+}  // namespace vek

@@ -1,0 +1,64 @@
+#include "group/selection.h"
+
+#include "group/id_table.h"
+#include "group/unaligned.h"
+#include "kernels/check.h"
+
+namespace vek {
+namespace {
+
+template <typename Raw>
+void select_row(const Raw* row, size_t columns, TopKHeap& heap) {
+    for (size_t slot = 0; slot < columns; ++slot)
+        heap.offer(static_cast<uint32_t>(slot), static_cast<float>(row[slot]));
+}
+
+// The predicate sees every pair, also those below the threshold.
+template <typename Raw>
+void select_row(const Raw* row, size_t columns, const TagFilter& filter, void* context,
+                TopKHeap& heap) {
+    const uint8_t* tag = filter.tags;
+    for (size_t slot = 0; slot < columns; ++slot, tag += filter.tag_bytes) {
+        if (filter.predicate(context, tag) > 0)
+            heap.offer(static_cast<uint32_t>(slot), static_cast<float>(row[slot]));
+    }
+}
+
+template <typename Raw>
+void select_rows(const Raw* row, size_t columns, const TagFilter& filter,
+                 std::vector<TopKHeap>& heaps) {
+    for (size_t query = 0; query < heaps.size(); ++query, row += columns) {
+        if (filter.predicate)
+            select_row(row, columns, filter, filter.contexts[query], heaps[query]);
+        else
+            select_row(row, columns, heaps[query]);
+    }
+}
+
+}  // namespace
+
+void select_candidates(const orb::HostTensorND& scores, const TagFilter& filter,
+                       std::vector<TopKHeap>& heaps) {
+    KERN_CHECK(scores.dtype() == kern::DType::Float32());
+    KERN_CHECK(scores.shape().ndim == 2 && scores.shape(0) == heaps.size());
+    select_rows(scores.ptr<float>(), scores.shape(1), filter, heaps);
+}
+
+void ResultWriter::put(size_t place, uint64_t id, float score) {
+    write_unaligned(m_ids, place, id);
+    write_unaligned(m_scores, place, score);
+}
+
+void ResultWriter::pad(size_t first, size_t end) {
+    for (size_t place = first; place < end; ++place)
+        put(place, IdTable::RESERVED_ID, -1.0f);
+}
+
+void ResultWriter::write_row(size_t first, size_t k, const TopKHeap& heap, const uint64_t* slot_ids,
+                             const ScoreMap& score_map) {
+    for (size_t i = 0; i < heap.size(); ++i)
+        put(first + i, slot_ids[heap.slot(i)], score_map.similarity(heap.raw(i)));
+    pad(first + heap.size(), first + k);
+}
+
+}  // namespace vek
