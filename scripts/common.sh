@@ -1,9 +1,7 @@
+# shellcheck shell=bash
 # Sourced by the scripts beside it: goes to the repository's root and offers two functions.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-
-# What a build with tests and benchmarks needs on Debian 12.
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libxxhash-dev googletest libbenchmark-dev)
 
 # install_missing PACKAGE...: installs those that are not there yet, as root or through sudo.
 install_missing() {
@@ -20,8 +18,10 @@ install_missing() {
         apt-get -q -y --no-install-recommends install "${missing[@]}"
 }
 
-# build PRESET [TARGET]: configures and builds into build/PRESET.
+# build PRESET [TARGET]: configures and builds into build/PRESET, with what that needs on Debian 12.
 build() {
+    install_missing g++ cmake ninja-build pkg-config libxxhash-dev googletest libbenchmark-dev
+    [ "$1" != clang ] || install_missing clang
     cmake --preset "$1"
     cmake --build --preset "$1" --parallel "$(nproc)" --target "${2:-all}"
 }

@@ -71,13 +71,13 @@ static double median(double* values, size_t count) {
 
 /*
  * The similarity is 1 / (1 + exp(scale * d2 + bias)). Two points fix the curve: a row and its
- * nearest neighbour of the same class shall typically get 0.9, two rows of different classes 0.1.
+ * nearest neighbour of the same class shall typically get 0.95, two rows of different classes 0.05.
  * Both typical distances are medians over every tenth stored row.
  */
 static VEKComparisonAlgorithm calibrate(void) {
     enum { STEP = 10, SAMPLES = ROWS / STEP };
     static double near_distances[SAMPLES], far_distances[SAMPLES * SAMPLES];
-    const double logit = log(0.9 / 0.1);
+    const double logit = log(0.95 / 0.05);
     size_t near_count = 0, far_count = 0, i, j;
     double near_d2, far_d2, scale;
     VEKComparisonAlgorithm comparison;
@@ -103,8 +103,8 @@ static VEKComparisonAlgorithm calibrate(void) {
     comparison.bias = (float)(-logit - scale * near_d2);
     printf(
         "Similarity is 1 / (1 + exp(%.4f * d2 %+.3f)), chosen so that it is\n"
-        "  0.9 at d2 = %5.1f, the median from a row to the nearest one of its class, and\n"
-        "  0.1 at d2 = %5.1f, the median between rows of different classes.\n\n",
+        "  0.95 at d2 = %5.1f, the median from a row to the nearest one of its class, and\n"
+        "  0.05 at d2 = %5.1f, the median between rows of different classes.\n\n",
         comparison.scale, comparison.bias, near_d2, far_d2);
     return comparison;
 }

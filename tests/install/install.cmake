@@ -1,6 +1,7 @@
 # Installs into an empty folder, then builds and runs the header's own example from there, once by
 # find_package and once by pkg-config. Arguments: BUILD_DIR, WORK_DIR, SOURCE_DIR (of this file),
-# GENERATOR, C_COMPILER, C_FLAGS, PKG_CONFIG, VERSION, LIBDIR.
+# README, GENERATOR, C_COMPILER, C_FLAGS, PKG_CONFIG, VERSION, LIBDIR.
+cmake_minimum_required(VERSION 3.22)
 set(EXPECTED "id 8, similarity 0.953\n")
 
 function(run)
@@ -27,6 +28,11 @@ file(READ ${prefix}/include/vekfind/vekfind.h header)
 string(REGEX MATCH " \\*     #include <stdio.h>.*\n \\*     }\n" example "${header}")
 string(REGEX REPLACE "\n \\*(     )?" "\n" example "\n${example}")
 file(WRITE ${WORK_DIR}/consumer/example.c "${example}")
+file(READ ${README} readme)
+string(FIND "${readme}" "${example}" place)
+if(place EQUAL -1)
+    message(FATAL_ERROR "README.md shows another example than the header:\n${example}")
+endif()
 file(COPY ${SOURCE_DIR}/consumer/CMakeLists.txt DESTINATION ${WORK_DIR}/consumer)
 
 run(${CMAKE_COMMAND} -S ${WORK_DIR}/consumer -B ${WORK_DIR}/build -G ${GENERATOR}

@@ -1,5 +1,6 @@
 # The shared object exports exactly the functions that the public header declares, 31 of them.
 # Arguments: NM, LIBRARY, HEADER.
+cmake_minimum_required(VERSION 3.22)
 execute_process(COMMAND ${NM} -D --defined-only -P ${LIBRARY}
                 OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${symbols}")

@@ -2,6 +2,7 @@
 #
 # A folder includes itself and the folders of its row. Sub-folders belong to their layer, except the
 # levels of src/kernels: each is apart and may use kernels and the level below it.
+cmake_minimum_required(VERSION 3.22)
 set(MAY_api group store PUBLIC)
 set(MAY_group store graph kernels PUBLIC)
 set(MAY_store graph kernels PUBLIC)

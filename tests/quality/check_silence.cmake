@@ -1,6 +1,7 @@
 # The shared object cannot print: it refers to none of the functions and streams that would.
 # Writing to a file of its own (fwrite) is fine, since it has no way to name the standard streams.
 # Arguments: NM, LIBRARY.
+cmake_minimum_required(VERSION 3.22)
 set(PRINTING
     printf __printf_chk vprintf __vprintf_chk dprintf __dprintf_chk vdprintf puts putchar putchar_unlocked
     perror psignal syslog vsyslog __syslog_chk write writev stdout stderr error warn err

@@ -7,11 +7,7 @@
 
 namespace {
 
-template <typename Function>
-Function* symbol(void* library, const char* name, Function*) {
-    return reinterpret_cast<Function*>(dlsym(library, name));
-}
-#define SYMBOL(library, name) symbol(library, #name, &name)
+#define SYMBOL(library, name) reinterpret_cast<decltype(&name)>(dlsym(library, #name))
 
 bool use(void* library) {
     VEKFeatureGroupSettings settings{};
