@@ -1,0 +1,74 @@
+// How long a search takes: whole calls through the C interface, one thread, warm. Columns: time of
+// one query, stored bytes that one call covers a second, multiply-adds counted as two operations,
+// and the memory that the search needs over the group at rest.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+
+#include "bench/bench_util.h"
+
+namespace {
+
+using namespace vek_bench;
+
+constexpr size_t K = 10;
+
+// Benchmarks of one group follow each other, so only the last group is kept.
+VEKContext group_of(size_t rows, size_t dim) {
+    static Group group;
+    static size_t current_rows = 0, current_dim = 0;
+    if (current_rows != rows || current_dim != dim) {
+        group.reset();
+        group = make_filled_group(rows, dim);
+        current_rows = rows;
+        current_dim = dim;
+    }
+    return group.get();
+}
+
+void search_float32(benchmark::State& state) {
+    const auto rows = static_cast<size_t>(state.range(0));
+    const auto dim = static_cast<size_t>(state.range(1));
+    const auto nr_query = static_cast<size_t>(state.range(2));
+    VEKContext group = group_of(rows, dim);
+    const std::vector<float> queries = random_features(nr_query, dim, 7);
+    std::vector<uint64_t> ids(nr_query * K);
+    std::vector<float> scores(nr_query * K);
+    VEKFeatureGroupSearchOptions options{1, 0};
+    VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
+    const auto search = [&] {
+        check(VEK_search_feature_group(group, as_bytes(queries.data()), nr_query, K, 0.0f, nullptr,
+                                       nullptr, &options, &result));
+    };
+    reset_peak_memory();
+    const size_t at_rest = resident_memory();
+    search();
+    const size_t peak = peak_memory();
+    for (auto _ : state)
+        search();
+
+    const auto calls = static_cast<double>(state.iterations());
+    const double bytes = static_cast<double>(rows) * static_cast<double>(dim) * sizeof(float);
+    const double operations = 2.0 * bytes / sizeof(float) * static_cast<double>(nr_query);
+    using benchmark::Counter;
+    state.counters["s/query"] =
+        Counter(calls * static_cast<double>(nr_query), Counter::kIsRate | Counter::kInvert);
+    state.counters["GB/s"] = Counter(calls * bytes * 1e-9, Counter::kIsRate);
+    state.counters["GFLOP/s"] = Counter(calls * operations * 1e-9, Counter::kIsRate);
+    state.counters["search_MB"] = static_cast<double>(peak > at_rest ? peak - at_rest : 0) * 1e-6;
+}
+
+void all_sizes(benchmark::internal::Benchmark* benchmark) {
+    benchmark->ArgNames({"rows", "dim", "queries"})->Unit(benchmark::kMillisecond);
+    for (int64_t dim : {128, 512}) {
+        for (int64_t rows : {10000, 100000, 1000000}) {
+            for (int64_t queries : {1, 4, 16, 64, 256})
+                benchmark->Args({rows, dim, queries});
+        }
+    }
+}
+BENCHMARK(search_float32)->Apply(all_sizes);
+
+}  // namespace
+
+BENCHMARK_MAIN();
