@@ -2,8 +2,7 @@
 // one query, stored bytes that one call covers a second, multiply-adds counted as two operations,
 // and the memory that the search needs over the group at rest.
 #include <benchmark/benchmark.h>
-
-#include <algorithm>
+#include <malloc.h>
 
 #include "bench/bench_util.h"
 
@@ -13,33 +12,22 @@ using namespace vek_bench;
 
 constexpr size_t K = 10;
 
-// Benchmarks of one group follow each other, so only the last group is kept.
-VEKContext group_of(size_t rows, size_t dim) {
-    static Group group;
-    static size_t current_rows = 0, current_dim = 0;
-    if (current_rows != rows || current_dim != dim) {
-        group.reset();
-        group = make_filled_group(rows, dim);
-        current_rows = rows;
-        current_dim = dim;
-    }
-    return group.get();
-}
-
 void search_float32(benchmark::State& state) {
     const auto rows = static_cast<size_t>(state.range(0));
     const auto dim = static_cast<size_t>(state.range(1));
     const auto nr_query = static_cast<size_t>(state.range(2));
-    VEKContext group = group_of(rows, dim);
+    // A group of its own for each line: a search leaves its buffers behind for the next one.
+    const Group group = make_filled_group(rows, dim);
     const std::vector<float> queries = random_features(nr_query, dim, 7);
     std::vector<uint64_t> ids(nr_query * K);
     std::vector<float> scores(nr_query * K);
     VEKFeatureGroupSearchOptions options{1, 0};
     VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
     const auto search = [&] {
-        check(VEK_search_feature_group(group, as_bytes(queries.data()), nr_query, K, 0.0f, nullptr,
-                                       nullptr, &options, &result));
+        check(VEK_search_feature_group(group.get(), as_bytes(queries.data()), nr_query, K, 0.0f,
+                                       nullptr, nullptr, &options, &result));
     };
+    malloc_trim(0);
     reset_peak_memory();
     const size_t at_rest = resident_memory();
     search();
