@@ -1,7 +1,7 @@
 #include "graph/core/compute_graph.h"
 
-#include <algorithm>
 #include <new>
+#include <utility>
 
 #include "graph/exec/callback_operator.h"
 #include "graph/exec/compiled_function.h"
@@ -9,6 +9,23 @@
 #include "kernels/check.h"
 
 namespace orb {
+namespace {
+
+// Another value for the time of a scope.
+template <typename T>
+class Restore {
+public:
+    Restore(T& place, T value) : m_place(place), m_old(std::exchange(place, value)) {}
+    ~Restore() { m_place = m_old; }
+    Restore(const Restore&) = delete;
+    Restore& operator=(const Restore&) = delete;
+
+private:
+    T& m_place;
+    T m_old;
+};
+
+}  // namespace
 
 std::shared_ptr<ComputeGraph> ComputeGraph::make() {
     return std::shared_ptr<ComputeGraph>(new ComputeGraph());
@@ -68,10 +85,10 @@ GraphOperator* ComputeGraph::insert_new(std::unique_ptr<GraphOperator> owned) {
     for (const GraphVar* var : op->output())
         KERN_CHECK(var->comp_node().valid() && var->dtype().valid());
 
-    GraphOperator* const outer = m_current_operator;
-    m_current_operator = op;
-    op->register_output_inference();
-    m_current_operator = outer;
+    {
+        const Restore<GraphOperator*> current(m_current_operator, op);
+        op->register_output_inference();
+    }
 
     publish_outputs(op, true);
     register_receivers(op);
@@ -91,10 +108,14 @@ void ComputeGraph::publish_outputs(GraphOperator* op, bool add_flag) {
                                   is_static(m_inference_manager.shape_kind(var));
         const kern::TensorShape* shape =
             is_inferable ? m_inference_manager.try_shape_of_var(var) : nullptr;
+        const kern::TensorShape before = var->shape();
         if (shape)
             var->shape(*shape);
         else
             var->clear_shape();
+        // The next run would find the shape in place and take its plan for a good one.
+        if (m_current_function && !before.same_shape(var->shape()))
+            m_current_function->force_replan();
     }
 }
 
@@ -139,9 +160,7 @@ std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<Output
     KERN_CHECK(!m_compiling && !outputs.empty());
     // Timing needs events and recording a recorder; no node of this build makes either.
     KERN_CHECK(!m_options.timing && m_options.record_level == 0);
-    m_compiling = true;
-    if (m_current_function)
-        m_current_function->retire();
+    const Restore<bool> compiling(m_compiling, true);
 
     std::vector<GraphVar*> kept_vars;
     for (const OutputSpec& spec : outputs) {
@@ -157,8 +176,9 @@ std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<Output
         output_vars.push_back(spec.var);
     auto function = std::make_unique<CompiledFunction>(shared_from_this(), std::move(operators),
                                                        std::move(output_vars));
+    if (m_current_function)
+        m_current_function->retire();
     m_current_function = function.get();
-    m_compiling = false;
     return function;
 }
 

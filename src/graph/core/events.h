@@ -22,8 +22,8 @@ public:
     }
     void disconnect(size_t number) { m_handlers.erase(number); }
     void signal(const Event& event) const {
-        for (const auto& entry : m_handlers)
-            entry.second(event);
+        for (auto it = m_handlers.begin(); it != m_handlers.end();)
+            (it++)->second(event);  // a handler may disconnect itself
     }
 
 private:

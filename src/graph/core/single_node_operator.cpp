@@ -40,8 +40,8 @@ void SingleNodeOperator::add_run_task(OperatorExecEnv& env) {
     env.add_node_task(m_comp_node, [this] { run_step(); });
 }
 
-// Operators without any content, such as callbacks, always run; so do those whose output has a shape
-// only once it has run.
+// Operators without any content, such as callbacks, always run; so do those whose output has a
+// shape only once it has run.
 bool SingleNodeOperator::has_content_to_compute() const {
     bool has_content = false;
     for (const GraphVar* var : output()) {
@@ -61,7 +61,7 @@ void SingleNodeOperator::run_step() {
         copy_unreadable_inputs();
         run_on_node();
     }
-    memory.release_inputs(this);
+    memory.release_unread(this);
 }
 
 void SingleNodeOperator::copy_unreadable_inputs() {

@@ -99,8 +99,10 @@ const DeviceTensorND& GraphVar::device_value() const {
 
 void GraphVar::bind_device_value(const DeviceTensorStorage& chunk_memory) {
     KERN_CHECK(m_mem_plan.offset_byte >= 0);
-    m_device_value.reset(chunk_memory.sub(static_cast<size_t>(m_mem_plan.offset_byte)),
-                         m_mem_plan.layout);
+    DeviceTensorStorage memory = chunk_memory.sub(static_cast<size_t>(m_mem_plan.offset_byte));
+    // Blocks and views may come from another node of the same memory.
+    memory.comp_node(m_comp_node);
+    m_device_value.reset(memory, m_mem_plan.layout);
 }
 
 void GraphVar::drop_device_value() {

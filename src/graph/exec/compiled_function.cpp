@@ -32,8 +32,8 @@ CompiledFunction& CompiledFunction::execute() {
     wait();
     ++m_run_count;
     VarMemoryManager& memory = m_graph->memory_manager();
-    const std::lock_guard<std::mutex> run_lock(m_graph->run_mutex());
     const VarMemoryManager::BusyMark busy(memory);
+    const std::lock_guard<std::mutex> run_lock(m_graph->run_mutex());
     // Cleared only after success: a plan that failed for lack of memory is made again.
     memory.allocate_static_memory(m_force_replan);
     m_force_replan = false;

@@ -16,6 +16,7 @@ const std::set<const GraphVar*>& InferTag::missing_inputs() const {
 void InferTag::classify(InferSource source, const std::vector<InferTag*>& deps) {
     KERN_CHECK(!m_has_rule);
     m_has_rule = true;
+    m_cached = false;  // somebody may have asked before there was a rule
     if (source != InferSource::DEPENDENT) {
         KERN_CHECK(deps.empty());
         m_kind = source == InferSource::CONSTANT ? InferKind::CONSTANT : InferKind::RUNTIME_STATIC;
@@ -105,7 +106,8 @@ InferInput ShapeInferTag::result() const {
 }
 
 bool ShapeInferTag::known_without_rule() const {
-    return var()->shape().ndim != 0;
+    // An adopted shape is that of one run.
+    return var()->shape().ndim != 0 && !var()->has_flag(var_flag::NO_SYSTEM_ALLOC);
 }
 
 InferTag::InferOutcome ShapeInferTag::do_infer(const std::vector<InferInput>& inputs) {
@@ -151,13 +153,16 @@ InferTag::InferOutcome ValueInferTag::do_infer(const std::vector<InferInput>& in
         return InferOutcome::NO_RESULT;
     }
     KERN_CHECK(value.dtype() == var()->dtype());
-    KERN_CHECK(var()->shape().ndim == 0 || value.shape().same_shape(var()->shape()));
-    const size_t bytes = value.layout().span().high_byte;
-    const bool unchanged = version() != 0 && value.shape().same_shape(m_value.shape()) &&
-                           std::memcmp(value.raw_ptr(), m_value.raw_ptr(), bytes) == 0;
+    // A copy of the tag's own: a rule may hand out a tensor that it changes later.
+    HostTensorND dense(CompNode::default_cpu(), value.dtype());
+    dense.copy_from(value);
+    const size_t bytes = dense.layout().span().high_byte;
+    const bool unchanged =
+        version() != 0 && dense.shape().same_shape(m_value.shape()) &&
+        (bytes == 0 || std::memcmp(dense.raw_ptr(), m_value.raw_ptr(), bytes) == 0);
     if (unchanged)
         return InferOutcome::UNCHANGED;
-    m_value = value;
+    m_value = dense;
     return InferOutcome::CHANGED;
 }
 

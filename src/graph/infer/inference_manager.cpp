@@ -9,15 +9,19 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 
 ShapeInferTag* InferenceManager::get_shape_tag(GraphVar* var) {
     auto& tag = m_tags[var].shape;
-    if (!tag)
+    if (!tag) {
         tag = std::make_unique<ShapeInferTag>(var);
+        m_tags_without_rule.insert(tag.get());
+    }
     return tag.get();
 }
 
 ValueInferTag* InferenceManager::get_value_tag(GraphVar* var) {
     auto& tag = m_tags[var].value;
-    if (!tag)
+    if (!tag) {
         tag = std::make_unique<ValueInferTag>(var);
+        m_tags_without_rule.insert(tag.get());
+    }
     return tag.get();
 }
 
@@ -42,6 +46,7 @@ void InferenceManager::add_shape_rule(GraphVar* var, ShapeInferDescriptor descri
     check_may_register(var);
     ShapeInferTag* tag = get_shape_tag(var);
     tag->classify(descriptor.source, get_dep_tags(descriptor.deps));
+    m_tags_without_rule.erase(tag);
     tag->set_rule(std::move(descriptor));
     if (tag->kind() != InferKind::CONSTANT || var->has_flag(var_flag::VOLATILE_CONTENT))
         return;
@@ -55,6 +60,7 @@ void InferenceManager::add_value_rule(GraphVar* var, ValueInferDescriptor descri
     check_may_register(var);
     ValueInferTag* tag = get_value_tag(var);
     tag->classify(descriptor.source, get_dep_tags(descriptor.deps));
+    m_tags_without_rule.erase(tag);
     tag->set_rule(std::move(descriptor));
 }
 
@@ -84,7 +90,6 @@ std::vector<const GraphVar*> InferenceManager::missing_inputs_of_shape(const Gra
 const kern::TensorShape* InferenceManager::try_shape_of_var(GraphVar* var) {
     const Lock lock(m_mutex);
     ShapeInferTag* tag = get_shape_tag(var);
-    invalidate_missing(tag);
     return tag->update(true) ? &tag->shape() : nullptr;
 }
 
@@ -97,8 +102,11 @@ const kern::TensorShape& InferenceManager::shape_of_var(GraphVar* var) {
 const HostTensorND* InferenceManager::try_value_of_var(GraphVar* var) {
     const Lock lock(m_mutex);
     ValueInferTag* tag = get_value_tag(var);
-    invalidate_missing(tag);
-    return tag->update(true) ? &tag->value() : nullptr;
+    if (!tag->update(true))
+        return nullptr;
+    const kern::TensorShape* shape = try_shape_of_var(var);
+    KERN_CHECK(!shape || tag->value().shape().same_shape(*shape));
+    return &tag->value();
 }
 
 const HostTensorND& InferenceManager::value_of_var(GraphVar* var) {
@@ -113,30 +121,24 @@ const kern::TensorShape& InferenceManager::runtime_shape_of_var(GraphVar* var) {
     return shape;
 }
 
-// Values that execution produces have no rule that could tell of a change, so they are read again.
-void InferenceManager::invalidate_missing(InferTag* tag) {
-    if (is_static(tag->kind()))
-        return;
-    if (!tag->has_rule())
-        tag->invalidate();
-    for (InferTag* dep : tag->deps())
-        invalidate_missing(dep);
-}
-
 InferenceManager::UpdateList InferenceManager::make_update_list(
-    const std::vector<GraphVar*>& vars) {
+    const std::vector<GraphVar*>& static_vars, const std::vector<GraphVar*>& other_vars) {
     const Lock lock(m_mutex);
     UpdateList list;
-    std::unordered_set<InferTag*> seen;
     std::vector<InferTag*> pending;
-    for (GraphVar* var : vars) {
+    for (GraphVar* var : static_vars) {
         list.shapes.push_back(get_shape_tag(var));
         pending.push_back(list.shapes.back());
     }
+    for (GraphVar* var : other_vars) {
+        pending.push_back(get_shape_tag(var));
+        pending.push_back(get_value_tag(var));
+    }
+    std::unordered_set<InferTag*> seen;
     while (!pending.empty()) {
         InferTag* tag = pending.back();
         pending.pop_back();
-        if (tag->kind() != InferKind::RUNTIME_STATIC || !seen.insert(tag).second)
+        if (tag->kind() == InferKind::CONSTANT || !seen.insert(tag).second)
             continue;
         if (tag->is_mutable_source())
             list.sources.push_back(tag);
@@ -147,6 +149,8 @@ InferenceManager::UpdateList InferenceManager::make_update_list(
 
 bool InferenceManager::update(const UpdateList& list) {
     const Lock lock(m_mutex);
+    for (InferTag* tag : m_tags_without_rule)
+        tag->invalidate();
     for (InferTag* source : list.sources)
         source->update(true);
     bool changed = false;
@@ -169,6 +173,8 @@ void InferenceManager::remove_var(GraphVar* var) {
         found->second.value->detach();
     if (found->second.shape)
         found->second.shape->detach();
+    m_tags_without_rule.erase(found->second.value.get());
+    m_tags_without_rule.erase(found->second.shape.get());
     m_tags.erase(found);
 }
 

@@ -36,14 +36,16 @@ public:
     // A shape that only execution could tell: computed again from what has been computed since.
     const kern::TensorShape& runtime_shape_of_var(GraphVar* var);
 
-    // The tags that a run brings up to date first: all mutable sources, then the shapes of the
-    // vars.
+    // The tags that a run brings up to date first: all mutable sources that the vars need, then the
+    // shapes of the static ones.
     struct UpdateList {
         std::vector<InferTag*> sources;
         std::vector<ShapeInferTag*> shapes;
     };
-    UpdateList make_update_list(const std::vector<GraphVar*>& vars);
+    UpdateList make_update_list(const std::vector<GraphVar*>& static_vars,
+                                const std::vector<GraphVar*>& other_vars);
     // Stores what changed in the vars; returns whether any shape did. Each shape must be known.
+    // What was read from computed values is forgotten: the run computes them anew.
     bool update(const UpdateList& list);
 
     // Drops the tags of a var that nothing depends on.
@@ -59,11 +61,12 @@ private:
     ValueInferTag* get_value_tag(GraphVar* var);
     std::vector<InferTag*> get_dep_tags(const std::vector<InferDep>& deps);
     void check_may_register(const GraphVar* var) const;
-    void invalidate_missing(InferTag* tag);
 
     ComputeGraph* m_graph;
     mutable std::recursive_mutex m_mutex;  // rules may ask for further shapes
     std::unordered_map<const GraphVar*, Tags> m_tags;
+    // They stand for what execution produces, so no version tells of a change.
+    std::unordered_set<InferTag*> m_tags_without_rule;
 };
 
 }  // namespace orb

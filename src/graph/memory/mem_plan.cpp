@@ -6,10 +6,6 @@ void MemPlan::reset() {
     point_to(nullptr);
     layout.ndim = 0;
     offset_byte = 0;
-    layout_fixed = false;
-    own_chunk.size = 0;
-    own_chunk.status = MemChunk::Status::NONE;
-    own_chunk.storage = DeviceTensorStorage();
 }
 
 void MemPlan::use_own_chunk(const kern::TensorLayout& new_layout, size_t bytes) {
@@ -28,11 +24,15 @@ void MemPlan::share_chunk(const MemPlan& other, const kern::TensorLayout& new_la
 }
 
 void MemPlan::point_to(MemChunk* new_chunk) {
-    if (chunk)
-        --chunk->nr_plans;
+    // The new chunk first: it may be the old one.
+    if (new_chunk)
+        ++new_chunk->nr_plans;
+    if (chunk && --chunk->nr_plans == 0) {
+        chunk->size = 0;
+        chunk->status = MemChunk::Status::NONE;
+        chunk->storage = DeviceTensorStorage();
+    }
     chunk = new_chunk;
-    if (chunk)
-        ++chunk->nr_plans;
 }
 
 }  // namespace orb

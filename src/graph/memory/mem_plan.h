@@ -22,7 +22,7 @@ struct MemChunk {
 
     GraphVar* owner = nullptr;
     size_t size = 0;                  // bytes
-    std::atomic<size_t> nr_plans{0};  // plans that point here
+    std::atomic<size_t> nr_plans{0};  // plans that point here; the last one to go frees the memory
     Status status = Status::NONE;
     size_t static_offset = 0;
     DeviceTensorStorage storage;
@@ -32,10 +32,9 @@ struct MemPlan {
     kern::TensorLayout layout;
     ptrdiff_t offset_byte = 0;  // of the layout's first element in the chunk
     MemChunk* chunk = nullptr;
-    bool layout_fixed = false;  // memory with this layout is in use; it may not be planned again
     MemChunk own_chunk;
 
-    // Forgets layout and chunk; the memory itself goes with its storage.
+    // Forgets layout and chunk. Views of the chunk keep its memory.
     void reset();
     // A layout in the plan's own chunk, `bytes` long.
     void use_own_chunk(const kern::TensorLayout& new_layout, size_t bytes);

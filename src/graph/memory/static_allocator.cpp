@@ -96,13 +96,12 @@ StaticMemoryAllocator::StaticMemoryAllocator(size_t alignment) : m_alignment(ali
     KERN_CHECK(alignment != 0 && (alignment & (alignment - 1)) == 0);
 }
 
-size_t StaticMemoryAllocator::add(size_t begin, size_t end, size_t size, const void* key) {
+size_t StaticMemoryAllocator::add(size_t begin, size_t end, size_t size) {
     KERN_CHECK(begin < end);
     Interval interval{};
     interval.begin = interval.orig_begin = begin;
     interval.end = interval.orig_end = end;
     interval.size = interval.orig_size = kern::round_up(size, m_alignment);
-    interval.key = key;
     interval.overwrite_dest = interval.overwrite_root = interval.addr = NONE;
     m_intervals.push_back(std::move(interval));
     return m_intervals.size() - 1;

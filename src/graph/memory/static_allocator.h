@@ -12,9 +12,9 @@ public:
     // A power of two; addresses are multiples of it, and sizes are rounded up to it.
     explicit StaticMemoryAllocator(size_t alignment);
 
-    // An interval from step `begin` up to, not including, `end`; returns its id. `key` is the
-    // caller's name for it. An empty interval stops the process.
-    size_t add(size_t begin, size_t end, size_t size, const void* key);
+    // An interval from step `begin` up to, not including, `end`; returns its id. An empty one stops
+    // the process.
+    size_t add(size_t begin, size_t end, size_t size);
     // Interval `id_src` lives inside the memory of `id_dest`, from `offset` bytes on.
     void add_overwrite_spec(size_t id_src, size_t id_dest, size_t offset);
     void solve();
@@ -31,7 +31,6 @@ private:
 
     struct Interval {
         size_t begin, end, size;
-        const void* key;
         size_t overwrite_dest = NONE;  // whose memory this one reuses
         size_t offset_in_dest = 0;
         size_t overwrite_root = NONE;  // the end of that chain, itself when there is none

@@ -38,25 +38,30 @@ VarMemoryManager::BusyMark::BusyMark(VarMemoryManager& manager) : m_memory(manag
 
 void VarMemoryManager::set_operator_sequence(const std::vector<GraphOperator*>& sequence,
                                              const std::vector<GraphVar*>& kept_vars) {
-    m_plan_valid = false;
+    drop_plans();
     m_sequence = sequence;
     record_uses(kept_vars);
     choose_dynamic_vars();
     m_static_vars.clear();
     m_dynamic_operators.clear();
+    std::vector<GraphVar*> late_vars;  // dynamic, or looked at by value
     for (GraphOperator* op : m_sequence) {
         for (GraphVar* var : op->output()) {
-            if (var->is_static_storage())
+            if (var->is_static_storage()) {
                 m_static_vars.push_back(var);
-            else
+            } else {
                 m_dynamic_operators.insert(op);
+                late_vars.push_back(var);
+            }
         }
-        for (GraphVar* var : op->input()) {
+        for (const auto& [var, flags] : op->properties().dependencies) {
             if (!var->is_static_storage())
                 m_dynamic_operators.insert(op);
+            if (flags & dependency::HOST_VALUE)
+                late_vars.push_back(var);
         }
     }
-    m_update_list = m_graph->inference_manager().make_update_list(m_static_vars);
+    m_update_list = m_graph->inference_manager().make_update_list(m_static_vars, late_vars);
 }
 
 void VarMemoryManager::record_uses(const std::vector<GraphVar*>& kept_vars) {
@@ -117,10 +122,19 @@ bool VarMemoryManager::allocate_static_memory(bool force) {
     const bool shapes_changed = m_graph->inference_manager().update(m_update_list);
     if (!shapes_changed && !force && m_plan_valid && memory_is_in_place() && !refresh_lent_memory())
         return false;
-    m_plan_valid = false;
     plan();
     m_plan_valid = true;
     return true;
+}
+
+void VarMemoryManager::drop_plans() {
+    m_plan_valid = false;
+    for (GraphOperator* op : m_sequence) {
+        for (GraphVar* var : op->output()) {
+            var->drop_device_value();
+            var->mem_plan().reset();
+        }
+    }
 }
 
 bool VarMemoryManager::memory_is_in_place() const {
@@ -153,10 +167,7 @@ void VarMemoryManager::plan() {
     m_lent.clear();
     m_planned_blocks.clear();
     // Values go first: they would keep a block alive that is about to be replaced.
-    for (GraphVar* var : m_static_vars) {
-        var->drop_device_value();
-        var->mem_plan().reset();
-    }
+    drop_plans();
     for (GraphOperator* op : m_sequence)
         op->plan_output_memory(false);
 
@@ -187,7 +198,7 @@ void VarMemoryManager::plan_node(CompNode node, const std::vector<GraphVar*>& va
     std::unordered_map<const MemChunk*, size_t> ids;
     for (GraphVar* var : vars) {
         const MemChunk& chunk = var->mem_plan().own_chunk;
-        ids[&chunk] = allocator.add(m_uses.at(var).writer, end_of_life(&chunk), chunk.size, &chunk);
+        ids[&chunk] = allocator.add(m_uses.at(var).writer, end_of_life(&chunk), chunk.size);
     }
     for (const Overwrite& overwrite : m_overwrites) {
         if (ids.count(overwrite.src))
@@ -247,11 +258,14 @@ bool VarMemoryManager::forward_input_readonly(GraphVar* input, GraphVar* output,
                                               const SubTensorRegion& region) {
     if (input->has_flag(var_flag::VOLATILE_CONTENT) || !input->mem_plan().chunk)
         return false;
-    if (!input->is_static_storage() && output->is_static_storage())
+    // Planned memory would not know of a view that is made in the run, nor can a plan view what
+    // only the run allocates.
+    if (input->is_static_storage() != output->is_static_storage())
         return false;
     MemPlan& plan = output->mem_plan();
     plan.share_chunk(input->mem_plan(), region.layout(), region.offset_byte());
-    m_forwarded[plan.chunk].push_back(output);
+    if (output->is_static_storage())
+        m_forwarded[plan.chunk].push_back(output);
     return true;
 }
 
@@ -330,18 +344,26 @@ void VarMemoryManager::allocate_dynamic_memory(GraphOperator* op) {
     }
 }
 
-void VarMemoryManager::release_inputs(GraphOperator* op) {
+void VarMemoryManager::release_unread(GraphOperator* op) {
     if (m_dynamic_operators.find(op) == m_dynamic_operators.end())
         return;
     for (const auto& [var, flags] : op->properties().dependencies) {
-        if (!(flags & READS_VALUE) || var->is_static_storage())
-            continue;
-        // A view of the var keeps the memory itself alive through its own value.
-        if (--var->nr_readers_left == 0 && !m_uses.at(var).kept) {
-            var->drop_device_value();
-            var->mem_plan().reset();
+        if ((flags & READS_VALUE) && !var->is_static_storage()) {
+            --var->nr_readers_left;
+            release_if_unread(var);
         }
     }
+    for (GraphVar* var : op->output()) {
+        if (!var->is_static_storage())
+            release_if_unread(var);
+    }
+}
+
+void VarMemoryManager::release_if_unread(GraphVar* var) {
+    if (var->nr_readers_left != 0 || m_uses.at(var).kept)
+        return;
+    var->drop_device_value();
+    var->mem_plan().reset();
 }
 
 void VarMemoryManager::adopt_tensor(GraphVar* var, const DeviceTensorND& tensor) {
@@ -365,12 +387,8 @@ void VarMemoryManager::adopt_var_memory(GraphVar* var, const GraphVar* source) {
 }
 
 void VarMemoryManager::clear_device_memory() {
-    for (GraphVar* var : m_static_vars) {
-        var->drop_device_value();
-        var->mem_plan().reset();
-    }
+    drop_plans();
     m_memory->blocks.clear();
-    m_plan_valid = false;
 }
 
 }  // namespace orb

@@ -54,12 +54,14 @@ public:
 
     // Inside a run, around an operator's computation.
     void allocate_dynamic_memory(GraphOperator* op);
-    void release_inputs(GraphOperator* op);
+    // Frees dynamic vars that nobody will read any more.
+    void release_unread(GraphOperator* op);
 
     // For `plan_output_memory` of operators.
     //
-    // The output is a view of a region of the input and is never written. False when that cannot
-    // be.
+    //    // The output is a view of a region of the input and is never written. False when that
+    //    cannot be,
+    // as between planned and dynamic memory; then the operator has to copy.
     bool forward_input_readonly(GraphVar* input, GraphVar* output, const SubTensorRegion& region);
     // The output takes over the input's memory, if this operator is its last reader and the layouts
     // agree. `forced` leaves that test out, for operators that change their input on purpose.
@@ -100,6 +102,8 @@ private:
     bool memory_is_in_place() const;
     bool refresh_lent_memory();
     void plan();
+    void drop_plans();
+    void release_if_unread(GraphVar* var);
     void plan_node(CompNode node, const std::vector<GraphVar*>& vars);
     void ensure_block(CompNode node, size_t size);
     void bind_value(GraphVar* var);

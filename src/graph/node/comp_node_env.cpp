@@ -43,8 +43,8 @@ void CompNodeEnv::init_cpu(CompNode node, std::shared_ptr<kern::CpuDispatcher> d
 
 void CompNodeEnv::finalize() {
     const std::lock_guard<RecursiveSpinLock> lock(m_user_data_lock);
-    m_finalized.store(true, std::memory_order_release);
     m_user_data.clear();
+    m_finalized.store(true, std::memory_order_release);
     m_kernel_handle = nullptr;
     m_dispatcher.reset();
     m_memory_callback = nullptr;

@@ -44,7 +44,9 @@ std::shared_ptr<DeviceTensorND> shared_scalar(const HostTensorND& value, CompNod
 float as_float(const HostTensorND& value) {
     float result = 0;
     const auto converter = kern::inplace_handle()->create_operator<kern::TypeCvt>();
-    converter->exec(value.as_raw(), {&result, {{1}, kern::DType::Float32()}});
+    converter->exec(value.as_raw(),
+                    {&result, kern::TensorLayout(value.shape(), kern::DType::Float32())});
+
     return result;
 }
 
@@ -81,7 +83,8 @@ GraphVar* ConstantTensor::make_scalar(ComputeGraph& graph, int32_t value,
 
 GraphVar* ConstantTensor::make(ComputeGraph& graph, const HostTensorND& value,
                                const OperatorConfig& config) {
-    KERN_CHECK(config.comp_nodes.size() == 1 && value.layout().is_dense());
+    KERN_CHECK(config.comp_nodes.size() == 1);
+    KERN_CHECK(value.layout().is_dense() || value.shape().has_zero_axis());
     const CompNode node = config.comp_nodes[0];
     const bool is_scalar = value.shape().ndim == 1 && value.shape(0) == 1;
     auto tensor = is_scalar ? shared_scalar(value, node) : copy_to_node(value, node);

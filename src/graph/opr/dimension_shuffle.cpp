@@ -65,8 +65,23 @@ void DimensionShuffle::register_output_inference() {
 void DimensionShuffle::plan_output_memory(bool dynamic) {
     if (output(0)->is_static_storage() == dynamic)
         return;
-    const SubTensorRegion region(shuffled(input(0)->mem_plan().layout), 0);
-    KERN_CHECK(owner_graph().memory_manager().forward_input_readonly(input(0), output(0), region));
+    const MemPlan& plan = input(0)->mem_plan();
+    if (plan.chunk) {
+        const SubTensorRegion region(shuffled(plan.layout), 0);
+        if (owner_graph().memory_manager().forward_input_readonly(input(0), output(0), region))
+            return;
+    }
+    SingleNodeOperator::plan_output_memory(dynamic);
+}
+
+void DimensionShuffle::run_on_node() {
+    if (output(0)->mem_plan().chunk == input(0)->mem_plan().chunk)
+        return;
+    const DeviceTensorND& value = input_value(0);
+    DeviceTensorND view;
+    view.reset(value.storage(), shuffled(value.layout()));
+    DeviceTensorND result = output_value(0);
+    result.copy_from_fixlayout(view);
 }
 
 }  // namespace orb

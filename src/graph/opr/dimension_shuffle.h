@@ -1,4 +1,5 @@
-// Axes in another order: a view of the input, nothing is computed.
+// Axes in another order: a view of the input, nothing is computed. Only where one of the two lives
+// in planned memory and the other is allocated in the run, the elements are copied.
 #pragma once
 
 #include <vector>
@@ -23,7 +24,7 @@ public:
 
 protected:
     void register_output_inference() override;
-    void run_on_node() override {}
+    void run_on_node() override;
 
 private:
     DimensionShuffle(GraphVar* var, const std::vector<int>& pattern, size_t source_ndim,

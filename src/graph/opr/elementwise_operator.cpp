@@ -105,8 +105,6 @@ void ElementwiseOperator::register_output_inference() {
 
 void ElementwiseOperator::plan_output_memory(bool dynamic) {
     SingleNodeOperator::plan_output_memory(dynamic);
-    if (dynamic)
-        return;
     for (GraphVar* var : input()) {
         if (owner_graph().memory_manager().forward_input_writable(var, output(0)))
             return;

@@ -158,50 +158,145 @@ TEST_F(Execution, MemoryCanBeClearedAndShared) {
     for (int round = 0; round < 2; ++round) {
         function->execute().wait();
         other->execute().wait();  // replaces the block by a larger one
+        const uint8_t* replaced_block = doubled->device_value().raw_ptr();
         result.clear();
         function->execute().wait();
         EXPECT_EQ(result, (std::vector<float>{2, 4}));
+        if (round == 0) {
+            EXPECT_NE(doubled->device_value().raw_ptr(), replaced_block);
+        }
         EXPECT_EQ(other_result, std::vector<float>(64, 2));
         function->clear_device_memory();
         EXPECT_FALSE(doubled->has_device_value());
     }
 }
 
-// An operator that looks at a value to know its output's shape makes it inside the run.
-TEST_F(Execution, DynamicVarsLiveFromTheirWriterToTheirLastReader) {
-    const auto length = make_tensor<float>({1}, {3});
-    GraphVar* wanted = SharedTensorInput::make(*graph, length);
-    TestOperator::Behaviour behaviour;
-    behaviour.key = 1;
-    behaviour.infer = [](TestOperator& op) {
-        ShapeInferDescriptor rule;
-        rule.deps = {{op.input(0), InferDepType::VALUE}};
-        rule.infer = [](kern::TensorShape& shape, const std::vector<InferInput>& deps) {
-            shape = {static_cast<size_t>(deps[0].value->ptr<float>()[0])};
-            return true;
+// Operators that look at a value to know their output's shape make it inside the run: floats
+// counted up, as many as the input says.
+class LateShapes : public Execution {
+protected:
+    GraphVar* counted(GraphVar* source, uint64_t key) {
+        TestOperator::Behaviour behaviour;
+        behaviour.key = key;
+        behaviour.infer = [](TestOperator& op) {
+            ShapeInferDescriptor rule;
+            rule.deps = {{op.input(0), InferDepType::VALUE}};
+            rule.infer = [](kern::TensorShape& shape, const std::vector<InferInput>& deps) {
+                shape = {static_cast<size_t>(deps[0].value->ptr<float>()[0])};
+                return true;
+            };
+            op.owner_graph().inference_manager().add_shape_rule(op.output(0), rule);
         };
-        op.owner_graph().inference_manager().add_shape_rule(op.output(0), rule);
-    };
-    behaviour.properties = [&](OperatorProperties& properties) {
-        properties.add_dependency(wanted, dependency::HOST_VALUE | dependency::HOST_VALUE_DYNAMIC);
-    };
-    behaviour.run = [](TestOperator& op) {
-        for (size_t i = 0; i < op.output_value(0).shape(0); ++i)
-            op.output_value(0).ptr<float>()[i] = static_cast<float>(i);
-    };
-    GraphVar* counted = TestOperator::make(*graph, {wanted}, behaviour);
-    GraphVar* view = DimensionShuffle::make(counted, {-1, 0});
-    GraphVar* sum = ElementwiseOperator::make({view, two}, ElementwiseMode::ADD);
+        behaviour.properties = [source](OperatorProperties& properties) {
+            properties.add_dependency(source,
+                                      dependency::HOST_VALUE | dependency::HOST_VALUE_DYNAMIC);
+        };
+        behaviour.run = [](TestOperator& op) {
+            for (size_t i = 0; i < op.output_value(0).shape(0); ++i)
+                op.output_value(0).ptr<float>()[i] = static_cast<float>(i);
+        };
+        return TestOperator::make(*graph, {source}, behaviour);
+    }
+    GraphVar* plus(GraphVar* a, GraphVar* b) {
+        return ElementwiseOperator::make({a, b}, ElementwiseMode::ADD);
+    }
+
+    std::shared_ptr<DeviceTensorND> length = make_tensor<float>({1}, {3});
+    GraphVar* wanted = SharedTensorInput::make(*graph, length);
+};
+
+TEST_F(LateShapes, VarsLiveFromTheirWriterToTheirLastReader) {
+    GraphVar* numbers = counted(wanted, 1);
+    // Views of views keep the memory when the var itself is released.
+    GraphVar* view = DimensionShuffle::make(DimensionShuffle::make(numbers, {-1, 0}), {1, 0});
+    GraphVar* sum = plus(view, two);
     const auto function = graph->compile({{sum, take(result)}});
-    EXPECT_FALSE(counted->is_static_storage());
+    EXPECT_FALSE(numbers->is_static_storage());
     EXPECT_TRUE(wanted->is_static_storage());
     function->execute().wait();
     EXPECT_EQ(result, (std::vector<float>{2, 3, 4}));
-    EXPECT_FALSE(counted->has_device_value());
+    EXPECT_FALSE(numbers->has_device_value());
     EXPECT_FALSE(view->has_device_value());
     fill<float>(*length, {1}, {1});
     function->execute().wait();
     EXPECT_EQ(result, (std::vector<float>{2}));
+}
+
+TEST_F(LateShapes, AreReadOnceWhileTheirSourceIsAlive) {
+    GraphVar* copy = plus(wanted, ConstantTensor::make_scalar(*graph, 0.0f, on_node()));
+    GraphVar* numbers = counted(copy, 1);
+    // Takes the address of `copy` as soon as that has been read.
+    GraphVar* four = ElementwiseOperator::make({two, two}, ElementwiseMode::MUL);
+    GraphVar* sum = plus(numbers, four);
+    EXPECT_EQ(run<float>(sum), (std::vector<float>{4, 5, 6}));
+}
+
+TEST_F(LateShapes, ViewsBetweenPlannedAndDynamicMemoryAreCopies) {
+    // A view that is made in the run, of planned memory that is free for others after its last
+    // reader.
+    GraphVar* planned = plus(input, two);
+    GraphVar* view = DimensionShuffle::make(planned, {-1, 0});
+    view->add_flag(var_flag::DYNAMIC_STORAGE);
+    GraphVar* other = ElementwiseOperator::make({plus(doubled, two), two}, ElementwiseMode::MUL);
+    GraphVar* both = plus(view, other);
+    EXPECT_EQ(run<float>(both), (std::vector<float>{3 + 8, 4 + 12}));
+    // A planned view of a var that is dynamic although its shape is known.
+    GraphVar* late = plus(input, doubled);
+    late->add_flag(var_flag::DYNAMIC_STORAGE);
+    EXPECT_EQ(run<float>(plus(DimensionShuffle::make(late, {-1, 0}), two)),
+              (std::vector<float>{5, 8}));
+}
+
+TEST_F(LateShapes, KeptVarsKeepTheirValue) {
+    GraphVar* numbers = counted(wanted, 1);
+    GraphVar* sum = plus(numbers, two);
+    GraphVar* first = plus(input, two);
+    GraphVar* second = plus(first, two);  // would be in place
+    std::vector<float> ignored;
+    const auto function = graph->compile(
+        {{first, nullptr}, {numbers, nullptr}, {sum, take(result)}, {second, take(ignored)}});
+    function->execute().wait();
+    EXPECT_EQ(values_of<float>(numbers->device_value()), (std::vector<float>{0, 1, 2}));
+    EXPECT_EQ(values_of<float>(first->device_value()), (std::vector<float>{3, 4}));
+    // Another function plans anew: old values are gone, not stale.
+    const auto other = graph->compile({{second, take(result)}});
+    EXPECT_FALSE(first->has_device_value());
+    EXPECT_FALSE(numbers->has_device_value());
+}
+
+TEST_F(Execution, ChunksLiveAsLongAsTheirViews) {
+    GraphVar* base = ElementwiseOperator::make({input, two}, ElementwiseMode::ADD);
+    GraphVar* view = DimensionShuffle::make(base, {-1, 0});
+    GraphVar* other = ElementwiseOperator::make({doubled, two}, ElementwiseMode::ADD);
+    // In place on a view whose owner is read later, and memory of another var in between.
+    GraphVar* on_view = ElementwiseOperator::make({view, two}, ElementwiseMode::MUL);
+    GraphVar* late =
+        ElementwiseOperator::make({base, on_view, other}, ElementwiseMode::FUSE_MUL_ADD3);
+    EXPECT_EQ(run<float>(late), (std::vector<float>{3 * 6 + 4, 4 * 8 + 6}));
+}
+
+TEST_F(Execution, NodesOfOneMemoryMayReadEachOther) {
+    OperatorConfig elsewhere;
+    elsewhere.comp_nodes = {CompNode::default_cpu()};
+    GraphVar* there = ElementwiseOperator::make({input, input}, ElementwiseMode::ADD, elsewhere);
+    EXPECT_EQ(run<float>(there), (std::vector<float>{2, 4}));
+}
+
+TEST_F(Execution, AShapeSeenByADuplicateStillMakesANewPlan) {
+    kern::TensorShape shape{2};
+    TestOperator::Behaviour behaviour;
+    behaviour.infer = shape_rule(InferSource::MUTABLE, [&](kern::TensorShape& now, const auto&) {
+        now = shape;
+        return true;
+    });
+    behaviour.run = [](TestOperator& op) { op.output_value(0).memset_zero(); };
+    GraphVar* source = TestOperator::make(*graph, {}, behaviour);
+    const auto function = graph->compile({{source, take(result)}});
+    function->execute().wait();
+    shape = {3};
+    EXPECT_EQ(TestOperator::make(*graph, {}, behaviour), source);
+    function->execute().wait();
+    EXPECT_EQ(result.size(), 3u);
 }
 
 TEST_F(Execution, AVarMayAdoptMemoryInTheRun) {

@@ -81,7 +81,7 @@ TEST_F(Inference, RulesRunOnlyForWhatChanged) {
     GraphVar* source_b = source(&b, &b_calls);
     GraphVar* sum = follow({source_a, source_b}, &sum_calls);
     GraphVar* side = follow({source_b}, &side_calls);
-    const auto list = manager.make_update_list({sum, side});
+    const auto list = manager.make_update_list({sum, side}, {});
     EXPECT_FALSE(manager.update(list));
     a_calls = b_calls = sum_calls = side_calls = 0;
 

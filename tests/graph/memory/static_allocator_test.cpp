@@ -25,7 +25,7 @@ TEST(StaticAllocator, GivesTheLowestAddressesThatLifetimesAllow) {
     for (const auto& intervals : cases) {
         StaticMemoryAllocator allocator(64);
         for (const Planned& interval : intervals)
-            allocator.add(interval.begin, interval.end, interval.size, &interval);
+            allocator.add(interval.begin, interval.end, interval.size);
         allocator.solve();
         for (size_t id = 0; id < intervals.size(); ++id)
             EXPECT_EQ(allocator.get_interval_addr(id), intervals[id].addr)
@@ -35,7 +35,7 @@ TEST(StaticAllocator, GivesTheLowestAddressesThatLifetimesAllow) {
 
 TEST(StaticAllocator, OneIntervalPeaksAtItsRoundedSize) {
     StaticMemoryAllocator allocator(32);
-    allocator.add(3, 4, 33, nullptr);
+    allocator.add(3, 4, 33);
     allocator.solve();
     EXPECT_EQ(allocator.peak(), 64u);
     EXPECT_EQ(allocator.tot_alloc_lower_bound(), 64u);
@@ -43,11 +43,11 @@ TEST(StaticAllocator, OneIntervalPeaksAtItsRoundedSize) {
 
 TEST(StaticAllocator, OverwritingIntervalsLiveInsideTheirDestination) {
     StaticMemoryAllocator allocator(16);
-    const size_t other = allocator.add(0, 9, 16, nullptr);
-    const size_t root = allocator.add(0, 2, 128, nullptr);
-    const size_t middle = allocator.add(1, 4, 64, nullptr);
-    const size_t last = allocator.add(3, 6, 32, nullptr);
-    const size_t after = allocator.add(5, 7, 128, nullptr);
+    const size_t other = allocator.add(0, 9, 16);
+    const size_t root = allocator.add(0, 2, 128);
+    const size_t middle = allocator.add(1, 4, 64);
+    const size_t last = allocator.add(3, 6, 32);
+    const size_t after = allocator.add(5, 7, 128);
     allocator.add_overwrite_spec(last, middle, 16);
     allocator.add_overwrite_spec(middle, root, 32);
     allocator.solve();
@@ -66,7 +66,7 @@ TEST(StaticAllocator, RandomPlansNeverOverlapAndStayNearTheLowerBound) {
         for (size_t i = 0; i < 40; ++i) {
             const size_t begin = random() % 30;
             intervals.push_back({begin, begin + 1 + random() % 8, 1 + random() % 1000, 0});
-            allocator.add(begin, intervals.back().end, intervals.back().size, nullptr);
+            allocator.add(begin, intervals.back().end, intervals.back().size);
         }
         allocator.solve();
         for (size_t id = 0; id < intervals.size(); ++id) {
@@ -89,9 +89,9 @@ TEST(StaticAllocator, RandomPlansNeverOverlapAndStayNearTheLowerBound) {
 TEST(StaticAllocatorDeathTest, RefusesWhatCannotBePlanned) {
     EXPECT_DEATH(StaticMemoryAllocator(48), "");
     StaticMemoryAllocator allocator(16);
-    const size_t large = allocator.add(0, 1, 64, nullptr);
-    const size_t small = allocator.add(0, 1, 32, nullptr);
-    EXPECT_DEATH(allocator.add(2, 2, 16, nullptr), "");
+    const size_t large = allocator.add(0, 1, 64);
+    const size_t small = allocator.add(0, 1, 32);
+    EXPECT_DEATH(allocator.add(2, 2, 16), "");
     EXPECT_DEATH(allocator.add_overwrite_spec(large, large, 0), "");
     EXPECT_DEATH(allocator.add_overwrite_spec(large, small, 0), "");
     EXPECT_DEATH(allocator.add_overwrite_spec(small, large, 48), "");

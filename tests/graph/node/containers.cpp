@@ -56,7 +56,12 @@ struct Tagged {
     static const char TAG;
     int number;
     std::vector<int>* released;
-    ~Tagged() { released->push_back(number); }
+    const UserDataContainer* container;
+    // Records itself and the one attached before it, which must still be there.
+    ~Tagged() {
+        const Tagged* older = container->get<Tagged>();
+        released->insert(released->end(), {number, older ? older->number : 0});
+    }
 };
 const char Tagged::TAG = 0;
 
@@ -70,18 +75,19 @@ TEST(UserDataContainer, KeepsListsByTagAndReleasesNewestFirst) {
     UserDataContainer container;
     EXPECT_EQ(container.get<Tagged>(), nullptr);
     const auto make = [&](int number) {
-        return std::shared_ptr<Tagged>(new Tagged{number, &released});
+        return std::shared_ptr<Tagged>(new Tagged{number, &released, &container});
     };
     EXPECT_EQ(container.get_or_make<Tagged>([&] { return make(1); }).number, 1);
     EXPECT_EQ(container.get_or_make<Tagged>([&] { return make(9); }).number, 1);
     const auto second = make(2);
     container.add(&Tagged::TAG, second);
     container.add(&Other::TAG, make(3));
-    EXPECT_EQ(container.get<Tagged>(), second.get());
+    container.add(&Tagged::TAG, make(5));
+    EXPECT_EQ(container.get<Tagged>()->number, 5);
     EXPECT_DEATH(container.add(&Other::TAG, second), "");
     EXPECT_DEATH(container.add(&Other::TAG, nullptr), "");
     container.clear();
-    EXPECT_EQ(released, (std::vector<int>{3, 1}));
+    EXPECT_EQ(released, (std::vector<int>{5, 2, 3, 2, 1, 0}));
     EXPECT_EQ(second.use_count(), 1);
     EXPECT_EQ(container.get<Tagged>(), nullptr);
     container.add(&Tagged::TAG, make(4));

@@ -48,6 +48,17 @@ TEST_F(Operators, ConstantsAreSharedPerNode) {
     matrix.ptr<float>()[0] = 0;  // it was copied
     EXPECT_EQ(run<float>(constant), (std::vector<float>{3, 4}));
     EXPECT_EQ(constant->owner_operator()->name().rfind("const{1,2}", 0), 0u);
+    // Equal bytes of different types, one element with more axes, and none at all.
+    EXPECT_NE(ConstantTensor::make_scalar(*graph, 0.0f, on_node()),
+              ConstantTensor::make_scalar(*graph, 0, on_node()));
+    const auto of_shape = [&](const kern::TensorShape& shape) {
+        HostTensorND value(CompNode::default_cpu(), shape, DType::Float32());
+        if (!shape.has_zero_axis())
+            value.ptr<float>()[0] = 1.5f;
+        return ConstantTensor::make(*graph, value, on_node());
+    };
+    EXPECT_EQ(of_shape({1, 1})->name().rfind("1.5[", 0), 0u);
+    EXPECT_TRUE(run<float>(of_shape({0})).empty());
 }
 
 TEST_F(Operators, ElementwiseBringsInputsToOneType) {
@@ -109,7 +120,24 @@ TEST_F(Operators, ReductionsOverOneAxisOrToATarget) {
     GraphVar* one_by_one = ConstantTensor::make(*graph, target, on_node());
     EXPECT_EQ(run<float>(reduce(a, ReduceMode::SUM_SQR, -1, one_by_one)), (std::vector<float>{91}));
     EXPECT_EQ(run<float>(reduce(a, ReduceMode::MEAN, -1, one_by_one)), (std::vector<float>{3.5f}));
-    // The target as a value that is only known in the run.
+    // Three axes, two of them in turn, with buffers in between; then other lengths in the same
+    // plan.
+    const auto cube = make_tensor<float>({2, 2, 3}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    GraphVar* c = SharedTensorInput::make(*graph, cube);
+    HostTensorND three_ones(CompNode::default_cpu(), {3}, DType::Int32());
+    for (int i = 0; i < 3; ++i)
+        three_ones.ptr<int32_t>()[i] = 1;
+    GraphVar* squares =
+        reduce(c, ReduceMode::SUM_SQR, -1, ConstantTensor::make(*graph, three_ones, on_node()));
+    EXPECT_EQ(run<float>(squares), (std::vector<float>{650}));
+    fill<float>(*cube, {1, 2, 2}, {1, 2, 3, 4});
+    EXPECT_EQ(run<float>(squares), (std::vector<float>{30}));
+    // Nothing collapses, but the type changes.
+    GraphVar* half = TypeConvert::make(a, DType::Float16());
+    GraphVar* widened = ReduceOperator::make(DimensionShuffle::make(half, {0, 1, -1}),
+                                             {ReduceMode::SUM, 2, kern::ReduceDataType::FLOAT_O32});
+    EXPECT_EQ(run<float>(widened), (std::vector<float>{1, 2, 3, 4, 5, 6}));
+    // The target as a value that is only known in the run, of another length in each.
     GraphVar* late = input<int32_t>({1}, {3});
     EXPECT_EQ(run<float>(reduce(a, ReduceMode::SUM, -1, late)), (std::vector<float>{5, 7, 9}));
 
