@@ -23,9 +23,9 @@ size_t norm_piece_rows(const SmartTensor& features) {
 
 }  // namespace
 
-BruteForceEngine::BruteForceEngine(const CompareKind& kind, const EngineFunctions& functions,
+BruteForceEngine::BruteForceEngine(const CompareKind& kind, EngineFunctions functions,
                                    size_t feature_dim, size_t feature_bytes, size_t tag_bytes)
-    : m_functions(functions),
+    : m_functions(std::move(functions)),
       m_feature_bytes(feature_bytes),
       m_tag_bytes(tag_bytes),
       m_comp_node(orb::CompNode::load("cpu:default")),
@@ -68,7 +68,8 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
 void BruteForceEngine::check_search(const SearchCall& call,
                                     const VEKComparisonAlgorithm& comparison) const {
     if (comparison.method != VEK_COMPARISON_SIGMOID_L2)
-        throw Error(VEK_INVALID_ARGUMENT, "comparison method not found", m_functions.search);
+        throw Error(VEK_INVALID_ARGUMENT, "comparison method not found",
+                    m_functions.search.c_str());
     if (call.nr_query != 0 && (call.k > MAX_K || call.nr_query > MAX_QUERIES))
         throw std::length_error("search");
 }
@@ -91,7 +92,8 @@ void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query) {
     for (size_t i = 0; i < blocks.size(); ++i) {
         const size_t rows = blocks[i].second;
         if (i >= sqr_blocks.size() || sqr_blocks[i].second != rows)
-            throw Error(VEK_INTERNAL_ERROR, "base and its sqr conflict!", m_functions.search);
+            throw Error(VEK_INTERNAL_ERROR, "base and its sqr conflict!",
+                        m_functions.search.c_str());
         m_graphs.compare_block(*blocks[i].first, *sqr_blocks[i].first, rows, offset);
         offset += rows;
     }
@@ -110,7 +112,7 @@ BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, si
 void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags,
                               size_t nr, const VEKFeatureGroupInsertOptions* options) {
     if (m_tag_bytes != 0 && !tags)
-        throw Error(VEK_INVALID_ARGUMENT, "tags can not be nullptr", m_functions.insert);
+        throw Error(VEK_INVALID_ARGUMENT, "tags can not be nullptr", m_functions.insert.c_str());
     if (nr == 0)
         return;
     if (nr > GroupRows::MAX_ROWS)
@@ -136,9 +138,9 @@ void BruteForceEngine::check_insert_ids(const uint64_t* ids, size_t nr) const {
     for (size_t i = 0; i < nr; ++i) {
         const auto id = read_unaligned<uint64_t>(ids, i);
         if (id == IdTable::RESERVED_ID)
-            throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert);
+            throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert.c_str());
         if (!seen.insert(id, 0))
-            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert);
+            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert.c_str());
     }
 }
 
@@ -151,7 +153,7 @@ std::vector<uint64_t> BruteForceEngine::held_ids(const uint64_t* ids, size_t nr,
         if (!m_rows.holds(id))
             continue;
         if (!replace)
-            throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert);
+            throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert.c_str());
         held.push_back(id);
     }
     return held;
@@ -179,9 +181,9 @@ void BruteForceEngine::check_erase_ids(const uint64_t* ids, size_t nr) const {
     for (size_t i = 0; i < nr; ++i) {
         const auto id = read_unaligned<uint64_t>(ids, i);
         if (!m_rows.holds(id))
-            throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase);
+            throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase.c_str());
         if (!seen.insert(id, 0))
-            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.erase);
+            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.erase.c_str());
     }
 }
 

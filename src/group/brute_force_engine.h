@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "group/compare_graphs.h"
 #include "group/group_rows.h"
@@ -16,9 +17,9 @@ namespace vek {
 
 // Signatures of the group's operations, for the errors that are raised on their behalf.
 struct EngineFunctions {
-    const char* search;
-    const char* insert;
-    const char* erase;
+    std::string search;
+    std::string insert;
+    std::string erase;
 };
 
 // The arguments of a search but the result.
@@ -36,7 +37,7 @@ class BruteForceEngine final {
 public:
     // Rows of the caller follow each other by the elements that are stored, `feature_dim` of them;
     // `feature_bytes` is the length that encryption works on, at least as long.
-    BruteForceEngine(const CompareKind& kind, const EngineFunctions& functions, size_t feature_dim,
+    BruteForceEngine(const CompareKind& kind, EngineFunctions functions, size_t feature_dim,
                      size_t feature_bytes, size_t tag_bytes);
 
     // Throws `Error`, std::bad_alloc or std::length_error: then only the two counts of the result
@@ -52,6 +53,7 @@ public:
     void shrink() { m_rows.shrink(); }
     void reset() { m_rows.clear(); }
     size_t size() const { return m_rows.size(); }
+    const GroupRows& rows() const { return m_rows; }
 
 private:
     using Buffer = std::unique_ptr<uint8_t[]>;

@@ -36,6 +36,10 @@ CompareKind CompareKind::float32() {
     return {kern::DType::Float32(), kern::DType::Float32(), kern::MatrixMulDataType::DEFAULT};
 }
 
+CompareKind CompareKind::int8() {
+    return {kern::DType::Int8(), kern::DType::Int32(), kern::MatrixMulDataType::INT8_TO_INT32};
+}
+
 CompareGraphs::CompareGraphs(orb::CompNode comp_node, const CompareKind& kind, size_t feature_dim,
                              size_t max_norm_rows)
     : m_comp_node(comp_node),

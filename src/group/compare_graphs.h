@@ -21,6 +21,7 @@ struct CompareKind {
     kern::MatrixMulDataType product;
 
     static CompareKind float32();
+    static CompareKind int8();
 };
 
 class CompareGraphs final {

@@ -3,6 +3,7 @@
 #include "group/feature_group.h"
 
 #include "group/float32_group.h"
+#include "group/int8_group.h"
 #include "store/error.h"
 
 namespace vek {
@@ -34,38 +35,36 @@ void refuse_clustered_and_35xx(int32_t index_type, const char* function) {
 }
 
 // Constructs the kind that `settings` asks for from `arguments`. The index type decides before the
-// device. `int8_refusal` is what the kind that does not exist yet answers.
+// device.
 template <typename... Arguments>
 std::unique_ptr<FeatureGroup> make_kind(const VEKFeatureGroupSettings& settings,
-                                        const char* int8_refusal, const char* function,
-                                        Arguments... arguments) {
+                                        const char* function, Arguments... arguments) {
     refuse_clustered_and_35xx(settings.index_type, function);
     const bool is_float32 = settings.index_type == VEK_INDEX_BRUTE_FORCE_FLOAT32;
     if (!is_float32 && settings.index_type != VEK_INDEX_BRUTE_FORCE_INT8)
         throw Error(VEK_UNSUPPORTED, "unknown error", function);
     if (settings.device == VEK_DEVICE_35XX)
         refuse_35xx(function);
-    if (!is_float32)
-        throw Error(VEK_UNSUPPORTED, int8_refusal, function);
-    return std::make_unique<FeatureGroupCpuFloat32Impl>(arguments...);
+    if (is_float32)
+        return std::make_unique<FeatureGroupCpuFloat32Impl>(arguments...);
+    return std::make_unique<FeatureGroupCpuInt8Impl>(arguments...);
 }
 
 }  // namespace
 
 std::unique_ptr<FeatureGroup> FeatureGroup::make_empty(const VEKFeatureGroupSettings* settings) {
-    return make_kind(*settings, "not implemented", MAKE_EMPTY, settings);
+    return make_kind(*settings, MAKE_EMPTY, settings);
 }
 
 std::unique_ptr<FeatureGroup> FeatureGroup::make_from_file(const char* path,
                                                            const VEKFeatureGroupSettings* settings,
                                                            bool model) {
-    return make_kind(*settings, "not implemented", MAKE_FROM_FILE, path, settings, model);
+    return make_kind(*settings, MAKE_FROM_FILE, path, settings, model);
 }
 
 std::unique_ptr<FeatureGroup> FeatureGroup::make_from_trained(
     const VEKFeatureGroupSettings* settings, const FeatureGroup* trained) {
-    return make_kind(*settings, "not supported in brute-force", MAKE_FROM_TRAINED, settings,
-                     trained);
+    return make_kind(*settings, MAKE_FROM_TRAINED, settings, trained);
 }
 
 std::unique_ptr<FeatureGroup> FeatureGroup::make_from_researcher_file(

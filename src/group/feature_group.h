@@ -43,8 +43,8 @@ public:
                                     const size_t* cluster_ids, const float* cluster_weights,
                                     VEKFeatureGroupSearchResult* result) = 0;
     virtual void reserve(size_t size) = 0;
-    virtual void insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags, size_t nr,
-                        const VEKFeatureGroupInsertOptions* options) = 0;
+    virtual void insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags,
+                        size_t nr, const VEKFeatureGroupInsertOptions* options) = 0;
     virtual void get_cluster_ids(const uint8_t* features, size_t nr,
                                  const VEKFeatureGroupInsertOptions* options,
                                  size_t* cluster_ids) = 0;

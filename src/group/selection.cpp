@@ -7,6 +7,7 @@
 namespace vek {
 namespace {
 
+// Integer scores become floats before anything is compared, so that those which are one float tie.
 template <typename Raw>
 void select_row(const Raw* row, size_t columns, TopKHeap& heap) {
     for (size_t slot = 0; slot < columns; ++slot)
@@ -39,9 +40,13 @@ void select_rows(const Raw* row, size_t columns, const TagFilter& filter,
 
 void select_candidates(const orb::HostTensorND& scores, const TagFilter& filter,
                        std::vector<TopKHeap>& heaps) {
-    KERN_CHECK(scores.dtype() == kern::DType::Float32());
     KERN_CHECK(scores.shape().ndim == 2 && scores.shape(0) == heaps.size());
-    select_rows(scores.ptr<float>(), scores.shape(1), filter, heaps);
+    if (scores.dtype() == kern::DType::Float32()) {
+        select_rows(scores.ptr<float>(), scores.shape(1), filter, heaps);
+    } else {
+        KERN_CHECK(scores.dtype() == kern::DType::Int32());
+        select_rows(scores.ptr<int32_t>(), scores.shape(1), filter, heaps);
+    }
 }
 
 void ResultWriter::put(size_t place, uint64_t id, float score) {
