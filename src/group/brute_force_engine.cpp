@@ -16,9 +16,12 @@ constexpr size_t MAX_K = 1073741823;
 constexpr size_t MAX_QUERIES = 107374182;
 constexpr size_t NORM_PIECE_BYTES = size_t{1} << 18;
 
-// Rows whose norms are computed in one run: a piece that stays in the cache, at most a block.
-size_t norm_piece_rows(const SmartTensor& features) {
-    return std::clamp(NORM_PIECE_BYTES / features.row_bytes(), size_t{1}, features.block_size());
+// Rows whose norms are computed in one run: a piece that stays in the cache in the width that norms
+// are computed in, at most a block.
+size_t norm_piece_rows(const CompareKind& kind, const SmartTensor& features) {
+    const size_t elements = features.row_bytes() / kind.feature_dtype.element_bytes();
+    const size_t wide_row = size_product(elements, kind.score_dtype.element_bytes());
+    return std::clamp(NORM_PIECE_BYTES / wide_row, size_t{1}, features.block_size());
 }
 
 }  // namespace
@@ -30,7 +33,7 @@ BruteForceEngine::BruteForceEngine(const CompareKind& kind, EngineFunctions func
       m_tag_bytes(tag_bytes),
       m_comp_node(orb::CompNode::load("cpu:default")),
       m_rows(m_comp_node, kind.feature_dtype.element_bytes(), feature_dim, tag_bytes),
-      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(m_rows.features())) {}
+      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(kind, m_rows.features())) {}
 
 // ---- search
 
