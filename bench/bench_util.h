@@ -4,12 +4,14 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 #include "vekfind/vekfind.h"
@@ -42,11 +44,13 @@ private:
     uint64_t m_state;
 };
 
-inline std::vector<float> random_features(size_t rows, size_t dim, uint64_t seed) {
+// Features as an element type of the library's groups: floats in [-1, 1), or integers of 8 bits.
+template <typename T>
+std::vector<T> random_features(size_t rows, size_t dim, uint64_t seed) {
     Random random(seed);
-    std::vector<float> features(rows * dim);
-    for (float& value : features)
-        value = random.unit();
+    std::vector<T> features(rows * dim);
+    for (T& value : features)
+        value = static_cast<T>(std::is_same_v<T, float> ? random.unit() : 127.0f * random.unit());
     return features;
 }
 
@@ -56,7 +60,8 @@ inline std::vector<uint64_t> consecutive_ids(size_t count, uint64_t first = 0) {
     return ids;
 }
 
-inline const uint8_t* as_bytes(const float* features) {
+template <typename T>
+const uint8_t* as_bytes(const T* features) {
     return static_cast<const uint8_t*>(static_cast<const void*>(features));
 }
 
@@ -65,31 +70,41 @@ struct ReleaseContext {
 };
 using Group = std::unique_ptr<std::remove_pointer_t<VEKContext>, ReleaseContext>;
 
-inline Group make_group(size_t dim) {
+template <typename T>
+VEKFeatureGroupSettings settings_for(size_t dim) {
+    constexpr bool is_float = std::is_same_v<T, float>;
     VEKFeatureGroupSettings settings{};
-    settings.feature_size = static_cast<uint32_t>(dim * sizeof(float));
-    settings.comparison.scale = 1.0f / static_cast<float>(dim);
-    settings.index_type = VEK_INDEX_BRUTE_FORCE_FLOAT32;
+    settings.feature_size = static_cast<uint32_t>(dim * sizeof(T));
+    settings.comparison.scale =
+        (is_float ? 1.0f : 1.0f / (127.0f * 127.0f)) / static_cast<float>(dim);
+    settings.index_type = is_float ? VEK_INDEX_BRUTE_FORCE_FLOAT32 : VEK_INDEX_BRUTE_FORCE_INT8;
+    return settings;
+}
+
+template <typename T>
+Group make_group(size_t dim) {
+    const VEKFeatureGroupSettings settings = settings_for<T>(dim);
     VEKContext context = nullptr;
     check(VEK_make_feature_group_context(&settings, &context));
     return Group(context);
 }
 
-inline void insert(const Group& group, const std::vector<float>& features,
-                   const std::vector<uint64_t>& ids) {
+template <typename T>
+void insert(const Group& group, const std::vector<T>& features, const std::vector<uint64_t>& ids) {
     check(VEK_insert_features_to_feature_group(group.get(), as_bytes(features.data()), ids.data(),
                                                nullptr, ids.size(), nullptr));
 }
 
 // A group of made-up rows. They are made and inserted in pieces, so that no second copy of a large
 // group is ever held.
-inline Group make_filled_group(size_t rows, size_t dim) {
+template <typename T>
+Group make_filled_group(size_t rows, size_t dim) {
     constexpr size_t PIECE = 16384;
-    Group group = make_group(dim);
+    Group group = make_group<T>(dim);
     check(VEK_reserve_feature_group_size(group.get(), rows));
     for (size_t first = 0; first < rows; first += PIECE) {
         const size_t count = std::min(PIECE, rows - first);
-        insert(group, random_features(count, dim, first + 1), consecutive_ids(count, first));
+        insert(group, random_features<T>(count, dim, first + 1), consecutive_ids(count, first));
     }
     return group;
 }

@@ -3,8 +3,6 @@
 // order.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-
 #include "bench/bench_util.h"
 
 namespace {
@@ -23,11 +21,11 @@ void insert_float32(benchmark::State& state) {
     const auto rows = static_cast<size_t>(state.range(0));
     const auto dim = static_cast<size_t>(state.range(1));
     const auto batch = std::min(rows, static_cast<size_t>(state.range(2)));
-    const std::vector<float> features = random_features(rows, dim, 1);
+    const std::vector<float> features = random_features<float>(rows, dim, 1);
     const std::vector<uint64_t> ids = consecutive_ids(rows);
     for (auto _ : state) {
         state.PauseTiming();
-        Group group = make_group(dim);
+        Group group = make_group<float>(dim);
         state.ResumeTiming();
         for (size_t first = 0; first < rows; first += batch) {
             const size_t count = std::min(batch, rows - first);
@@ -55,7 +53,7 @@ void copy_into_fresh_memory(benchmark::State& state) {
     const auto rows = static_cast<size_t>(state.range(0));
     const auto dim = static_cast<size_t>(state.range(1));
     constexpr size_t ROWS_OF_BLOCK = 8192;
-    const std::vector<float> features = random_features(rows, dim, 1);
+    const std::vector<float> features = random_features<float>(rows, dim, 1);
     for (auto _ : state) {
         std::vector<std::unique_ptr<float[]>> blocks;
         for (size_t first = 0; first < rows; first += ROWS_OF_BLOCK) {
@@ -87,7 +85,7 @@ void erase_in_random_order(benchmark::State& state) {
         std::swap(ids[i - 1], ids[random.next() % i]);
     for (auto _ : state) {
         state.PauseTiming();
-        Group group = make_filled_group(rows, DIM);
+        Group group = make_filled_group<float>(rows, DIM);
         state.ResumeTiming();
         for (size_t first = 0; first < rows; first += batch) {
             check(VEK_delete_features_from_feature_group(group.get(), ids.data() + first,
