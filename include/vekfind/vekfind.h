@@ -1,9 +1,10 @@
 /*
  * libvekfind: exact one-to-many search over feature vectors. This header is the manual.
  *
- * A feature group holds rows: a feature (a vector of floats), a 64-bit id and, if wanted, a tag of
- * a fixed number of bytes. A search compares every query with every row and returns the ids of the
- * best k rows whose similarity reaches a threshold. Nothing is approximated and nothing is sampled.
+ * A feature group holds rows: a feature (a vector of floats or of 8-bit integers), a 64-bit id and,
+ * if wanted, a tag of a fixed number of bytes. A search compares every query with every row and
+ * returns the ids of the best k rows whose similarity reaches a threshold. Nothing is approximated
+ * and nothing is sampled.
  *
  * Example: the row nearest to (3, 3) is id 8, at squared distance 1.
  *
@@ -40,8 +41,10 @@
  * distance 0 through 0.5 at d2 = -bias / scale towards 0. `scale` must be positive for the curve to
  * fall; rows are selected by smallest d2 whatever its sign. d2 is computed in 32-bit floats as
  * |q|^2 + |r|^2 - 2 q.r, so its rounding error is in proportion to |q|^2 + |r|^2, also where d2 is
- * small. The score of a pair does not depend on the batch of queries, on the other rows or on the
- * address of a buffer: the bits are the same.
+ * small. For 8-bit integers it is 2 * (floor(|q|^2 / 2) + floor(|r|^2 / 2) - q.r), exact but for
+ * the two halves that odd squared norms lose, and then rounded to a float. The score of a pair does
+ * not depend on the batch of queries, on the other rows or on the address of a buffer: the bits are
+ * the same.
  *
  * Order. With `sorted` greater than 0 a result runs from best to worst. Otherwise it is a binary
  * heap with the worst kept row first: counting from 1, the entry at p is no better than those at 2p
@@ -82,8 +85,9 @@
  * C++. No exception of the library leaves it. See VEKTagPredicate for exceptions of a caller's
  * function.
  *
- * Not there yet: dumping to and loading from files, int8 groups and the average feature. Their
- * calls return VEK_UNSUPPORTED. Clustered kinds of index are refused for good.
+ * Kinds. A group of 8-bit integers lives in one process: it is neither dumped nor loaded, keeps the
+ * comparison constants it was made with, cannot be reset, and averages nothing; those calls return
+ * VEK_UNSUPPORTED. Clustered kinds of index are refused for good.
  *
  * Environment. VEK_TENSOR_BLOCK_SIZE, a positive decimal number, sets the rows per memory block of
  * the groups made from then on (8192 if unset or no such number). It changes memory and speed,
@@ -112,17 +116,18 @@ typedef int32_t VEKStatus;
 /* The numbers are fixed, gaps included. Those marked (reserved) are returned by no call today. */
 enum {
     VEK_OK = 0,
-    VEK_INTERNAL_ERROR = 1,    /* a broken invariant of the library, or rows without elements */
-    VEK_UNKNOWN_ERROR = 2,     /* lack of memory, a size or count beyond the limits, or an exception
-                                  derived from std::exception out of a caller's predicate */
-    VEK_NULL_POINTER = 3,      /* a required pointer was null */
-    VEK_UNEXPECTED_CONFIG = 4, /* (reserved) a file of another version */
-    VEK_UNEXPECTED_MODEL = 5,  /* (reserved) */
-    VEK_BROKEN_FILE = 6,       /* (reserved) a file ended early, or could not be written */
-    VEK_OUT_OF_RANGE = 7,      /* (reserved) */
-    VEK_INVALID_SETTINGS = 8,  /* settings that no group can have */
-    VEK_FILE_NOT_FOUND = 9,    /* (reserved) a file could not be opened for reading */
-    VEK_INVALID_ARGUMENT = 10, /* a value that the call cannot work with */
+    VEK_INTERNAL_ERROR = 1, /* a broken invariant of the library, rows without elements, or a file
+                               that could not be written */
+    VEK_UNKNOWN_ERROR = 2,  /* lack of memory, a size or count beyond the limits, or an exception
+                               derived from std::exception out of a caller's predicate */
+    VEK_NULL_POINTER = 3,   /* a required pointer was null */
+    VEK_UNEXPECTED_CONFIG = 4,      /* a file of another version */
+    VEK_UNEXPECTED_MODEL = 5,       /* (reserved) */
+    VEK_BROKEN_FILE = 6,            /* a file ended early, or could not be read */
+    VEK_OUT_OF_RANGE = 7,           /* (reserved) */
+    VEK_INVALID_SETTINGS = 8,       /* settings that no group can have */
+    VEK_FILE_NOT_FOUND = 9,         /* a file could not be opened for reading, for any reason */
+    VEK_INVALID_ARGUMENT = 10,      /* a value that the call cannot work with */
     VEK_INVALID_OBJECT_TYPE = 11,   /* (reserved) */
     VEK_UNSUPPORTED = 12,           /* this library, or this kind of group, does not offer it */
     VEK_MISSING_MAP_ELEMENT = 14,   /* (reserved) */
@@ -150,7 +155,7 @@ enum {
     VEK_INDEX_BRUTE_FORCE_FLOAT32 = 0, /* features of 32-bit floats, exhaustive search */
     VEK_INDEX_BRUTE_FORCE_35XX = 1,    /* refused: VEK_UNSUPPORTED */
     VEK_INDEX_IVFPQ = 2,               /* refused: VEK_UNSUPPORTED */
-    VEK_INDEX_BRUTE_FORCE_INT8 = 3     /* VEK_UNSUPPORTED today */
+    VEK_INDEX_BRUTE_FORCE_INT8 = 3     /* features of signed 8-bit integers, exhaustive search */
 };
 
 /* Values of VEKComparisonAlgorithm.method. */
@@ -169,10 +174,11 @@ typedef struct VEKComparisonAlgorithm {
 typedef struct VEKFeatureGroupSettings {
     int32_t device; /* VEK_DEVICE_CPU */
     uint32_t reserved_a[2];
-    uint32_t feature_size; /* bytes a feature row: 4 times the number of floats */
+    uint32_t feature_size; /* bytes a feature row: 4 times the number of floats, or the number of
+                              8-bit integers */
     uint32_t tag_size;     /* bytes a tag; 0: the rows have no tags */
     VEKComparisonAlgorithm comparison;
-    int32_t index_type; /* VEK_INDEX_BRUTE_FORCE_FLOAT32 */
+    int32_t index_type; /* VEK_INDEX_BRUTE_FORCE_FLOAT32 or VEK_INDEX_BRUTE_FORCE_INT8 */
     uint32_t reserved_b[8];
 } VEKFeatureGroupSettings;
 
@@ -206,7 +212,7 @@ typedef struct VEKFeatureGroupInsertOptions {
 } VEKFeatureGroupInsertOptions;
 
 typedef struct VEKFeatureGroupAverageOptions {
-    int32_t encrypted;
+    int32_t encrypted; /* the rows are encrypted; must not be 0 */
 } VEKFeatureGroupAverageOptions;
 
 /* Training is refused by every kind of group, so this record has no contents. Pass NULL. */
@@ -220,18 +226,25 @@ typedef struct VEKFeatureGroupTrainOptions VEKFeatureGroupTrainOptions;
  * - out (required): receives the new context, or null on failure
  * Returns: VEK_OK; VEK_NULL_POINTER; VEK_UNSUPPORTED for an index type or device that is refused,
  *   or an unknown index type; VEK_INVALID_SETTINGS for an unknown device; VEK_INTERNAL_ERROR for a
- *   feature_size below 4; VEK_UNKNOWN_ERROR for lack of memory.
+ *   feature_size below one element; VEK_UNKNOWN_ERROR for lack of memory.
  * Threads: any.
  */
 VEK_API VEKStatus VEK_make_feature_group_context(const VEKFeatureGroupSettings* settings,
                                                  VEKContext* out);
 
 /*
- * Makes a group from a file of VEK_dump_feature_group_to_file. Not there yet: opens no file.
+ * Makes a group from a file of VEK_dump_feature_group_to_file: the same rows in the same order. The
+ * settings rule; the file only has to agree with their feature_size and tag_size.
  * - path (required)
- * - settings: must not be null
- * - out (required): null on failure
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED.
+ * - settings: as for VEK_make_feature_group_context; must not be null
+ * - out (required): receives the new context, or null on failure
+ * Returns: VEK_OK; VEK_NULL_POINTER; VEK_UNSUPPORTED, VEK_INVALID_SETTINGS for an unknown device,
+ *   and VEK_INTERNAL_ERROR, as for VEK_make_feature_group_context; VEK_FILE_NOT_FOUND;
+ *   VEK_BROKEN_FILE for a file that ends early or cannot be read; VEK_UNEXPECTED_CONFIG for one of
+ *   another version; VEK_INVALID_SETTINGS for other sizes or an unknown form; VEK_DUPLICATED_ID,
+ *   VEK_INVALID_ID for ids that no group can hold; VEK_INVALID_ARGUMENT for a file with tags and
+ *   without rows; VEK_UNKNOWN_ERROR for lack of memory or more than 536870911 rows. For the time of
+ *   the call the file's content is in memory beside the group.
  * Threads: any.
  */
 VEK_API VEKStatus VEK_make_feature_group_context_from_file(const char* path,
@@ -284,7 +297,7 @@ VEK_API void VEK_release(VEKContext handle);
 /*
  * Replaces the comparison constants. Nothing is recomputed; the next search uses them.
  * - algorithm (required): copied; its values are not checked, a wrong method shows at that search
- * Returns: VEK_OK; VEK_NULL_POINTER.
+ * Returns: VEK_OK; VEK_NULL_POINTER; VEK_UNSUPPORTED from a group of 8-bit integers.
  * Threads: changing.
  */
 VEK_API VEKStatus VEK_set_comparison_algorithm(VEKContext ctx,
@@ -387,7 +400,8 @@ VEK_API VEKStatus VEK_shrink_feature_group(VEKContext ctx);
 
 /*
  * Deletes all rows. The settings and the comparison constants in force stay.
- * Returns: VEK_OK; VEK_NULL_POINTER (ctx).
+ * Returns: VEK_OK; VEK_NULL_POINTER (ctx); VEK_UNSUPPORTED from a group of 8-bit integers, which
+ *   keeps its rows.
  * Threads: changing.
  */
 VEK_API VEKStatus VEK_reset_feature_group(VEKContext ctx);
@@ -395,10 +409,13 @@ VEK_API VEKStatus VEK_reset_feature_group(VEKContext ctx);
 /* ---- Files --------------------------------------------------------------------------------- */
 
 /*
- * Writes all rows to a file, in plain form. Not there yet: writes no file.
+ * Writes all rows to a file, in plain form also where they came in encrypted: ids, features and
+ * tags. A file that is there is overwritten in place, so a dump that fails leaves a broken one.
+ * What the system reports only when the last buffer is written is not noticed.
  * - path (required)
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED.
- * Threads: reading.
+ * Returns: VEK_OK; VEK_NULL_POINTER; VEK_INTERNAL_ERROR for a file that cannot be created or
+ * written; VEK_UNSUPPORTED from a group of 8-bit integers, before the file is touched. On failure:
+ * the group is as it was. Threads: reading.
  */
 VEK_API VEKStatus VEK_dump_feature_group_to_file(VEKContext ctx, const char* path);
 
@@ -414,11 +431,14 @@ VEK_API VEKStatus VEK_dump_feature_group_model_to_file(VEKContext ctx, const cha
 
 /*
  * Computes the mean of encrypted features that the caller passes, and encrypts it; of the group
- * only the row size counts. Not there yet: computes nothing.
+ * only the row size counts. Sums run row by row in 32-bit floats; the result is not normalised, and
+ * the mean of no rows is NaN in each element.
  * - features (required): nr rows of feature_size bytes
+ * - options: must say that the rows are encrypted
  * - average (required): room for one row; written on success
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED.
- * Threads: free.
+ * Returns: VEK_OK; VEK_NULL_POINTER; VEK_INVALID_ARGUMENT without options, or for rows that are not
+ *   encrypted; VEK_UNSUPPORTED from a group of 8-bit integers; VEK_UNKNOWN_ERROR for lack of
+ * memory. Threads: free.
  */
 VEK_API VEKStatus VEK_get_average_feature(VEKContext ctx, const uint8_t* features, size_t nr,
                                           const VEKFeatureGroupAverageOptions* options,
