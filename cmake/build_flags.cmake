@@ -26,3 +26,9 @@ if(VEKFIND_SANITIZE)
         add_compile_options(-Wno-maybe-uninitialized)
     endif()
 endif()
+
+# Everything reports its branches, but only a fuzzer itself links the runtime's main.
+if(VEKFIND_BUILD_FUZZERS)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -78,6 +78,7 @@ std::unique_ptr<InputStream> make_loader(const std::string& path, int current) {
     magic.push_back('\0');  // ends the number, and stands in the message of a refusal
     if (check_version(magic, current))
         return stream;
+    stream.reset();
     return open_input_stream(path);  // the body of a file without a header begins at once
 }
 

@@ -44,10 +44,9 @@ public:
     std::unique_ptr<StreamState> get_state() const override {
         return std::make_unique<FileState>(m_state);
     }
-    void set_state(const StreamState& state) override {
+    int set_state(const StreamState& state) override {
         m_state = static_cast<const FileState&>(state);
-        // A seek that fails shows itself in the next read.
-        std::fseek(m_file.get(), static_cast<long>(m_state.position), SEEK_SET);
+        return std::fseek(m_file.get(), static_cast<long>(m_state.position), SEEK_SET);
     }
     size_t size() const override { return m_file_size; }
     size_t remaining() const override {

@@ -22,7 +22,8 @@ public:
     // Exactly `bytes` bytes or `Error`; asking for more than there is reads nothing.
     virtual void read(void* buffer, size_t bytes) = 0;
     virtual std::unique_ptr<StreamState> get_state() const = 0;
-    virtual void set_state(const StreamState& state) = 0;
+    // 0, or what the failed seek gave; the stream is not used again then.
+    virtual int set_state(const StreamState& state) = 0;
     // Bytes of the source in all, as found when it was opened, and those not read yet.
     virtual size_t size() const = 0;
     virtual size_t remaining() const = 0;
