@@ -14,11 +14,19 @@ namespace {
 
 constexpr size_t MAX_K = 1073741823;
 constexpr size_t MAX_QUERIES = 107374182;
+constexpr size_t PREFETCH_AHEAD = 16;  // ids
 constexpr size_t NORM_PIECE_BYTES = size_t{1} << 18;
 
 // Rows whose norms are computed in one run: a piece that stays in the cache, at most a block.
 size_t norm_piece_rows(const SmartTensor& features) {
     return std::clamp(NORM_PIECE_BYTES / features.row_bytes(), size_t{1}, features.block_size());
+}
+
+// Places of the result; std::length_error where no array could have as many.
+size_t result_places(const SearchCall& call) {
+    const size_t places = size_product(call.nr_query, call.k);
+    size_product(places, sizeof(uint64_t));
+    return places;
 }
 
 }  // namespace
@@ -39,10 +47,9 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     const std::lock_guard<std::mutex> lock(m_search_mutex);
     result->nr_query = call.nr_query;
     result->k = call.k;
-    size_product(size_product(call.nr_query, call.k), sizeof(uint64_t));  // places of the result
     ResultWriter writer(*result);
     if (size() == 0) {
-        writer.pad(0, call.nr_query * call.k);
+        writer.pad(0, result_places(call));
         return;
     }
     check_search(call, comparison);
@@ -71,6 +78,7 @@ void BruteForceEngine::check_search(const SearchCall& call,
         throw Error(VEK_INVALID_ARGUMENT, "comparison method not found", m_functions.search);
     if (call.nr_query != 0 && (call.k > MAX_K || call.nr_query > MAX_QUERIES))
         throw std::length_error("search");
+    result_places(call);
 }
 
 std::vector<TopKHeap> BruteForceEngine::make_heaps(const SearchCall& call,
@@ -125,8 +133,7 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
     const uint8_t* rows = plain ? plain.get() : features;
     const Buffer sqrs = compute_sqrs(rows, nr);
     m_rows.commit(m_rows.prepare_append(size_sum(size() - replaced.size(), nr)));
-    for (uint64_t id : replaced)
-        m_rows.erase(id);
+    m_rows.erase(replaced.data(), replaced.size());
     m_rows.append(ids, rows, sqrs.get(), tags, nr);
 }
 
@@ -168,8 +175,7 @@ BruteForceEngine::Buffer BruteForceEngine::compute_sqrs(const uint8_t* features,
 
 void BruteForceEngine::erase(const uint64_t* ids, size_t nr) {
     check_erase_ids(ids, nr);
-    for (size_t i = 0; i < nr; ++i)
-        m_rows.erase(read_unaligned<uint64_t>(ids, i));
+    m_rows.erase(ids, nr);
 }
 
 // The reserved id is refused as one that the group does not hold.
@@ -177,6 +183,11 @@ void BruteForceEngine::check_erase_ids(const uint64_t* ids, size_t nr) const {
     IdTable seen;
     seen.reserve(std::min(nr, size()));  // others are refused before they get there
     for (size_t i = 0; i < nr; ++i) {
+        if (i + PREFETCH_AHEAD < nr) {
+            const auto ahead = read_unaligned<uint64_t>(ids, i + PREFETCH_AHEAD);
+            m_rows.prefetch(ahead);
+            seen.prefetch(ahead);
+        }
         const auto id = read_unaligned<uint64_t>(ids, i);
         if (!m_rows.holds(id))
             throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase);

@@ -1,0 +1,153 @@
+// Groups through the C interface, with results as values.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "vekfind/vekfind.h"
+
+// A copy of an array at an odd address.
+class OddBytes {
+public:
+    template <typename T>
+    explicit OddBytes(const std::vector<T>& values) : m_bytes(1 + values.size() * sizeof(T)) {
+        if (!values.empty())
+            std::memcpy(&m_bytes[1], values.data(), values.size() * sizeof(T));
+    }
+    explicit OddBytes(size_t size) : m_bytes(1 + size) {}
+
+    uint8_t* bytes() { return m_bytes.data() + 1; }
+    template <typename T>
+    T* as() {
+        return static_cast<T*>(static_cast<void*>(bytes()));
+    }
+    template <typename T>
+    std::vector<T> values() const {
+        std::vector<T> result((m_bytes.size() - 1) / sizeof(T));
+        if (!result.empty())
+            std::memcpy(result.data(), &m_bytes[1], result.size() * sizeof(T));
+        return result;
+    }
+
+private:
+    std::vector<uint8_t> m_bytes;
+};
+
+// Scores as bits, so that equality means the same bits.
+struct Found {
+    std::vector<uint64_t> ids;
+    std::vector<uint32_t> scores;
+
+    friend bool operator==(const Found& a, const Found& b) {
+        return a.ids == b.ids && a.scores == b.scores;
+    }
+};
+
+struct Query {
+    std::vector<float> features;
+    size_t nr_query = 1;
+    size_t k = 1;
+    float threshold = 0.0f;
+    VEKTagPredicate predicate = nullptr;
+    std::vector<void*> contexts;
+    VEKFeatureGroupSearchOptions options{};
+};
+
+// Groups made while it lives have this block size; 0 is the default.
+class BlockSize {
+public:
+    explicit BlockSize(size_t rows) {
+        if (rows != 0)
+            setenv("VEK_TENSOR_BLOCK_SIZE", std::to_string(rows).c_str(), 1);
+    }
+    ~BlockSize() { unsetenv("VEK_TENSOR_BLOCK_SIZE"); }
+    BlockSize(const BlockSize&) = delete;
+    BlockSize& operator=(const BlockSize&) = delete;
+};
+
+class Group {
+public:
+    static VEKFeatureGroupSettings settings(size_t dim, uint32_t tag_size = 0) {
+        VEKFeatureGroupSettings s{};
+        s.feature_size = static_cast<uint32_t>(dim * sizeof(float));
+        s.tag_size = tag_size;
+        s.comparison = {VEK_COMPARISON_SIGMOID_L2, 0.25f, -3.0f};
+        return s;
+    }
+
+    explicit Group(const VEKFeatureGroupSettings& s) {
+        EXPECT_EQ(VEK_make_feature_group_context(&s, &m_context), VEK_OK);
+    }
+    explicit Group(size_t dim, uint32_t tag_size = 0) : Group(settings(dim, tag_size)) {}
+    ~Group() { VEK_release(m_context); }
+    Group(const Group&) = delete;
+    Group& operator=(const Group&) = delete;
+
+    VEKContext context() const { return m_context; }
+    size_t size() const {
+        size_t size = ~size_t{0};
+        EXPECT_EQ(VEK_get_feature_group_size(m_context, &size), VEK_OK);
+        return size;
+    }
+
+    VEKStatus insert(const std::vector<uint64_t>& ids, const std::vector<float>& features,
+                     const std::vector<uint8_t>& tags = {},
+                     const VEKFeatureGroupInsertOptions& options = {}) const {
+        OddBytes feature_bytes(features);
+        OddBytes id_bytes(ids);
+        OddBytes tag_bytes(tags);
+        return VEK_insert_features_to_feature_group(m_context, feature_bytes.bytes(),
+                                                    id_bytes.as<uint64_t>(), tag_bytes.bytes(),
+                                                    ids.size(), &options);
+    }
+    VEKStatus erase(const std::vector<uint64_t>& ids) const {
+        OddBytes id_bytes(ids);
+        return VEK_delete_features_from_feature_group(m_context, id_bytes.as<uint64_t>(),
+                                                      ids.size());
+    }
+    VEKStatus reserve(size_t rows) const { return VEK_reserve_feature_group_size(m_context, rows); }
+
+    // Arrays begin as zeros; they and the features lie at odd addresses.
+    VEKStatus try_search(const Query& query, Found& found) const {
+        OddBytes features(query.features);
+        OddBytes ids(query.nr_query * query.k * sizeof(uint64_t));
+        OddBytes scores(query.nr_query * query.k * sizeof(float));
+        VEKFeatureGroupSearchResult result{7, 7, scores.as<float>(), ids.as<uint64_t>()};
+        const VEKStatus status = VEK_search_feature_group(
+            m_context, features.bytes(), query.nr_query, query.k, query.threshold,
+            query.contexts.data(), query.predicate, &query.options, &result);
+        EXPECT_EQ(result.nr_query, query.nr_query);
+        EXPECT_EQ(result.k, query.k);
+        found = {ids.values<uint64_t>(), scores.values<uint32_t>()};
+        return status;
+    }
+    Found search(const Query& query) const {
+        Found found;
+        EXPECT_EQ(try_search(query, found), VEK_OK);
+        return found;
+    }
+
+private:
+    VEKContext m_context = nullptr;
+};
+
+// Features of `rows` rows that differ and are exact in floats.
+inline std::vector<float> small_integers(size_t rows, size_t dim, unsigned seed = 1) {
+    std::vector<float> features(rows * dim);
+    for (float& value : features) {
+        seed = seed * 1664525u + 1013904223u;
+        value = static_cast<float>(static_cast<int>(seed >> 28) - 8);
+    }
+    return features;
+}
+
+inline std::vector<uint64_t> running_ids(size_t count, uint64_t first = 0) {
+    std::vector<uint64_t> ids(count);
+    for (size_t i = 0; i < count; ++i)
+        ids[i] = first + i;
+    return ids;
+}
