@@ -59,6 +59,19 @@ TEST(IdTable, NeverHoldsTheReservedIdAndRefusesImpossibleSizes) {
     EXPECT_EQ(*table.find(0), 1u);
 }
 
+TEST(IdTable, ShrinkGivesTheRoomBack) {
+    IdTable table;
+    for (uint64_t id = 0; id < 1000; ++id)
+        table.insert(id, static_cast<uint32_t>(id));
+    for (uint64_t id = 10; id < 1000; ++id)
+        table.erase(id);
+    EXPECT_FALSE(table.grown(1000));
+    table.shrink();
+    EXPECT_TRUE(table.grown(20));
+    EXPECT_EQ(table.size(), 10u);
+    EXPECT_EQ(*table.find(9), 9u);
+}
+
 TEST(IdTable, ReservedRoomIsEnough) {
     for (size_t entries : {1u, 4u, 5u, 6u, 7u, 13u, 100u, 1000u}) {
         IdTable table;

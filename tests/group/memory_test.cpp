@@ -159,6 +159,16 @@ TEST(Memory, WarmSearchAllocatesNothingInProportionToRows) {
     EXPECT_LT(allocation_watch::largest_of_runtime(), RUNTIME_MOST);
 }
 
+TEST(Memory, OfManyQueriesIsNotTheRuntimesOwn) {
+    const Group group(1);
+    ASSERT_EQ(group.insert({1}, {2}), VEK_OK);
+    Query query;
+    query.nr_query = 2 * RUNTIME_MOST;
+    query.features = small_integers(query.nr_query, 1);
+    EXPECT_EQ(group.search(query).ids, std::vector<uint64_t>(query.nr_query, 1));
+    EXPECT_LT(allocation_watch::largest_of_runtime(), RUNTIME_MOST);
+}
+
 TEST(Memory, InsertOneSearchOneRarelyAllocates) {
     const Group group(DIM);
     ASSERT_EQ(group.insert(running_ids(2000), small_integers(2000, DIM)), VEK_OK);

@@ -28,6 +28,8 @@ TEST(ScoreMap, BitsOfSimilaritiesAndThresholds) {
     EXPECT_EQ(bits(make_map(1.0f, 0.0f).raw_threshold(0.5f)), 0x80000000u);
     EXPECT_EQ(bits(make_map(0.7f, -3.3f).raw_threshold(0.8f)), 0xbfaef7a6u);
     EXPECT_EQ(bits(make_map(0.1f, -4.0f).raw_threshold(0.001f)), 0xc25a2295u);
+    // One bit off with a logarithm in single precision.
+    EXPECT_EQ(bits(make_map(0.7f, -3.3f).raw_threshold(0.011f)), 0xc0b2421eu);
 }
 
 TEST(ScoreMap, EdgesOfTheThreshold) {

@@ -256,16 +256,18 @@ TEST_F(Status, OfFeatureSizes) {
 TEST_F(Status, ARowsOddBytesAreNoPartOfIt) {
     VEKFeatureGroupSettings settings = Group::settings(1);
     settings.feature_size = 6;
-    std::vector<float> rows{5, -3, 1, 0, 0};  // with the slack of three rows of 6 bytes
-    for (int32_t encrypted : {0, -1}) {
-        if (encrypted)
-            vek::feature_cipher(static_cast<uint8_t*>(static_cast<void*>(rows.data())), 3, 6, 4);
+    const std::vector<float> plain{5, -3, 1, 0, 0};  // with the slack of three rows of 6 bytes
+    std::vector<float> encrypted = plain;
+    vek::feature_cipher(static_cast<uint8_t*>(static_cast<void*>(encrypted.data())), 3, 6, 4);
+    for (int32_t insert_encrypted : {0, -1}) {
         const Group odd(settings);
+        ASSERT_EQ(odd.insert({10, 11, 12}, insert_encrypted ? encrypted : plain, {},
+                             {insert_encrypted, 0}),
+                  VEK_OK);
         Query query;
-        query.features = rows;
+        query.features = insert_encrypted ? plain : encrypted;
         query.nr_query = 3;
-        query.options.encrypted = encrypted;
-        ASSERT_EQ(odd.insert({10, 11, 12}, rows, {}, {encrypted, 0}), VEK_OK);
+        query.options.encrypted = insert_encrypted ? 0 : -1;
         EXPECT_EQ(odd.search(query).ids, (std::vector<uint64_t>{10, 11, 12}));
     }
 }

@@ -98,14 +98,17 @@ private:
         return values;
     }
 
+    // Encrypted row by row, where the library does it with all rows at once.
     std::vector<float> packed(const Features& features, bool encrypted) const {
-        std::vector<float> result;
-        for (const std::vector<int>& values : features)
-            result.insert(result.end(), values.begin(), values.end());
         const size_t row_bytes = m_shape.dim * sizeof(float);
-        if (encrypted)
-            vek::feature_cipher(static_cast<uint8_t*>(static_cast<void*>(result.data())),
-                                features.size(), row_bytes, row_bytes);
+        std::vector<float> result;
+        for (const std::vector<int>& values : features) {
+            result.insert(result.end(), values.begin(), values.end());
+            if (encrypted) {
+                void* row = &result[result.size() - m_shape.dim];
+                vek::feature_cipher(static_cast<uint8_t*>(row), 1, row_bytes, row_bytes);
+            }
+        }
         return result;
     }
 
@@ -179,16 +182,24 @@ private:
             m_model.erase(ids[i]);
     }
 
-    // Of a pair that is then exactly at the threshold: half way down a curve that passes there.
-    void put_threshold_at(Query& query, const std::vector<int>& a, const std::vector<int>& b) {
-        int d2 = 0;
-        for (size_t i = 0; i < a.size(); ++i)
-            d2 += (a[i] - b[i]) * (a[i] - b[i]);
-        m_model.comparison.scale = std::ldexp(1.0f, -static_cast<int>(below(8)));
-        m_model.comparison.bias = -m_model.comparison.scale * static_cast<float>(d2);
-        query.threshold = 0.5f;
-        ++m_at_threshold;
-        EXPECT_EQ(VEK_set_comparison_algorithm(m_group.context(), &m_model.comparison), VEK_OK);
+    // Factors without short binary forms, so that each rounding of the score map shows; or a curve
+    // that is at its middle, threshold 0.5, exactly at the distance of some pair.
+    void change_comparison(const Features& queries, float& threshold) {
+        VEKComparisonAlgorithm& comparison = m_model.comparison;
+        comparison.scale = 0.0137f * static_cast<float>(1 + below(40));
+        comparison.bias = -0.3f * static_cast<float>(below(30));
+        if (!queries.empty() && !m_model.rows.empty() && below(2) == 0) {
+            const std::vector<int>& a = queries[below(queries.size())];
+            const std::vector<int>& b = m_model.rows[below(m_model.rows.size())].feature;
+            int d2 = 0;
+            for (size_t i = 0; i < a.size(); ++i)
+                d2 += (a[i] - b[i]) * (a[i] - b[i]);
+            comparison.scale = std::ldexp(1.0f, -static_cast<int>(below(8)));
+            comparison.bias = -comparison.scale * static_cast<float>(d2);
+            threshold = 0.5f;
+            ++m_at_threshold;
+        }
+        EXPECT_EQ(VEK_set_comparison_algorithm(m_group.context(), &comparison), VEK_OK);
     }
 
     void search() {
@@ -206,18 +217,27 @@ private:
         Features queries;
         for (size_t i = 0; i < query.nr_query; ++i)
             queries.push_back(feature());
-        if (query.nr_query != 0 && size != 0 && below(3) == 0)
-            put_threshold_at(query, queries[below(query.nr_query)],
-                             m_model.rows[below(size)].feature);
+        if (below(2) == 0)
+            change_comparison(queries, query.threshold);
         query.features = packed(queries, query.options.encrypted != 0);
+        if (m_shape.tag_size != 0 && below(2) == 0)
+            query.predicate = observe;
+        const Found found = compare(query, queries);
+        // Once more with a threshold in the last bits of which a score decides.
+        if (!found.scores.empty()) {
+            std::memcpy(&query.threshold, &found.scores[below(found.scores.size())],
+                        sizeof(query.threshold));
+            compare(query, queries);
+        }
+    }
+
+    Found compare(Query query, const Features& queries) {
         std::vector<Observer> observers(query.nr_query);
         Observer::Log seen, expected_seen;
         for (size_t i = 0; i < query.nr_query; ++i) {
             observers[i] = {&expected_seen, i, m_shape.tag_size};
             query.contexts.push_back(&observers[i]);
         }
-        if (m_shape.tag_size != 0 && below(2) == 0)
-            query.predicate = observe;
         const Found expected = m_model.search(query, queries);
         for (Observer& observer : observers)
             observer.seen = &seen;
@@ -227,6 +247,7 @@ private:
         EXPECT_EQ(found.ids, expected.ids);
         EXPECT_EQ(found.scores, expected.scores);
         EXPECT_TRUE(seen == expected_seen) << seen.size() << " of " << expected_seen.size();
+        return found;
     }
 
     Shape m_shape;

@@ -99,6 +99,32 @@ TEST(SmartTensor, FirstBlockDoublesThenBlocksAreAdded) {
     EXPECT_EQ(elements[2].first->size(), 3 * DIM * sizeof(int32_t));
 }
 
+TEST(SmartTensor, GrowsInStepsWhateverIsAskedFor) {
+    constexpr auto SINGLE = SmartTensor::State::SINGLE_BLOCK;
+    constexpr auto FIXED = SmartTensor::State::FIXED_BLOCKS;
+    const struct {
+        size_t block_size, rows, first_block_capacity, added_blocks;
+        SmartTensor::State state;
+    } cases[] = {
+        {16, 0, 1, 0, SINGLE},  {16, 1, 1, 0, SINGLE},   {16, 5, 8, 0, SINGLE},
+        {12, 9, 12, 0, SINGLE}, {12, 12, 12, 0, SINGLE}, {12, 13, 12, 1, FIXED},
+        {12, 36, 12, 2, FIXED}, {12, 37, 12, 3, FIXED},  {1, 1, 1, 0, SINGLE},
+        {1, 3, 1, 2, FIXED},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.rows) + " rows in blocks of " + std::to_string(c.block_size));
+        SmartTensor store = make_store(c.block_size);
+        const SmartTensor::Growth growth = store.prepare(c.rows);
+        EXPECT_EQ(growth.state, c.state);
+        EXPECT_EQ(growth.first_block_capacity, c.first_block_capacity);
+        EXPECT_EQ(growth.first_block.has_value(), c.first_block_capacity != 1);
+        EXPECT_EQ(growth.added.size(), c.added_blocks);
+        store.ensure_size(c.rows);
+        store.clear();
+        EXPECT_EQ(store.prepare(0).state, c.state) << "fixed blocks stay fixed";
+    }
+}
+
 TEST(SmartTensor, AddsAcrossBlockBordersAsSingleRowsWould) {
     for (size_t block_size : {1u, 3u, 16u, 100u}) {
         for (size_t before : {0u, 1u, 3u, 17u}) {

@@ -29,6 +29,7 @@ void expect_refusals(const std::string& instance) {
     EXPECT_EQ(store.size(), 2u);
     EXPECT_EQ(std::vector<T>(store.data(), store.data() + 4), (std::vector<T>{1, 2, 3, 4}));
     EXPECT_THROW(store.ensure_size(SIZE_MAX / 2), std::length_error);
+    EXPECT_THROW(store.ensure_size(SIZE_MAX / 2 + 2), std::length_error);  // wraps to one record
 }
 
 TEST(SmartVector, RefusalsNameTheInstanceAndChangeNothing) {
