@@ -28,9 +28,8 @@
  *     }
  *
  * Layout. Features and tags are passed as bytes: row after row, `feature_size` or `tag_size` bytes
- * each, no padding between rows and none at the end. Such a buffer may start at any address. Arrays
- * of ids, scores and sizes are aligned as their C type asks. Numbers have the byte order of the
- * machine.
+ * each, no padding between rows and none at the end. Buffers of features, tags, ids and scores may
+ * start at any address. Numbers have the byte order of the machine.
  *
  * Ids. Any 64-bit number but VEK_INVALID_ID_VALUE (all bits set), which marks unused places of a
  * result. An id stands at most once in a group.
@@ -334,9 +333,9 @@ VEK_API VEKStatus VEK_get_feature_group_size(VEKContext ctx, size_t* size);
  * - result (required): see VEKFeatureGroupSearchResult
  * A distance of NaN (from NaN or infinite elements) passes every threshold, and the order of a
  * result that holds one means nothing.
- * Returns: VEK_OK, also when nothing is found; VEK_NULL_POINTER; and, from a group with rows only,
- *   VEK_INVALID_ARGUMENT for an unknown comparison method; VEK_UNKNOWN_ERROR for lack of memory, k
- *   or nr_query beyond the limits, or an exception of the predicate.
+ * Returns: VEK_OK, also when nothing is found; VEK_NULL_POINTER; VEK_INVALID_ARGUMENT for a wrong
+ *   comparison method, unless the group is empty; VEK_UNKNOWN_ERROR for lack of memory, for k or
+ *   nr_query beyond the limits, and for an exception of the predicate.
  * On failure: nr_query and k of the result are set, its arrays untouched, the group unchanged.
  * Threads: searching. Many queries in one call cost less than as many calls.
  */

@@ -14,6 +14,7 @@ namespace {
 
 constexpr size_t MAX_K = 1073741823;
 constexpr size_t MAX_QUERIES = 107374182;
+constexpr size_t PREFETCH_AHEAD = 16;  // ids
 constexpr size_t NORM_PIECE_BYTES = size_t{1} << 18;
 
 // Rows whose norms are computed in one run: a piece that stays in the cache in the width that norms
@@ -22,6 +23,13 @@ size_t norm_piece_rows(const CompareKind& kind, const SmartTensor& features) {
     const size_t elements = features.row_bytes() / kind.feature_dtype.element_bytes();
     const size_t wide_row = size_product(elements, kind.score_dtype.element_bytes());
     return std::clamp(NORM_PIECE_BYTES / wide_row, size_t{1}, features.block_size());
+}
+
+// Places of the result; std::length_error where no array could have as many.
+size_t result_places(const SearchCall& call) {
+    const size_t places = size_product(call.nr_query, call.k);
+    size_product(places, sizeof(uint64_t));
+    return places;
 }
 
 }  // namespace
@@ -42,10 +50,9 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     const std::lock_guard<std::mutex> lock(m_search_mutex);
     result->nr_query = call.nr_query;
     result->k = call.k;
-    size_product(size_product(call.nr_query, call.k), sizeof(uint64_t));  // places of the result
     ResultWriter writer(*result);
     if (size() == 0) {
-        writer.pad(0, call.nr_query * call.k);
+        writer.pad(0, result_places(call));
         return;
     }
     check_search(call, comparison);
@@ -75,6 +82,7 @@ void BruteForceEngine::check_search(const SearchCall& call,
                     m_functions.search.c_str());
     if (call.nr_query != 0 && (call.k > MAX_K || call.nr_query > MAX_QUERIES))
         throw std::length_error("search");
+    result_places(call);
 }
 
 std::vector<TopKHeap> BruteForceEngine::make_heaps(const SearchCall& call,
@@ -130,8 +138,7 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
     const uint8_t* rows = plain ? plain.get() : features;
     const Buffer sqrs = compute_sqrs(rows, nr);
     m_rows.commit(m_rows.prepare_append(size_sum(size() - replaced.size(), nr)));
-    for (uint64_t id : replaced)
-        m_rows.erase(id);
+    m_rows.erase(replaced.data(), replaced.size());
     m_rows.append(ids, rows, sqrs.get(), tags, nr);
 }
 
@@ -173,8 +180,7 @@ BruteForceEngine::Buffer BruteForceEngine::compute_sqrs(const uint8_t* features,
 
 void BruteForceEngine::erase(const uint64_t* ids, size_t nr) {
     check_erase_ids(ids, nr);
-    for (size_t i = 0; i < nr; ++i)
-        m_rows.erase(read_unaligned<uint64_t>(ids, i));
+    m_rows.erase(ids, nr);
 }
 
 // The reserved id is refused as one that the group does not hold.
@@ -182,6 +188,11 @@ void BruteForceEngine::check_erase_ids(const uint64_t* ids, size_t nr) const {
     IdTable seen;
     seen.reserve(std::min(nr, size()));  // others are refused before they get there
     for (size_t i = 0; i < nr; ++i) {
+        if (i + PREFETCH_AHEAD < nr) {
+            const auto ahead = read_unaligned<uint64_t>(ids, i + PREFETCH_AHEAD);
+            m_rows.prefetch(ahead);
+            seen.prefetch(ahead);
+        }
         const auto id = read_unaligned<uint64_t>(ids, i);
         if (!m_rows.holds(id))
             throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase.c_str());

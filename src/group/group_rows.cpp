@@ -61,7 +61,29 @@ void GroupRows::append(const void* ids, const uint8_t* features, const uint8_t* 
         m_tags.add(tags, nr);
 }
 
-void GroupRows::erase(uint64_t id) {
+// Ids come in no order of slots, so nearly every access misses the caches; what a row further on
+// will need is fetched meanwhile, its place in the index first.
+void GroupRows::erase(const void* ids, size_t nr) {
+    constexpr size_t ROW_AHEAD = 8;
+    constexpr size_t INDEX_AHEAD = 2 * ROW_AHEAD;
+    for (size_t i = 0; i < nr; ++i) {
+        if (i + INDEX_AHEAD < nr)
+            prefetch(read_unaligned<uint64_t>(ids, i + INDEX_AHEAD));
+        if (i + ROW_AHEAD < nr)
+            prefetch_row(read_unaligned<uint64_t>(ids, i + ROW_AHEAD));
+        erase_row(read_unaligned<uint64_t>(ids, i));
+    }
+}
+
+// The slot may be another one by the time of the erase: then this was for nothing.
+void GroupRows::prefetch_row(uint64_t id) const {
+    const uint32_t slot = *m_index.find(id);
+    m_features.prefetch(slot);
+    m_sqrs.prefetch(slot);
+    __builtin_prefetch(m_ids.data() + slot, 1);
+}
+
+void GroupRows::erase_row(uint64_t id) {
     const uint32_t slot = *m_index.find(id);
     const uint64_t moved = m_ids.data()[size() - 1];
     m_index.assign(moved, slot);

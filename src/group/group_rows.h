@@ -47,9 +47,10 @@ public:
     // of any alignment; `sqrs` holds a norm for each row, `tags` is ignored by a group without.
     void append(const void* ids, const uint8_t* features, const uint8_t* sqrs, const uint8_t* tags,
                 size_t nr);
-    void erase(uint64_t id);
-    // Hints of `erase`s to come: first this one, then after a while `prefetch_row`.
-    void prefetch_index(uint64_t id) const { m_index.prefetch(id); }
+    // Erases the rows of ids that are held, each once, in their order.
+    void erase(const void* ids, size_t nr);
+    // Brings the index entry of an id nearer that will be asked for soon.
+    void prefetch(uint64_t id) const { m_index.prefetch(id); }
 
     // Gives back what memory it can.
     void shrink();
@@ -57,6 +58,8 @@ public:
 
 private:
     Growth prepare_stores(size_t rows);
+    void erase_row(uint64_t id);
+    void prefetch_row(uint64_t id) const;
 
     size_t m_tag_bytes;
     SmartTensor m_features;

@@ -18,7 +18,7 @@ public:
     virtual void on_reshape_error(const std::string& text) = 0;
 };
 
-// The handler in force from now on; null restores the default one, which stops the process. The
+// The handler in force from now on; null, as at the start, for none: the process just stops. The
 // handler must live until it is replaced.
 void set_kernel_error_handler(KernelErrorHandler* handler);
 

@@ -1,6 +1,7 @@
 #include "kernels/elementwise.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "kernels/broadcast.h"
 #include "kernels/check.h"
@@ -32,32 +33,16 @@ constexpr bool rows_are_in_order() {
 }
 static_assert(rows_are_in_order(), "a mode's number is its row in the table");
 
-bool accepts(ElementwiseMode mode, DType dtype) {
-    const ModeTrait& trait = ModeTrait::of(mode);
-    const bool fused =
-        mode == ElementwiseMode::FUSE_MUL_ADD3 || mode == ElementwiseMode::FUSE_MUL_ADD4;
-    switch (dtype.category()) {
-        case DTypeCategory::FLOAT:
-            return trait.allow_float || fused;
-        case DTypeCategory::INTEGER:
-            return trait.allow_int || fused;
-        default:
-            return false;
-    }
-}
-
 // Of x * y + z * w, x and z must have one layout, and y and w too; within a product the factors may
 // stand either way round.
 void check_fused_pairs(const std::vector<RawTensor>& inputs, const TensorLayout& output) {
-    const TensorLayout* x = &inputs[0].layout;
-    const TensorLayout* y = &inputs[1].layout;
-    const TensorLayout* z = &inputs[2].layout;
-    const TensorLayout* w = &inputs[3].layout;
-    if (!x->same_layout(output))
+    const auto view = [&](size_t i) { return inputs[i].layout.broadcast_to(output); };
+    TensorLayout x = view(0), y = view(1), z = view(2), w = view(3);
+    if (!x.same_layout(output))
         std::swap(x, y);
-    if (!z->same_layout(output))
+    if (!z.same_layout(output))
         std::swap(z, w);
-    KERN_CHECK(x->same_layout(*z) && y->same_layout(*w));
+    KERN_CHECK(x.same_layout(z) && y.same_layout(w));
 }
 
 }  // namespace
@@ -87,9 +72,10 @@ TensorShape Elementwise::deduce_output_shape(const std::vector<TensorShape>& inp
 }
 
 void Elementwise::check_exec(const std::vector<RawTensor>& inputs, const RawTensor& output) const {
-    KERN_CHECK(inputs.size() == ModeTrait::of(m_param.mode).arity);
+    const ModeTrait& trait = ModeTrait::of(m_param.mode);
+    KERN_CHECK(inputs.size() == trait.arity);
     const DType dtype = inputs[0].layout.dtype;
-    KERN_CHECK(dtype.valid() && accepts(m_param.mode, dtype));
+    KERN_CHECK(dtype.valid() && trait.accepts(dtype.category()));
     for (const RawTensor& input : inputs)
         KERN_CHECK(input.layout.dtype == dtype);
     // Not empty: a layout with a zero-length axis is not dense.

@@ -15,8 +15,8 @@ enum class ElementwiseMode : uint32_t {
 #undef KERN_ELEMENTWISE_MODE
 };
 
-// What a mode accepts. Modes FUSE_MUL_ADD3 and FUSE_MUL_ADD4 are routed by dtype, not by this
-// table.
+// What a mode takes. The fused products FUSE_MUL_ADD3 and FUSE_MUL_ADD4 are marked for neither kind
+// of number and take both.
 struct ModeTrait {
     uint32_t arity;
     bool commutable;
@@ -26,6 +26,18 @@ struct ModeTrait {
 
     // Stops the process on a mode that does not exist.
     static const ModeTrait& of(ElementwiseMode mode);
+
+    constexpr bool accepts(DTypeCategory category) const {
+        const bool unmarked = !allow_int && !allow_float;
+        switch (category) {
+            case DTypeCategory::FLOAT:
+                return allow_float || unmarked;
+            case DTypeCategory::INTEGER:
+                return allow_int || unmarked;
+            default:
+                return false;
+        }
+    }
 };
 
 class Elementwise : public KernelOperator {

@@ -8,6 +8,7 @@
 
 #include "kernels/arithmetic.h"
 #include "kernels/check.h"
+#include "kernels/dtype_switch.h"
 #include "kernels/elementwise.h"
 
 namespace kern::formula {
@@ -64,8 +65,9 @@ inline WrappingInt shift_right(WrappingInt x, WrappingInt y) {
     return x.value() >> (y.bits() < 32 ? y.bits() : 31);
 }
 
-// The upper half of the doubled product at the width of T, rounded; only the square of the smallest
-// value does not fit, and gives the largest.
+// The upper half of the doubled product at the width of T, rounded; of signed types only the square
+// of the smallest value does not fit, and gives the largest. Uint8 is taken at the same shift of 7,
+// so products of 2^15 and more wrap.
 template <typename T>
 WrappingInt rounding_high_mul(WrappingInt x, WrappingInt y) {
     using Limits = std::numeric_limits<T>;
@@ -86,7 +88,6 @@ namespace kern {
 template <ElementwiseMode MODE>
 struct Formula;
 
-// `allow_*` of the two fused products is false in the traits; they accept every dtype.
 #define KERN_FIRST(first, ...) first
 #define KERN_SECOND(first, second, ...) second
 #define KERN_FLOAT_FORMULA(...) KERN_FIRST(__VA_ARGS__, )
@@ -94,10 +95,7 @@ struct Formula;
 #define KERN_ELEMENTWISE_MODE(number, NAME, text, arity, commutable, allow_int, allow_float, ...) \
     template <>                                                                                   \
     struct Formula<ElementwiseMode::NAME> {                                                       \
-        static constexpr uint32_t ARITY = arity;                                                  \
-        static constexpr bool FUSED = !(allow_int) && !(allow_float);                             \
-        static constexpr bool INT = (allow_int) || FUSED;                                         \
-        static constexpr bool FLOAT = (allow_float) || FUSED;                                     \
+        static constexpr ModeTrait TRAIT{arity, commutable, allow_int, allow_float, text};        \
                                                                                                   \
         template <typename T>                                                                     \
         static T apply(T x_in, T y_in = T{}, T z_in = T{}, T w_in = T{}) {                        \
@@ -121,28 +119,18 @@ struct Formula;
 
 // Kernel<MODE, T>::run for a dtype that the mode accepts; anything else stops the process.
 template <template <ElementwiseMode, typename> class Kernel, ElementwiseMode MODE>
-auto select_elementwise_dtype(DTypeEnum dtype) -> decltype(&Kernel<MODE, float>::run) {
-    if constexpr (Formula<MODE>::FLOAT) {
-        if (dtype == DTypeEnum::FLOAT32)
-            return &Kernel<MODE, float>::run;
-        if (dtype == DTypeEnum::FLOAT16)
-            return &Kernel<MODE, Float16>::run;
-    }
-    if constexpr (Formula<MODE>::INT) {
-        switch (dtype) {
-            case DTypeEnum::INT32:
-                return &Kernel<MODE, int32_t>::run;
-            case DTypeEnum::INT16:
-                return &Kernel<MODE, int16_t>::run;
-            case DTypeEnum::INT8:
-                return &Kernel<MODE, int8_t>::run;
-            case DTypeEnum::UINT8:
-                return &Kernel<MODE, uint8_t>::run;
-            default:
-                break;
-        }
-    }
-    KERN_FAIL();
+auto select_elementwise_dtype(DTypeEnum dtype) {
+    const auto kernel = with_number_type(dtype, [](auto tag) {
+        using T = typename decltype(tag)::Type;
+        constexpr auto CATEGORY =
+            std::is_integral<T>::value ? DTypeCategory::INTEGER : DTypeCategory::FLOAT;
+        decltype(&Kernel<MODE, T>::run) result = nullptr;
+        if constexpr (Formula<MODE>::TRAIT.accepts(CATEGORY))
+            result = &Kernel<MODE, T>::run;
+        return result;
+    });
+    KERN_CHECK(kernel);
+    return kernel;
 }
 
 // The kernel for one of the modes with ARITY inputs; ARITY 0 stands for all modes. A mode of

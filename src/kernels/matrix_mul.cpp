@@ -11,36 +11,35 @@ void check_matrix(const TensorLayout& layout) {
     KERN_CHECK(layout.stride[0] >= 0 && static_cast<size_t>(layout.stride[0]) >= layout.shape[1]);
 }
 
-bool is_enum(const TensorLayout& layout, DTypeEnum wanted) {
-    return layout.dtype.enum_value() == wanted;
-}
-
-bool dtypes_fit(MatrixMulDataType data_type, const TensorLayout& a, const TensorLayout& b,
-                const TensorLayout& c) {
-    if (a.dtype.enum_value() != b.dtype.enum_value())
-        return false;
-    switch (data_type) {
-        case MatrixMulDataType::DEFAULT:
-        case MatrixMulDataType::FLOAT_IO16_CO32:
-            return a.dtype.category() == DTypeCategory::FLOAT && c.dtype == a.dtype;
-        case MatrixMulDataType::INT8_TO_INT16:
-            return is_enum(a, DTypeEnum::INT8) && is_enum(c, DTypeEnum::INT16);
-        case MatrixMulDataType::INT8_TO_INT32:
-            return (is_enum(a, DTypeEnum::INT8) && is_enum(c, DTypeEnum::INT32)) ||
-                   (is_enum(a, DTypeEnum::QUANTIZED_S8) && is_enum(c, DTypeEnum::QUANTIZED_S32));
-        case MatrixMulDataType::ASYMM8_TO_S32:
-            return is_enum(a, DTypeEnum::QUANTIZED8_ASYMM) && is_enum(c, DTypeEnum::QUANTIZED_S32);
-    }
-    return false;
-}
-
 }  // namespace
 
-TensorLayout MatrixMul::deduce_layout(const TensorLayout& a, const TensorLayout& b,
-                                      DType c_dtype) const {
+TensorShape MatrixMul::deduce_shape(const Param& param, const TensorShape& a,
+                                    const TensorShape& b) {
     KERN_CHECK(a.ndim == 2 && b.ndim == 2);
-    KERN_CHECK(a[m_param.transpose_a ? 0 : 1] == b[m_param.transpose_b ? 1 : 0]);
-    return TensorLayout({a[m_param.transpose_a ? 1 : 0], b[m_param.transpose_b ? 0 : 1]}, c_dtype);
+    KERN_CHECK(a[param.transpose_a ? 0 : 1] == b[param.transpose_b ? 1 : 0]);
+    return {a[param.transpose_a ? 1 : 0], b[param.transpose_b ? 0 : 1]};
+}
+
+DTypeEnum MatrixMul::deduce_dtype(MatrixMulDataType data_type, DTypeEnum operands) {
+    const struct {
+        MatrixMulDataType data_type;
+        DTypeEnum operands;
+        DTypeEnum result;
+    } rows[] = {
+        {MatrixMulDataType::DEFAULT, DTypeEnum::FLOAT32, DTypeEnum::FLOAT32},
+        {MatrixMulDataType::DEFAULT, DTypeEnum::FLOAT16, DTypeEnum::FLOAT16},
+        {MatrixMulDataType::FLOAT_IO16_CO32, DTypeEnum::FLOAT32, DTypeEnum::FLOAT32},
+        {MatrixMulDataType::FLOAT_IO16_CO32, DTypeEnum::FLOAT16, DTypeEnum::FLOAT16},
+        {MatrixMulDataType::INT8_TO_INT16, DTypeEnum::INT8, DTypeEnum::INT16},
+        {MatrixMulDataType::INT8_TO_INT32, DTypeEnum::INT8, DTypeEnum::INT32},
+        {MatrixMulDataType::INT8_TO_INT32, DTypeEnum::QUANTIZED_S8, DTypeEnum::QUANTIZED_S32},
+        {MatrixMulDataType::ASYMM8_TO_S32, DTypeEnum::QUANTIZED8_ASYMM, DTypeEnum::QUANTIZED_S32},
+    };
+    for (const auto& row : rows) {
+        if (row.data_type == data_type && row.operands == operands)
+            return row.result;
+    }
+    KERN_FAIL();
 }
 
 void MatrixMul::check_exec(const TensorLayout& a, const TensorLayout& b, const TensorLayout& c,
@@ -49,10 +48,12 @@ void MatrixMul::check_exec(const TensorLayout& a, const TensorLayout& b, const T
     check_matrix(a);
     check_matrix(b);
     check_matrix(c);
-    KERN_CHECK(c.same_shape(deduce_layout(a, b, c.dtype)));
+    KERN_CHECK(c.same_shape(deduce_shape(m_param, a, b)));
     KERN_CHECK(a.dtype.valid() && b.dtype.valid() && c.dtype.valid());
     KERN_CHECK(a.dtype.size_log2() == b.dtype.size_log2());
-    KERN_CHECK(dtypes_fit(m_param.data_type, a, b, c));
+    const DTypeEnum operands = a.dtype.enum_value();
+    KERN_CHECK(b.dtype.enum_value() == operands);
+    KERN_CHECK(c.dtype.enum_value() == deduce_dtype(m_param.data_type, operands));
     KERN_CHECK(workspace_in_bytes(a, b, c) <= workspace_size);
 }
 

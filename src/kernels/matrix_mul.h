@@ -36,9 +36,11 @@ public:
                       const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
                                       const TensorLayout& c) = 0;
-    // The shape of C as a layout with `c_dtype`, which the caller knows (a quantised one carries
-    // the product of the scales).
-    TensorLayout deduce_layout(const TensorLayout& a, const TensorLayout& b, DType c_dtype) const;
+
+    // What C is for operands of these shapes and of one dtype. Operands that do not fit each other
+    // or the parameters stop the process. The scale of a quantised C is the caller's to choose.
+    static TensorShape deduce_shape(const Param& param, const TensorShape& a, const TensorShape& b);
+    static DTypeEnum deduce_dtype(MatrixMulDataType data_type, DTypeEnum operands);
 
 protected:
     // Stops the process on arguments that the operator does not define.

@@ -8,8 +8,8 @@ namespace kern {
 void Reduce::check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size) {
     KERN_CHECK(m_param.data_type != ReduceDataType::FLOAT_IO16_CO32);
     KERN_CHECK(src.is_dense() && dst.is_dense() && src.ndim == dst.ndim);
-    KERN_CHECK(m_param.axis >= 0 && static_cast<size_t>(m_param.axis) < src.ndim);
-    const auto reduced = static_cast<size_t>(m_param.axis);
+    const auto reduced = static_cast<size_t>(m_param.axis);  // a negative axis is beyond any ndim
+    KERN_CHECK(reduced < src.ndim);
     for (size_t axis = 0; axis < src.ndim; ++axis)
         KERN_CHECK(dst[axis] == (axis == reduced ? 1 : src[axis]));
 

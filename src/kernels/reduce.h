@@ -40,7 +40,10 @@ public:
     const Param& param() const { return m_param; }
 
     // Both layouts dense, of the same ndim; `dst` has length 1 on the axis and equal lengths
-    // elsewhere.
+    // elsewhere. An axis of length 1 is copied, except by SUM_SQR.
+    // Each level combines elements in an order of its own. So float results of two levels may
+    // differ in the last bits, and a MIN or MAX of a line with a NaN, which loses every comparison
+    // as first operand and wins it as second, in the value.
     virtual void exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) = 0;
 

@@ -3,7 +3,7 @@
 //   start()          the neutral value
 //   leaf(x)          what an element counts for
 //   combine(a, b)    two results, rounded or wrapped to T
-//   finish(a, n)     the result of n elements
+// MEAN is the policy of SUM and differs in `finish` alone.
 #pragma once
 
 #include <limits>
@@ -18,12 +18,12 @@ namespace kern::reduction {
 template <typename T>
 struct Plain {
     static T leaf(T x) { return x; }
-    static T finish(T result, size_t) { return result; }
 };
 
 template <typename T>
 struct Sum : Plain<T> {
-    static T start() { return narrow<T>(Working<T>(0)); }
+    // A float's neutral value is -0.0: started from 0.0, a line of a lone -0.0 would lose its sign.
+    static T start() { return narrow<T>(-Working<T>(0)); }
     static T combine(T a, T b) { return narrow<T>(widen(a) + widen(b)); }
 };
 
@@ -60,15 +60,19 @@ struct Max : Plain<T> {
     static T combine(T a, T b) { return widen(a) > widen(b) ? a : b; }
 };
 
+// Turns `count` combinations of `length` elements each into the mode's results. Out of line: one
+// division per type, not one in each of the many kernels.
 template <typename T>
-struct Mean : Sum<T> {
-    static T finish(T sum, size_t count) {
+[[gnu::noinline]] void finish(ReduceMode mode, size_t length, T* results, size_t count) {
+    if (mode != ReduceMode::MEAN)
+        return;
+    for (size_t i = 0; i < count; ++i) {
         if constexpr (std::is_integral<T>::value)
-            return static_cast<T>(int64_t{sum} / static_cast<int64_t>(count));
+            results[i] = static_cast<T>(int64_t{results[i]} / static_cast<int64_t>(length));
         else
-            return narrow<T>(widen(sum) / static_cast<float>(count));
+            results[i] = narrow<T>(widen(results[i]) / static_cast<float>(length));
     }
-};
+}
 
 // Kernel<Policy>::run for the mode over accumulators of type T, from Kernel's own choice of stored
 // types.
@@ -76,6 +80,7 @@ template <typename T, template <typename> class Kernel>
 auto select_mode(ReduceMode mode) -> decltype(&Kernel<Sum<T>>::run) {
     switch (mode) {
         case ReduceMode::SUM:
+        case ReduceMode::MEAN:
             return &Kernel<Sum<T>>::run;
         case ReduceMode::SUM_SQR:
             return &Kernel<SumSqr<T>>::run;
@@ -85,8 +90,6 @@ auto select_mode(ReduceMode mode) -> decltype(&Kernel<Sum<T>>::run) {
             return &Kernel<Min<T>>::run;
         case ReduceMode::MAX:
             return &Kernel<Max<T>>::run;
-        case ReduceMode::MEAN:
-            return &Kernel<Mean<T>>::run;
     }
     KERN_FAIL();
 }

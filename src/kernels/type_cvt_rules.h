@@ -5,9 +5,7 @@
 #include <limits>
 #include <type_traits>
 
-#include "kernels/check.h"
-#include "kernels/dtype.h"
-#include "kernels/float16.h"
+#include "kernels/dtype_switch.h"
 
 namespace kern {
 
@@ -34,46 +32,17 @@ To convert_element(From value) {
         return static_cast<To>(static_cast<float>(value));
 }
 
-template <template <typename To, typename From> class Kernel, typename From>
-auto select_type_cvt_to(DTypeEnum to) -> decltype(&Kernel<float, float>::run) {
-    switch (to) {
-        case DTypeEnum::FLOAT32:
-            return &Kernel<float, From>::run;
-        case DTypeEnum::FLOAT16:
-            return &Kernel<Float16, From>::run;
-        case DTypeEnum::INT32:
-            return &Kernel<int32_t, From>::run;
-        case DTypeEnum::INT16:
-            return &Kernel<int16_t, From>::run;
-        case DTypeEnum::INT8:
-            return &Kernel<int8_t, From>::run;
-        case DTypeEnum::UINT8:
-            return &Kernel<uint8_t, From>::run;
-        default:
-            KERN_FAIL();
-    }
-}
-
 // Kernel<To, From>::run. Stops the process on quantised types, which have no rules yet, and on
 // types that are no numbers.
 template <template <typename To, typename From> class Kernel>
-auto select_type_cvt(DTypeEnum to, DTypeEnum from) -> decltype(&Kernel<float, float>::run) {
-    switch (from) {
-        case DTypeEnum::FLOAT32:
-            return select_type_cvt_to<Kernel, float>(to);
-        case DTypeEnum::FLOAT16:
-            return select_type_cvt_to<Kernel, Float16>(to);
-        case DTypeEnum::INT32:
-            return select_type_cvt_to<Kernel, int32_t>(to);
-        case DTypeEnum::INT16:
-            return select_type_cvt_to<Kernel, int16_t>(to);
-        case DTypeEnum::INT8:
-            return select_type_cvt_to<Kernel, int8_t>(to);
-        case DTypeEnum::UINT8:
-            return select_type_cvt_to<Kernel, uint8_t>(to);
-        default:
-            KERN_FAIL();
-    }
+auto select_type_cvt(DTypeEnum to, DTypeEnum from) {
+    const auto kernel = with_number_type(to, [from](auto to_tag) {
+        return with_number_type(from, [](auto from_tag) {
+            return &Kernel<typename decltype(to_tag)::Type, typename decltype(from_tag)::Type>::run;
+        });
+    });
+    KERN_CHECK(kernel);
+    return kernel;
 }
 
 }  // namespace kern

@@ -124,6 +124,14 @@ void SmartTensor::erase(size_t index) {
     m_comp_node.sync();
 }
 
+void SmartTensor::prefetch(size_t index) const {
+    constexpr size_t CACHE_LINE = 64;
+    constexpr size_t MOST_BYTES = 1024;  // of a longer row the hardware fetches the rest
+    const uint8_t* begin = row(index);
+    for (size_t offset = 0; offset < std::min(m_row_bytes, MOST_BYTES); offset += CACHE_LINE)
+        __builtin_prefetch(begin + offset, 1);
+}
+
 std::vector<SmartTensor::Element> SmartTensor::get_all_elements() const {
     static constexpr char FUNCTION[] =
         "std::vector<std::pair<const orb::TensorStorage<orb::DeviceTensorStorageTrait>*, unsigned "

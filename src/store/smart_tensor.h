@@ -53,6 +53,9 @@ public:
     // the store's steps and not with every row.
     size_t size_with_slack() const;
 
+    // Brings a row nearer that will be overwritten soon.
+    void prefetch(size_t index) const;
+
     // The two halves of `ensure_size`. The first alone can fail, and changes nothing that can be
     // seen; nothing may come between them.
     Growth prepare(size_t rows);

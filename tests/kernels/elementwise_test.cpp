@@ -17,11 +17,6 @@ bool is_float(DType dtype) {
     return dtype.category() == kern::DTypeCategory::FLOAT;
 }
 
-bool accepts(uint32_t mode, DType dtype) {
-    const ModeTrait& trait = ModeTrait::of(static_cast<ElementwiseMode>(mode));
-    return mode == 35 || mode == 36 || (is_float(dtype) ? trait.allow_float : trait.allow_int);
-}
-
 void run(int level, uint32_t mode, const std::vector<RawTensor>& inputs, const RawTensor& output) {
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<kern::Elementwise>();
@@ -69,6 +64,8 @@ std::vector<Form> forms(DType t) {
         {{2, 3, 2, 5}, {dense({2, 3, 2, 5}), dense({3, 1, 5})}},
         {{2, 3, 2, 5}, {dense({2, 1, 2, 1}), dense({2, 3, 2, 5})}},
         {{3, 4}, {dense({3, 1}), dense({4})}},
+        {{3, 4}, {dense({3, 4}), dense({4}), dense({1, 4}), dense({3, 4})}},
+        {{3, 4}, {dense({4}), dense({3, 4}), dense({3, 4}), dense({1, 4})}},
         {{3, 4}, {strided({3, 4}, {1, 3}, t), dense({3, 4})}},
         {{3, 4}, {strided({3, 4}, {9, 2}, t), strided({1, 1}, {5, 5}, t)}},
         {{12}, {strided({12}, {3}, t), strided({12}, {-1}, t)}},
@@ -131,16 +128,19 @@ class ElementwiseModes : public testing::TestWithParam<uint32_t> {};
 
 TEST_P(ElementwiseModes, EveryLevelDtypeAndFormGivesTheFormula) {
     const uint32_t mode = GetParam();
-    const uint32_t arity = ModeTrait::of(static_cast<ElementwiseMode>(mode)).arity;
+    const ModeTrait& trait = ModeTrait::of(static_cast<ElementwiseMode>(mode));
+    ASSERT_EQ(trait.accepts(kern::DTypeCategory::FLOAT), takes_float(mode));
+    ASSERT_EQ(trait.accepts(kern::DTypeCategory::INTEGER), takes_int(mode));
+    EXPECT_EQ(trait.commutable, is_commutable(mode));
     std::mt19937 random(mode);
     for (DType dtype : number_types()) {
-        if (!accepts(mode, dtype))
+        if (!(is_float(dtype) ? takes_float(mode) : takes_int(mode)))
             continue;
         for (const Form& form : forms(dtype)) {
             std::vector<std::unique_ptr<Tensor>> inputs;
             std::vector<RawTensor> raw_inputs;
             TensorShape shape = form.output;
-            for (uint32_t i = 0; i < arity; ++i) {
+            for (uint32_t i = 0; i < trait.arity; ++i) {
                 inputs.push_back(std::make_unique<Tensor>(form.inputs[i % form.inputs.size()]));
                 raw_inputs.push_back(inputs.back()->raw());
             }
@@ -177,6 +177,9 @@ TEST(Elementwise, ExtremeValues) {
         {1, DType::Int32(), LEAST, 0, LEAST},
         {1, DType::Int8(), -128, 0, -128},
         {11, DType::Int32(), LEAST, 0, LEAST},
+        {12, DType::Float32(), -200, 0, 0},
+        {12, DType::Float32(), 200, 0, 1},
+        {15, DType::Float32(), NAN, 2, -2},
         {16, DType::Int32(), MOST, 1, LEAST},
         {17, DType::Int32(), -7, 2, -3},
         {17, DType::Int32(), LEAST, -1, LEAST},
@@ -184,21 +187,31 @@ TEST(Elementwise, ExtremeValues) {
         {17, DType::Float32(), -7, 2, -4},
         {18, DType::Float32(), NAN, 5, 5},
         {18, DType::Float32(), 5, NAN, NAN},
+        {19, DType::Float32(), NAN, 5, 5},
+        {19, DType::Float32(), 5, NAN, NAN},
         {20, DType::Int32(), LEAST, -1, 0},
         {21, DType::Int32(), LEAST, LEAST, 0},
         {21, DType::Int16(), -32768, -32768, 0},
         {24, DType::Int32(), LEAST, 1, MOST},
         {24, DType::Uint8(), 0, 1, 255},
+        {25, DType::Float32(), NAN, 2, 0},
+        {27, DType::Float16(), 60000, 0.5, INFINITY},
+        {28, DType::Float32(), 100, 100, 100.693147f},
+        // The 32-bit exponential is one unit off here.
+        {28, DType::Float32(), 0, -67.25, 6.21864949e-30f},
         {32, DType::Int32(), 1, 31, LEAST},
         {32, DType::Int32(), -1, 32, 0},
         {32, DType::Int32(), 1, -1, 0},
         {33, DType::Int32(), LEAST, 32, -1},
         {33, DType::Int32(), -8, 1, -4},
+        {37, DType::Float32(), NAN, 0, NAN},
+        {42, DType::Float32(), 0.5, 0, 1},
+        {42, DType::Float32(), 2.5, 0, 3},
+        {42, DType::Float32(), -2.5, 0, -3},
         {43, DType::Int32(), LEAST, LEAST, MOST},
         {43, DType::Int16(), -32768, -32768, 32767},
         {43, DType::Int8(), -128, -128, 127},
         {43, DType::Int32(), LEAST, MOST, -static_cast<double>(MOST)},
-        {27, DType::Float16(), 60000, 0.5, INFINITY},
     };
     for (const auto& c : cases) {
         const uint32_t arity = ModeTrait::of(static_cast<ElementwiseMode>(c.mode)).arity;

@@ -11,13 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "kernels/float16.h"
+#include "kernels/dtype_switch.h"
 #include "kernels/handle.h"
 
 namespace kern_test {
 
 using kern::DType;
-using kern::DTypeEnum;
 using kern::Float16;
 using kern::RawTensor;
 using kern::TensorLayout;
@@ -42,20 +41,8 @@ inline const std::vector<DType>& number_types() {
 // Calls `function` with a value of the C++ type that stores the dtype.
 template <typename Function>
 void with_type(DType dtype, Function function) {
-    switch (dtype.enum_value()) {
-        case DTypeEnum::FLOAT32:
-            return function(float{});
-        case DTypeEnum::FLOAT16:
-            return function(Float16{});
-        case DTypeEnum::INT32:
-            return function(int32_t{});
-        case DTypeEnum::INT16:
-            return function(int16_t{});
-        case DTypeEnum::INT8:
-            return function(int8_t{});
-        default:
-            return function(uint8_t{});
-    }
+    kern::with_number_type(dtype.enum_value(),
+                           [&](auto tag) { function(typename decltype(tag)::Type{}); });
 }
 
 // Memory that ends at an unmapped page: a read or write behind it ends the test. Filled with 0xff,
@@ -117,12 +104,12 @@ public:
         });
         return value;
     }
-    // Converts to the dtype; the value must fit.
+    // Converts to the dtype; an integer that does not fit keeps its low bits.
     void set(size_t position, double value) const {
         with_type(m_layout.dtype, [&](auto tag) {
             using T = decltype(tag);
             if constexpr (std::is_integral<T>::value)
-                at<T>(position) = static_cast<T>(value);
+                at<T>(position) = static_cast<T>(static_cast<int64_t>(value));
             else
                 at<T>(position) = static_cast<T>(static_cast<float>(value));
         });

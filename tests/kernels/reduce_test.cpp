@@ -64,15 +64,17 @@ TEST(Reduce, EveryLevelModeAndDtypeIsExactOnSmallNumbers) {
                 Tensor src(shape.src(), dtype);
                 const int low = dtype == DType::Uint8() ? 0 : -1;
                 src.fill_integers(random, low, mode == ReduceMode::PRODUCT ? 1 : 3);
-                std::vector<ReduceDataType> data_types = {ReduceDataType::DEFAULT};
-                if (is_float)
-                    data_types.insert(data_types.end(),
-                                      {ReduceDataType::FLOAT_O32, ReduceDataType::FLOAT_O16});
-                for (ReduceDataType data_type : data_types)
+                std::vector<std::pair<ReduceDataType, DType>> targets = {
+                    {ReduceDataType::DEFAULT, dtype}};
+                for (DType target : {DType::Float32(), DType::Float16()})
+                    if (is_float)
+                        targets.insert(targets.end(), {{ReduceDataType::FLOAT_O32, target},
+                                                       {ReduceDataType::FLOAT_O16, target}});
+                for (const auto& [data_type, target] : targets)
                     for (int level : DEBUG_LEVELS) {
-                        const Tensor dst(shape.dst(), dtype);
+                        const Tensor dst(shape.dst(), target);
                         run(level, mode, data_type, src, dst);
-                        Tensor wanted(shape.dst(), dtype);
+                        Tensor wanted(shape.dst(), target);
                         for (size_t i = 0; i < shape.outer * shape.inner; ++i)
                             wanted.set(
                                 i, reference(mode, shape, src, i / shape.inner, i % shape.inner));
@@ -158,6 +160,20 @@ TEST(Reduce, WorkingTypeDecidesWhatIsRounded) {
     }
 }
 
+TEST(Reduce, LoneElementIsCopied) {
+    for (ReduceMode mode :
+         {ReduceMode::SUM, ReduceMode::PRODUCT, ReduceMode::MIN, ReduceMode::MAX, ReduceMode::MEAN})
+        for (DType dtype : {DType::Float32(), DType::Float16()})
+            for (int level : DEBUG_LEVELS) {
+                Tensor src({9, 1, 2}, dtype);
+                const Tensor dst({9, 1, 2}, dtype);
+                bool zero = false;
+                src.fill([&] { return (zero = !zero) ? -0.0 : -INFINITY; });
+                run(level, mode, ReduceDataType::DEFAULT, src, dst);
+                EXPECT_EQ(dst.bytes(), src.bytes()) << "mode " << static_cast<uint32_t>(mode);
+            }
+}
+
 TEST(Reduce, WrongArgumentsStopTheProcess) {
     const DType f = DType::Float32(), i = DType::Int32();
     const Tensor src({2, 3}, f), dst({2, 1}, f), ints({2, 3}, i), int_dst({2, 1}, i);
@@ -171,6 +187,18 @@ TEST(Reduce, WrongArgumentsStopTheProcess) {
     EXPECT_DEATH(sum(ReduceDataType::DEFAULT, src, Tensor({1, 3}, f)), "");
     EXPECT_DEATH(sum(ReduceDataType::DEFAULT, Tensor(strided({2, 3}, {4, 1}, f)), dst), "");
     EXPECT_DEATH(sum(ReduceDataType::DEFAULT, Tensor({0, 3}, f), Tensor({0, 1}, f)), "");
+
+    const auto handle = make_handle(NAIVE);
+    const auto op = handle->create_operator<kern::Reduce>();
+    const Tensor same({2, 3}, f), half({2, 1}, DType::Float16());
+    std::vector<uint8_t> memory(4096);
+    op->param() = {ReduceMode::SUM, 1, ReduceDataType::FLOAT_O32};
+    op->exec(src.raw(), half.raw(), {memory.data(), memory.size()});
+    EXPECT_DEATH(op->exec(src.raw(), half.raw(), {memory.data(), 0}), "");
+    for (int32_t axis : {-1, 2}) {
+        op->param().axis = axis;
+        EXPECT_DEATH(op->exec(src.raw(), same.raw(), {memory.data(), memory.size()}), "");
+    }
 }
 
 }  // namespace

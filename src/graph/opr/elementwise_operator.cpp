@@ -65,9 +65,8 @@ GraphVar* ElementwiseOperator::make(const std::vector<GraphVar*>& inputs, Elemen
     DType target = inputs[0]->dtype();
     for (const GraphVar* var : inputs)
         target = common_dtype(target, var->dtype());
-    const bool routed_by_dtype =
-        mode == ElementwiseMode::FUSE_MUL_ADD3 || mode == ElementwiseMode::FUSE_MUL_ADD4;
-    if (target.category() == kern::DTypeCategory::INTEGER && !trait.allow_int && !routed_by_dtype)
+    const auto integer = kern::DTypeCategory::INTEGER;
+    if (target.category() == integer && !trait.accepts(integer))
         target = DType::Float32();
     std::vector<GraphVar*> converted;
     for (GraphVar* var : inputs)

@@ -10,25 +10,13 @@ namespace orb {
 namespace {
 
 using kern::DType;
-using kern::MatrixMulDataType;
 using kern::TensorLayout;
 using kern::TensorShape;
 
-DType output_dtype(DType input, MatrixMulDataType data_type) {
-    switch (data_type) {
-        case MatrixMulDataType::DEFAULT:
-        case MatrixMulDataType::FLOAT_IO16_CO32:
-            KERN_CHECK(input.category() == kern::DTypeCategory::FLOAT);
-            return input;
-        case MatrixMulDataType::INT8_TO_INT16:
-            KERN_CHECK(input == DType::Int8());
-            return DType::Int16();
-        case MatrixMulDataType::INT8_TO_INT32:
-            KERN_CHECK(input == DType::Int8());
-            return DType::Int32();
-        default:
-            KERN_FAIL();
-    }
+// Quantised results, whose scale would have to be chosen, stop the process.
+DType output_dtype(DType input, kern::MatrixMulDataType data_type) {
+    const auto number = kern::MatrixMul::deduce_dtype(data_type, input.enum_value());
+    return DType::from_enum(static_cast<uint32_t>(number));
 }
 
 TensorShape swapped(const TensorShape& shape) {
@@ -89,11 +77,7 @@ OperatorProperties MatrixMultiply::make_properties() const {
 }
 
 TensorShape MatrixMultiply::output_shape(const TensorShape& a, const TensorShape& b) const {
-    KERN_CHECK(a.ndim == 2 && b.ndim == 2);
-    const TensorShape left = m_param.transpose_a ? swapped(a) : a;
-    const TensorShape right = m_param.transpose_b ? swapped(b) : b;
-    KERN_CHECK(left[1] == right[0]);
-    return {left[0], right[1]};
+    return kern::MatrixMul::deduce_shape(m_param, a, b);
 }
 
 kern::MatrixMul& MatrixMultiply::kernel() {

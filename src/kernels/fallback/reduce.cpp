@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "kernels/dtype_switch.h"
 #include "kernels/fallback/reduce_lines.h"
 #include "kernels/reduce_policies.h"
 
@@ -10,23 +11,24 @@ namespace {
 
 // Reduces the lines and writes their results side by side.
 template <typename Policy, typename T, typename Out, typename Lines>
-void write_results(const Lines& lines, size_t length, Out* dst) {
+void write_results(ReduceMode mode, const Lines& lines, size_t length, Out* dst) {
     T results[MAX_LINES];
     reduce_range<Policy>(lines, 0, length, results);
+    reduction::finish(mode, length, results, lines.count());
     for (size_t line = 0; line < lines.count(); ++line)
-        dst[line] = static_cast<Out>(Policy::finish(results[line], length));
+        dst[line] = static_cast<Out>(results[line]);
 }
 
 // Accumulates in T; a stored type that is not T is a narrower or wider float.
 template <typename Policy, typename T, typename In, typename Out>
-void reduce_all(const AxisSplit& split, const void* src_ptr, void* dst_ptr) {
+void reduce_all(ReduceMode mode, const AxisSplit& split, const void* src_ptr, void* dst_ptr) {
     const In* src = static_cast<const In*>(src_ptr);
     Out* dst = static_cast<Out*>(dst_ptr);
     if (split.inner == 1) {
         for (size_t a = 0; a < split.outer; a += MAX_LINES) {
             const RowLines<Policy, T, In> rows(src + a * split.length, split.length,
                                                std::min(MAX_LINES, split.outer - a));
-            write_results<Policy, T>(rows, split.length, dst + a);
+            write_results<Policy, T>(mode, rows, split.length, dst + a);
         }
         return;
     }
@@ -34,7 +36,7 @@ void reduce_all(const AxisSplit& split, const void* src_ptr, void* dst_ptr) {
         for (size_t c = 0; c < split.inner; c += MAX_LINES) {
             const ColumnLines<Policy, T, In> columns(src + c, split.inner,
                                                      std::min(MAX_LINES, split.inner - c));
-            write_results<Policy, T>(columns, split.length, dst + c);
+            write_results<Policy, T>(mode, columns, split.length, dst + c);
         }
         src += split.length * split.inner;
         dst += split.inner;
@@ -45,8 +47,8 @@ template <typename T, typename In, typename Out>
 struct OfTypes {
     template <typename Policy>
     struct Kernel {
-        static void run(const AxisSplit& split, const void* src, void* dst) {
-            reduce_all<Policy, T, In, Out>(split, src, dst);
+        static void run(ReduceMode mode, const AxisSplit& split, const void* src, void* dst) {
+            reduce_all<Policy, T, In, Out>(mode, split, src, dst);
         }
     };
 };
@@ -56,7 +58,7 @@ auto select_mode(ReduceMode mode) {
     return reduction::select_mode<T, OfTypes<T, In, Out>::template Kernel>(mode);
 }
 
-using KernelFunction = void (*)(const AxisSplit&, const void*, void*);
+using KernelFunction = void (*)(ReduceMode, const AxisSplit&, const void*, void*);
 
 // Null for the dtypes that have no loops here.
 KernelFunction find_kernel(const Reduce::Param& param, DTypeEnum src, DTypeEnum dst) {
@@ -75,22 +77,9 @@ KernelFunction find_kernel(const Reduce::Param& param, DTypeEnum src, DTypeEnum 
         default:
             return nullptr;
     }
-    switch (src) {
-        case DTypeEnum::FLOAT32:
-            return select_mode<float>(param.mode);
-        case DTypeEnum::FLOAT16:
-            return select_mode<Float16>(param.mode);
-        case DTypeEnum::INT32:
-            return select_mode<int32_t>(param.mode);
-        case DTypeEnum::INT16:
-            return select_mode<int16_t>(param.mode);
-        case DTypeEnum::INT8:
-            return select_mode<int8_t>(param.mode);
-        case DTypeEnum::UINT8:
-            return select_mode<uint8_t>(param.mode);
-        default:
-            return nullptr;
-    }
+    return with_number_type(src, [&](auto tag) -> KernelFunction {
+        return select_mode<typename decltype(tag)::Type>(param.mode);
+    });
 }
 
 KernelFunction find_kernel(const Reduce::Param& param, const TensorLayout& src,
@@ -113,8 +102,9 @@ void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
         naive::ReduceImpl::exec(src, dst, workspace);
         return;
     }
-    dispatch([kernel, split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
-              from = src.raw_ptr, to = dst.raw_ptr] { kernel(split, from, to); });
+    dispatch([kernel, mode = m_param.mode,
+              split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
+              from = src.raw_ptr, to = dst.raw_ptr] { kernel(mode, split, from, to); });
 }
 
 }  // namespace kern::fallback

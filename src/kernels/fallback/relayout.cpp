@@ -4,7 +4,7 @@
 #include <cstring>
 #include <optional>
 
-#include "kernels/check.h"
+#include "kernels/dtype_switch.h"
 
 namespace kern::fallback {
 namespace {
@@ -121,25 +121,12 @@ void copy_axes(const CopyWalk& walk, size_t axis, const uint8_t* src, uint8_t* d
     }
 }
 
-// Stops the process on low-bit types: an element is at least a byte.
-auto select_kernel(DType dtype) -> void (*)(const CopyWalk&, size_t, const uint8_t*, uint8_t*) {
-    switch (dtype.element_bytes()) {
-        case 1:
-            return &copy_axes<1>;
-        case 2:
-            return &copy_axes<2>;
-        case 4:
-            return &copy_axes<4>;
-        default:
-            KERN_FAIL();
-    }
-}
-
 }  // namespace
 
 void RelayoutImpl::exec(const RawTensor& src, const RawTensor& dst, KernelHandle* src_handle) {
     check_exec(src.layout, dst.layout);
-    const auto kernel = select_kernel(dst.layout.dtype);
+    const auto kernel =
+        with_element_bytes(dst.layout.dtype, [](auto bytes) { return &copy_axes<bytes()>; });
     if (dst.layout.is_empty())
         return;
     const auto walk = CopyWalk::plan(src.layout, dst.layout);

@@ -12,7 +12,7 @@ namespace {
 template <ElementwiseMode MODE, typename T>
 struct Kernel {
     static void run(const BroadcastSet& set, void* output) {
-        loop(set, static_cast<T*>(output), std::make_index_sequence<Formula<MODE>::ARITY>{});
+        loop(set, static_cast<T*>(output), std::make_index_sequence<Formula<MODE>::TRAIT.arity>{});
     }
 
 private:

@@ -1,5 +1,6 @@
 #include "kernels/naive/reduce.h"
 
+#include "kernels/dtype_switch.h"
 #include "kernels/reduce_policies.h"
 #include "kernels/type_cvt.h"
 
@@ -17,50 +18,36 @@ T reduce_range(const T* line, size_t step, size_t low, size_t high) {
                            reduce_range<Policy>(line, step, middle, high));
 }
 
-template <typename T, typename Policy>
-void reduce_all(const AxisSplit& split, const void* src_ptr, void* dst_ptr) {
-    const T* src = static_cast<const T*>(src_ptr);
-    T* dst = static_cast<T*>(dst_ptr);
-    for (size_t a = 0; a < split.outer; ++a) {
-        for (size_t c = 0; c < split.inner; ++c) {
-            const T* line = src + a * split.length * split.inner + c;
-            *dst++ = Policy::finish(reduce_range<Policy>(line, split.inner, 0, split.length),
-                                    split.length);
-        }
-    }
-}
+using KernelFunction = void (*)(ReduceMode, const AxisSplit&, const void*, void*);
 
 template <typename T>
 struct OfType {
     template <typename Policy>
     struct Kernel {
-        static void run(const AxisSplit& split, const void* src, void* dst) {
-            reduce_all<T, Policy>(split, src, dst);
+        static void run(ReduceMode mode, const AxisSplit& split, const void* src_ptr,
+                        void* dst_ptr) {
+            const T* src = static_cast<const T*>(src_ptr);
+            T* out = static_cast<T*>(dst_ptr);
+            for (size_t a = 0; a < split.outer; ++a) {
+                for (size_t c = 0; c < split.inner; ++c) {
+                    const T* line = src + a * split.length * split.inner + c;
+                    *out++ = reduce_range<Policy>(line, split.inner, 0, split.length);
+                }
+            }
+            reduction::finish(mode, split.length, static_cast<T*>(dst_ptr),
+                              split.outer * split.inner);
         }
     };
 };
 
-using KernelFunction = void (*)(const AxisSplit&, const void*, void*);
-
 // Stops the process on the quantised types, which have no kernels yet.
 KernelFunction select_kernel(ReduceMode mode, DTypeEnum dtype) {
-    using reduction::select_mode;
-    switch (dtype) {
-        case DTypeEnum::FLOAT32:
-            return select_mode<float, OfType<float>::Kernel>(mode);
-        case DTypeEnum::FLOAT16:
-            return select_mode<Float16, OfType<Float16>::Kernel>(mode);
-        case DTypeEnum::INT32:
-            return select_mode<int32_t, OfType<int32_t>::Kernel>(mode);
-        case DTypeEnum::INT16:
-            return select_mode<int16_t, OfType<int16_t>::Kernel>(mode);
-        case DTypeEnum::INT8:
-            return select_mode<int8_t, OfType<int8_t>::Kernel>(mode);
-        case DTypeEnum::UINT8:
-            return select_mode<uint8_t, OfType<uint8_t>::Kernel>(mode);
-        default:
-            KERN_FAIL();
-    }
+    const KernelFunction kernel = with_number_type(dtype, [mode](auto tag) {
+        using T = typename decltype(tag)::Type;
+        return reduction::select_mode<T, OfType<T>::template Kernel>(mode);
+    });
+    KERN_CHECK(kernel);
+    return kernel;
 }
 
 DType working_dtype(const Reduce::Param& param, const TensorLayout& src) {
@@ -104,8 +91,9 @@ void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
         convert = handle()->create_operator<TypeCvt>();
     if (widen_src)
         convert->exec(src, wide_src);
-    dispatch([kernel, split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
-              from = wide_src.raw_ptr, to = wide_dst.raw_ptr] { kernel(split, from, to); });
+    dispatch([kernel, mode = m_param.mode,
+              split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
+              from = wide_src.raw_ptr, to = wide_dst.raw_ptr] { kernel(mode, split, from, to); });
     if (narrow_dst)
         convert->exec(wide_dst, dst);
 }

@@ -1,31 +1,23 @@
 #include "kernels/naive/relayout.h"
 
-#include "kernels/check.h"
+#include <cstring>
+
+#include "kernels/dtype_switch.h"
 #include "kernels/naive/tensor_iterator.h"
 
 namespace kern::naive {
 namespace {
 
-// Bits are copied, so an element is any type of the right size.
-template <typename Element>
+template <size_t ELEMENT_BYTES>
 void copy(const RawTensor& src, const RawTensor& dst) {
-    TensorIterator<const Element> from(src.ptr<const Element>(), src.layout);
-    TensorIterator<Element> to(dst.ptr<Element>(), dst.layout);
-    for (size_t left = dst.layout.element_count(); left > 0; --left, ++from, ++to)
-        *to = *from;
-}
-
-// Stops the process on low-bit types: an element is at least a byte.
-auto select_kernel(DType dtype) -> void (*)(const RawTensor&, const RawTensor&) {
-    switch (dtype.element_bytes()) {
-        case 1:
-            return &copy<uint8_t>;
-        case 2:
-            return &copy<uint16_t>;
-        case 4:
-            return &copy<uint32_t>;
-        default:
-            KERN_FAIL();
+    constexpr auto BYTES = static_cast<ptrdiff_t>(ELEMENT_BYTES);
+    StridedOffset from(src.layout);
+    StridedOffset to(dst.layout);
+    for (size_t left = dst.layout.element_count(); left > 0; --left) {
+        std::memcpy(dst.ptr<uint8_t>() + to.get() * BYTES,
+                    src.ptr<const uint8_t>() + from.get() * BYTES, ELEMENT_BYTES);
+        from.advance();
+        to.advance();
     }
 }
 
@@ -33,7 +25,8 @@ auto select_kernel(DType dtype) -> void (*)(const RawTensor&, const RawTensor&) 
 
 void RelayoutImpl::exec(const RawTensor& src, const RawTensor& dst, KernelHandle*) {
     check_exec(src.layout, dst.layout);
-    const auto kernel = select_kernel(dst.layout.dtype);
+    const auto kernel =
+        with_element_bytes(dst.layout.dtype, [](auto bytes) { return &copy<bytes()>; });
     if (!dst.layout.is_empty())
         dispatch([kernel, src, dst] { kernel(src, dst); });
 }

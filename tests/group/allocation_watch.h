@@ -1,0 +1,28 @@
+// Watches the memory that the test program asks for: the operators new, which everything large in a
+// group comes from, can be made to fail; and what the graph runtime takes by its own allocator,
+// which must never be large, is recorded.
+#pragma once
+
+#include <cstddef>
+
+namespace allocation_watch {
+
+// From now on sees allocations of at least `bytes`; the one after `failing_after` of them, and all
+// that follow, fail. No more than one at a time.
+class Watch {
+public:
+    static constexpr size_t NEVER = ~size_t{0};
+
+    explicit Watch(size_t bytes, size_t failing_after = NEVER);
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+    // Allocations seen, failed ones included.
+    size_t seen() const;
+};
+
+// Largest allocation of the runtime's own since the start of the program.
+size_t largest_of_runtime();
+
+}  // namespace allocation_watch

@@ -1,0 +1,90 @@
+// A group in its plainest form: a vector of rows, scored one pair at a time in whole numbers. With
+// features of small integers every raw score is exact, so the library must agree bit for bit.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "tests/group/group_test_util.h"
+#include "tests/group/heap_model.h"
+
+class PlainModel {
+public:
+    struct Row {
+        uint64_t id;
+        std::vector<int> feature;
+        std::vector<uint8_t> tag;
+    };
+
+    VEKComparisonAlgorithm comparison;
+    std::vector<Row> rows;
+
+    bool holds(uint64_t id) const { return find(id) != rows.size(); }
+
+    void insert(const std::vector<Row>& added, bool replace) {
+        for (const Row& row : added) {
+            if (replace && holds(row.id))
+                erase(row.id);
+        }
+        rows.insert(rows.end(), added.begin(), added.end());
+    }
+
+    void erase(uint64_t id) {
+        const size_t slot = find(id);
+        rows[slot] = rows.back();
+        rows.pop_back();
+    }
+
+    Found search(const Query& query, const std::vector<std::vector<int>>& queries) const {
+        Found found;
+        for (size_t q = 0; q < query.nr_query; ++q) {
+            HeapModel heap{query.k, raw_threshold(query.threshold)};
+            for (size_t slot = 0; slot < rows.size(); ++slot) {
+                if (query.predicate &&
+                    query.predicate(query.contexts[q], rows[slot].tag.data()) <= 0)
+                    continue;
+                heap.offer(static_cast<uint32_t>(slot), raw(queries[q], rows[slot].feature));
+            }
+            if (query.options.sorted > 0)
+                heap.sort();
+            for (size_t i = 1; i <= query.k; ++i) {
+                const bool used = i <= heap.n();
+                const float score = used ? similarity(heap.at[i].first) : -1.0f;
+                found.ids.push_back(used ? rows[heap.at[i].second].id : VEK_INVALID_ID_VALUE);
+                found.scores.emplace_back();
+                std::memcpy(&found.scores.back(), &score, sizeof(score));
+            }
+        }
+        return found;
+    }
+
+private:
+    size_t find(uint64_t id) const {
+        const auto at =
+            std::find_if(rows.begin(), rows.end(), [id](const Row& row) { return row.id == id; });
+        return static_cast<size_t>(at - rows.begin());
+    }
+
+    static float raw(const std::vector<int>& a, const std::vector<int>& b) {
+        int d2 = 0;
+        for (size_t i = 0; i < a.size(); ++i)
+            d2 += (a[i] - b[i]) * (a[i] - b[i]);
+        // Of equal features, half squares subtracted from a product leave a positive zero.
+        return d2 == 0 ? 0.0f : -0.5f * static_cast<float>(d2);
+    }
+
+    float raw_threshold(float t) const {
+        if (t <= 0)
+            return -std::numeric_limits<float>::infinity();
+        if (t >= 1)
+            return std::numeric_limits<float>::infinity();
+        const double x = std::log(static_cast<double>(1.0f / t - 1.0f));
+        return static_cast<float>((x - comparison.bias) / comparison.scale) * -0.5f;
+    }
+
+    float similarity(float raw_score) const {
+        const float e = comparison.bias + raw_score * (-2.0f * comparison.scale);
+        return static_cast<float>(1.0 / (std::exp(static_cast<double>(e)) + 1.0));
+    }
+};

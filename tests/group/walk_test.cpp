@@ -1,0 +1,290 @@
+// Random walks through what the boundary of a search can show: calls of the predicate in order,
+// rows exactly at the threshold, refused batches, every kind of padding. Each step is compared with
+// a plain model: statuses, ids, order including every tie, and the bits of every score.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <unordered_set>
+
+#include "group/feature_cipher.h"
+#include "tests/group/group_test_util.h"
+#include "tests/group/plain_model.h"
+
+namespace {
+
+struct Shape {
+    size_t dim;
+    uint32_t tag_size;
+    size_t block_size;
+    size_t steps;
+    size_t batch = 200;  // rows of the largest insert
+};
+
+// A predicate's context. What it is shown goes into a log that all queries of a search share.
+struct Observer {
+    using Log = std::vector<std::pair<size_t, std::vector<uint8_t>>>;
+    Log* seen;
+    size_t query;
+    uint32_t tag_size;
+};
+
+int observe(void* context, const uint8_t* tag) {
+    const auto& observer = *static_cast<const Observer*>(context);
+    observer.seen->emplace_back(observer.query, std::vector<uint8_t>(tag, tag + observer.tag_size));
+    return tag[0] % 4 - 1;  // negative, zero, or a reason to keep
+}
+
+class ObservedWalk {
+public:
+    ObservedWalk(const Shape& shape, unsigned seed)
+        : m_shape(shape), m_random(seed), m_group(shape.dim, shape.tag_size) {
+        m_model.comparison = Group::settings(shape.dim).comparison;
+    }
+
+    void run() {
+        for (size_t step = 0; step < m_shape.steps && !testing::Test::HasFailure(); ++step) {
+            SCOPED_TRACE("step " + std::to_string(step));
+            switch (below(12)) {
+                case 0:
+                case 1:
+                case 2:
+                case 3:
+                case 4:
+                    insert();
+                    break;
+                case 5:
+                case 6:
+                    erase();
+                    break;
+                case 7:
+                    EXPECT_EQ(m_group.reserve(below(3 * m_shape.batch)), VEK_OK);
+                    break;
+                case 8:
+                    EXPECT_EQ(VEK_shrink_feature_group(m_group.context()), VEK_OK);
+                    break;
+                case 9:
+                    if (below(6) == 0) {
+                        EXPECT_EQ(VEK_reset_feature_group(m_group.context()), VEK_OK);
+                        m_model.rows.clear();
+                    }
+                    break;
+                default:
+                    break;
+            }
+            EXPECT_EQ(m_group.size(), m_model.rows.size());
+            m_most_rows = std::max(m_most_rows, m_model.rows.size());
+            search();
+        }
+    }
+
+    size_t most_rows() const { return m_most_rows; }
+    // Searches with a pair exactly at the threshold.
+    size_t at_threshold() const { return m_at_threshold; }
+
+private:
+    using Features = std::vector<std::vector<int>>;
+
+    size_t below(size_t n) { return m_random() % n; }
+
+    // Of one stored row in three the feature comes again; in few dimensions the others repeat too.
+    std::vector<int> feature() {
+        if (!m_model.rows.empty() && below(3) == 0)
+            return m_model.rows[below(m_model.rows.size())].feature;
+        std::vector<int> values(m_shape.dim);
+        for (int& value : values)
+            value = static_cast<int>(below(9)) - 4;
+        return values;
+    }
+
+    // Encrypted row by row, where the library does it with all rows at once.
+    std::vector<float> packed(const Features& features, bool encrypted) const {
+        const size_t row_bytes = m_shape.dim * sizeof(float);
+        std::vector<float> result;
+        for (const std::vector<int>& values : features) {
+            result.insert(result.end(), values.begin(), values.end());
+            if (encrypted) {
+                void* row = &result[result.size() - m_shape.dim];
+                vek::feature_cipher(static_cast<uint8_t*>(row), 1, row_bytes, row_bytes);
+            }
+        }
+        return result;
+    }
+
+    VEKStatus insert_status(const std::vector<PlainModel::Row>& rows, bool replace) const {
+        std::unordered_set<uint64_t> seen;
+        for (const PlainModel::Row& row : rows) {
+            if (row.id == VEK_INVALID_ID_VALUE)
+                return VEK_INVALID_ID;
+            if (!seen.insert(row.id).second)
+                return VEK_DUPLICATED_ID;
+        }
+        for (const PlainModel::Row& row : m_model.rows) {
+            if (!replace && seen.count(row.id) != 0)
+                return VEK_DUPLICATED_ID;
+        }
+        return VEK_OK;
+    }
+
+    // Ids come from a pool of a few batches. A batch replaces those that are held or avoids them; a
+    // careless one may repeat an id, hit one that is held, or contain the reserved one.
+    void insert() {
+        const bool replace = below(3) == 0;
+        const bool careless = below(8) == 0;
+        std::vector<PlainModel::Row> rows;
+        Features features;
+        std::vector<uint64_t> ids;
+        std::vector<uint8_t> tags;
+        std::unordered_set<uint64_t> taken;
+        if (!replace) {
+            for (const PlainModel::Row& row : m_model.rows)
+                taken.insert(row.id);
+        }
+        const size_t nr = below(4) == 0 ? below(4) : below(m_shape.batch + 1);
+        for (size_t i = 0; i < nr; ++i) {
+            const uint64_t id =
+                careless && below(100) == 0 ? VEK_INVALID_ID_VALUE : below(5 * m_shape.batch) << 32;
+            if (taken.insert(id).second || (careless && below(10) == 0))
+                rows.push_back({id, feature(), {}});
+        }
+        for (PlainModel::Row& row : rows) {
+            for (uint32_t t = 0; t < m_shape.tag_size; ++t)
+                row.tag.push_back(static_cast<uint8_t>(below(256)));
+            ids.push_back(row.id);
+            features.push_back(row.feature);
+            tags.insert(tags.end(), row.tag.begin(), row.tag.end());
+        }
+        const int32_t encrypted = static_cast<int32_t>(below(3)) - 1;
+        const VEKStatus expected = insert_status(rows, replace);
+        EXPECT_EQ(m_group.insert(ids, packed(features, encrypted != 0), tags,
+                                 {encrypted, replace ? -1 : 0}),
+                  expected);
+        if (expected == VEK_OK)
+            m_model.insert(rows, replace);
+    }
+
+    // Some batches have an id that is not held, or one twice, and then erase nothing.
+    void erase() {
+        std::vector<uint64_t> ids;
+        for (const PlainModel::Row& row : m_model.rows) {
+            if (below(5) == 0)
+                ids.push_back(row.id);
+        }
+        std::shuffle(ids.begin(), ids.end(), m_random);
+        VEKStatus expected = VEK_OK;
+        if (!ids.empty() && below(4) == 0) {
+            expected = below(2) == 0 ? VEK_DUPLICATED_ID : VEK_ID_NOT_FOUND;
+            ids.push_back(expected == VEK_DUPLICATED_ID ? ids[below(ids.size())] : 1);
+        }
+        EXPECT_EQ(m_group.erase(ids), expected);
+        for (size_t i = 0; expected == VEK_OK && i < ids.size(); ++i)
+            m_model.erase(ids[i]);
+    }
+
+    // Factors without short binary forms, so that each rounding of the score map shows; or a curve
+    // that is at its middle, threshold 0.5, exactly at the distance of some pair.
+    void change_comparison(const Features& queries, float& threshold) {
+        VEKComparisonAlgorithm& comparison = m_model.comparison;
+        comparison.scale = 0.0137f * static_cast<float>(1 + below(40));
+        comparison.bias = -0.3f * static_cast<float>(below(30));
+        if (!queries.empty() && !m_model.rows.empty() && below(2) == 0) {
+            const std::vector<int>& a = queries[below(queries.size())];
+            const std::vector<int>& b = m_model.rows[below(m_model.rows.size())].feature;
+            int d2 = 0;
+            for (size_t i = 0; i < a.size(); ++i)
+                d2 += (a[i] - b[i]) * (a[i] - b[i]);
+            comparison.scale = std::ldexp(1.0f, -static_cast<int>(below(8)));
+            comparison.bias = -comparison.scale * static_cast<float>(d2);
+            threshold = 0.5f;
+            ++m_at_threshold;
+        }
+        EXPECT_EQ(VEK_set_comparison_algorithm(m_group.context(), &comparison), VEK_OK);
+    }
+
+    void search() {
+        const size_t size = m_model.rows.size();
+        const size_t ks[] = {0, 1, 2 + below(20), 2 + below(20), size, size + 1 + below(5)};
+        const float thresholds[] = {
+            0.0f, -0.0f,         -2.0f, 1.0f,
+            1.5f, std::nanf(""), 0.5f,  0.001f * static_cast<float>(below(1000))};
+        Query query;
+        query.nr_query = below(8) == 0 ? below(40) : below(6);
+        query.k = ks[below(6)];
+        query.threshold = thresholds[below(8)];
+        query.options.sorted = static_cast<int32_t>(below(4)) - 1;
+        query.options.encrypted = static_cast<int32_t>(below(3)) - 1;
+        Features queries;
+        for (size_t i = 0; i < query.nr_query; ++i)
+            queries.push_back(feature());
+        if (below(2) == 0)
+            change_comparison(queries, query.threshold);
+        query.features = packed(queries, query.options.encrypted != 0);
+        if (m_shape.tag_size != 0 && below(2) == 0)
+            query.predicate = observe;
+        const Found found = compare(query, queries);
+        // Once more with a threshold in the last bits of which a score decides.
+        if (!found.scores.empty()) {
+            std::memcpy(&query.threshold, &found.scores[below(found.scores.size())],
+                        sizeof(query.threshold));
+            compare(query, queries);
+        }
+    }
+
+    Found compare(Query query, const Features& queries) {
+        std::vector<Observer> observers(query.nr_query);
+        Observer::Log seen, expected_seen;
+        for (size_t i = 0; i < query.nr_query; ++i) {
+            observers[i] = {&expected_seen, i, m_shape.tag_size};
+            query.contexts.push_back(&observers[i]);
+        }
+        const Found expected = m_model.search(query, queries);
+        for (Observer& observer : observers)
+            observer.seen = &seen;
+        if (m_shape.tag_size == 0)
+            query.predicate = observe;  // not to be called
+        const Found found = m_group.search(query);
+        EXPECT_EQ(found.ids, expected.ids);
+        EXPECT_EQ(found.scores, expected.scores);
+        EXPECT_TRUE(seen == expected_seen) << seen.size() << " of " << expected_seen.size();
+        return found;
+    }
+
+    Shape m_shape;
+    std::mt19937 m_random;
+    Group m_group;
+    PlainModel m_model;
+    size_t m_most_rows = 0;
+    size_t m_at_threshold = 0;
+};
+
+void walk(const Shape& shape, unsigned seed, size_t least_rows) {
+    SCOPED_TRACE(testing::Message() << "dim " << shape.dim << " tag " << shape.tag_size << " block "
+                                    << shape.block_size << " seed " << seed);
+    const BlockSize block_size(shape.block_size);
+    ObservedWalk walk(shape, seed);
+    walk.run();
+    EXPECT_GT(walk.at_threshold(), 0u);
+    EXPECT_GE(walk.most_rows(), least_rows);
+}
+
+TEST(ObservedWalk, AgreesWithThePlainModel) {
+    unsigned seed = 1;
+    for (size_t dim : {1u, 2u, 3u, 4u, 5u, 8u, 9u, 17u, 64u, 127u}) {
+        for (size_t block_size : {3u, 16u, 0u}) {
+            for (uint32_t tag_size : {0u, 1u, 7u})
+                walk({dim, tag_size, block_size, 40}, ++seed, 100);
+        }
+    }
+    for (size_t dim : {255u, 384u, 512u}) {
+        for (size_t block_size : {3u, 16u, 0u})
+            walk({dim, 4, block_size, 25, 60}, ++seed, 30);
+    }
+}
+
+// Several blocks of the default size.
+TEST(ObservedWalk, AgreesBeyondOneDefaultBlock) {
+    walk({3, 2, 0, 25, 6000}, 77, 3 * 8192 / 2);
+}
+
+}  // namespace

@@ -1,0 +1,35 @@
+#include "store/error.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace {
+
+TEST(Error, CopiesKeepCodeAndText) {
+    const struct {
+        int32_t code;
+        const char* message;
+        const char* text;
+    } cases[] = {
+        {VEK_DUPLICATED_ID, "duplicated id", "Error[17] duplicated id at [void f(int)]"},
+        {VEK_OK, "100 %s", "Error[0] 100 %s at [void f(int)]"},
+        {std::numeric_limits<int32_t>::min(), "", "Error[-2147483648]  at [void f(int)]"},
+    };
+    for (const auto& c : cases) {
+        std::exception_ptr copy;
+        try {
+            throw vek::Error(c.code, c.message, "void f(int)");
+        } catch (const vek::Error& error) {
+            copy = std::make_exception_ptr(error);  // outlives the original
+        }
+        try {
+            std::rethrow_exception(copy);
+        } catch (const std::exception& error) {
+            EXPECT_STREQ(error.what(), c.text);
+            EXPECT_EQ(dynamic_cast<const vek::Error&>(error).code(), c.code);
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,165 @@
+#include "store/smart_tensor.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numeric>
+#include <string>
+
+#include "tests/error_text.h"
+
+namespace {
+
+using vek::SmartTensor;
+
+constexpr size_t DIM = 2;
+
+orb::CompNode node() {
+    return orb::CompNode::load("cpu:default");
+}
+
+SmartTensor make_store(size_t block_size) {
+    SmartTensor store;
+    store.init(node(), sizeof(int32_t), DIM, block_size);
+    return store;
+}
+
+// Rows {first, -first}, {first + 1, -first - 1} and so on, at an odd address.
+void add_rows(SmartTensor& store, int32_t first, size_t count) {
+    std::vector<uint8_t> bytes(1 + count * DIM * sizeof(int32_t));
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t value = first + static_cast<int32_t>(i);
+        const int32_t row[DIM] = {value, -value};
+        std::memcpy(&bytes[1 + i * sizeof(row)], row, sizeof(row));
+    }
+    store.add(&bytes[1], count);
+}
+
+// The first elements of all rows; the second ones must be their negatives.
+std::vector<int32_t> contents(const SmartTensor& store) {
+    std::vector<int32_t> values;
+    for (const auto& [block, rows] : store.get_all_elements()) {
+        for (unsigned i = 0; i < rows; ++i) {
+            int32_t row[DIM];
+            std::memcpy(row, block->ptr() + i * sizeof(row), sizeof(row));
+            EXPECT_EQ(row[1], -row[0]);
+            values.push_back(row[0]);
+        }
+    }
+    return values;
+}
+
+std::vector<int32_t> sequence(size_t count) {
+    std::vector<int32_t> values(count);
+    std::iota(values.begin(), values.end(), 0);
+    return values;
+}
+
+TEST(SmartTensor, Refusals) {
+    const std::string init =
+        " at [void vek::SmartTensor::init(orb::CompNode, size_t, size_t, size_t)]";
+    SmartTensor store;
+    EXPECT_EQ(error_of([&] { store.ensure_size(0); }),
+              "Error[1] not initialized at [void vek::SmartTensor::ensure_size(size_t)]");
+    EXPECT_EQ(error_of([&] { store.add(nullptr, 0); }),
+              "Error[1] not initialized at [void vek::SmartTensor::ensure_size(size_t)]");
+    EXPECT_EQ(error_of([&] { store.get_all_elements(); }),
+              "Error[1] not initialized at [std::vector<std::pair<const "
+              "orb::TensorStorage<orb::DeviceTensorStorageTrait>*, unsigned int> > "
+              "vek::SmartTensor::get_all_elements() const]");
+    EXPECT_EQ(error_of([&] { store.init(node(), 4, 0, 0); }), "Error[1] feature dim = 0" + init);
+    EXPECT_EQ(error_of([&] { store.init(node(), 4, 1, 0); }), "Error[1] block size = 0" + init);
+    store.init(node(), 4, DIM, 3);
+    EXPECT_EQ(error_of([&] { store.init(node(), 4, 0, 3); }),
+              "Error[1] already initialized" + init);
+    EXPECT_EQ(error_of([&] { store.erase(0); }),
+              "Error[1] erase invalid at [void vek::SmartTensor::erase(size_t)]");
+    EXPECT_THROW(store.ensure_size(SIZE_MAX), std::length_error);
+    EXPECT_TRUE(store.empty());
+}
+
+TEST(SmartTensor, FirstBlockDoublesThenBlocksAreAdded) {
+    SmartTensor store = make_store(3);
+    const size_t slack[] = {1, 2, 3, 6, 6, 6, 9};  // capacity 4 is capped at the block
+    const orb::DeviceTensorStorage* block = nullptr;
+    const uint8_t* memory = nullptr;
+    for (int32_t i = 0; i < 7; ++i) {
+        add_rows(store, i, 1);
+        EXPECT_EQ(store.size_with_slack(), slack[i]);
+        EXPECT_EQ(contents(store), sequence(static_cast<size_t>(i) + 1));
+        block = store.get_all_elements()[0].first;
+        if (i == 3)
+            memory = block->ptr();
+        EXPECT_TRUE(i < 4 || block->ptr() == memory) << "a full block moved";
+    }
+    const auto elements = store.get_all_elements();
+    ASSERT_EQ(elements.size(), 3u);
+    EXPECT_EQ(elements[1].second, 3u);
+    EXPECT_EQ(elements[2].second, 1u);
+    EXPECT_EQ(elements[2].first->size(), 3 * DIM * sizeof(int32_t));
+}
+
+TEST(SmartTensor, GrowsInStepsWhateverIsAskedFor) {
+    constexpr auto SINGLE = SmartTensor::State::SINGLE_BLOCK;
+    constexpr auto FIXED = SmartTensor::State::FIXED_BLOCKS;
+    const struct {
+        size_t block_size, rows, first_block_capacity, added_blocks;
+        SmartTensor::State state;
+    } cases[] = {
+        {16, 0, 1, 0, SINGLE},  {16, 1, 1, 0, SINGLE},   {16, 5, 8, 0, SINGLE},
+        {12, 9, 12, 0, SINGLE}, {12, 12, 12, 0, SINGLE}, {12, 13, 12, 1, FIXED},
+        {12, 36, 12, 2, FIXED}, {12, 37, 12, 3, FIXED},  {1, 1, 1, 0, SINGLE},
+        {1, 3, 1, 2, FIXED},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.rows) + " rows in blocks of " + std::to_string(c.block_size));
+        SmartTensor store = make_store(c.block_size);
+        const SmartTensor::Growth growth = store.prepare(c.rows);
+        EXPECT_EQ(growth.state, c.state);
+        EXPECT_EQ(growth.first_block_capacity, c.first_block_capacity);
+        EXPECT_EQ(growth.first_block.has_value(), c.first_block_capacity != 1);
+        EXPECT_EQ(growth.added.size(), c.added_blocks);
+        store.ensure_size(c.rows);
+        store.clear();
+        EXPECT_EQ(store.prepare(0).state, c.state) << "fixed blocks stay fixed";
+    }
+}
+
+TEST(SmartTensor, AddsAcrossBlockBordersAsSingleRowsWould) {
+    for (size_t block_size : {1u, 3u, 16u, 100u}) {
+        for (size_t before : {0u, 1u, 3u, 17u}) {
+            SmartTensor store = make_store(block_size);
+            add_rows(store, 0, before);
+            store.ensure_size(before + 20);
+            add_rows(store, static_cast<int32_t>(before), 40);
+            EXPECT_EQ(contents(store), sequence(before + 40));
+            add_rows(store, 0, 0);
+            EXPECT_EQ(store.size(), before + 40);
+        }
+    }
+}
+
+TEST(SmartTensor, EraseMovesTheLastRowAndShrinkLeavesOneSpareBlock) {
+    SmartTensor store = make_store(3);
+    add_rows(store, 0, 30);
+    store.erase(29);
+    store.erase(4);
+    std::vector<int32_t> expected = sequence(28);
+    expected[4] = 28;
+    EXPECT_EQ(contents(store), expected);
+    while (store.size() > 3)
+        store.erase(0);
+    store.shrink();
+    // Two blocks are there: the second takes three rows, a third one is new memory.
+    const auto blocks_to_add = [&](size_t rows) { return store.prepare(rows).added.size(); };
+    EXPECT_EQ(blocks_to_add(6), 0u);
+    EXPECT_EQ(blocks_to_add(7), 1u);
+    store.clear();
+    EXPECT_TRUE(store.get_all_elements().empty());
+    EXPECT_EQ(blocks_to_add(3), 0u);
+    EXPECT_EQ(blocks_to_add(4), 1u);
+    add_rows(store, 0, 10);
+    EXPECT_EQ(contents(store), sequence(10));
+}
+
+}  // namespace
