@@ -49,6 +49,7 @@ struct Found {
 
 struct Query {
     std::vector<float> features;
+    std::vector<uint8_t> bytes;  // in place of the features, where they are no floats
     size_t nr_query = 1;
     size_t k = 1;
     float threshold = 0.0f;
@@ -78,6 +79,13 @@ public:
         s.comparison = {VEK_COMPARISON_SIGMOID_L2, 0.25f, -3.0f};
         return s;
     }
+    static VEKFeatureGroupSettings int8_settings(size_t dim, uint32_t tag_size = 0) {
+        VEKFeatureGroupSettings s = settings(dim, tag_size);
+        s.feature_size = static_cast<uint32_t>(dim);
+        s.index_type = VEK_INDEX_BRUTE_FORCE_INT8;
+        s.comparison.scale = 1.37e-4f / static_cast<float>(dim);
+        return s;
+    }
 
     explicit Group(const VEKFeatureGroupSettings& s) {
         EXPECT_EQ(VEK_make_feature_group_context(&s, &m_context), VEK_OK);
@@ -94,7 +102,8 @@ public:
         return size;
     }
 
-    VEKStatus insert(const std::vector<uint64_t>& ids, const std::vector<float>& features,
+    template <typename T = float>
+    VEKStatus insert(const std::vector<uint64_t>& ids, const std::vector<T>& features,
                      const std::vector<uint8_t>& tags = {},
                      const VEKFeatureGroupInsertOptions& options = {}) const {
         OddBytes feature_bytes(features);
@@ -113,7 +122,7 @@ public:
 
     // Arrays begin as zeros; they and the features lie at odd addresses.
     VEKStatus try_search(const Query& query, Found& found) const {
-        OddBytes features(query.features);
+        OddBytes features = query.bytes.empty() ? OddBytes(query.features) : OddBytes(query.bytes);
         OddBytes ids(query.nr_query * query.k * sizeof(uint64_t));
         OddBytes scores(query.nr_query * query.k * sizeof(float));
         VEKFeatureGroupSearchResult result{7, 7, scores.as<float>(), ids.as<uint64_t>()};

@@ -18,6 +18,7 @@ public:
     };
 
     VEKComparisonAlgorithm comparison;
+    bool is_int8 = false;
     std::vector<Row> rows;
 
     bool holds(uint64_t id) const { return find(id) != rows.size(); }
@@ -66,10 +67,17 @@ private:
         return static_cast<size_t>(at - rows.begin());
     }
 
-    static float raw(const std::vector<int>& a, const std::vector<int>& b) {
-        int d2 = 0;
+    static int dot(const std::vector<int>& a, const std::vector<int>& b) {
+        int sum = 0;
         for (size_t i = 0; i < a.size(); ++i)
-            d2 += (a[i] - b[i]) * (a[i] - b[i]);
+            sum += a[i] * b[i];
+        return sum;
+    }
+
+    float raw(const std::vector<int>& a, const std::vector<int>& b) const {
+        if (is_int8)
+            return static_cast<float>(dot(a, b) - dot(a, a) / 2 - dot(b, b) / 2);
+        const int d2 = dot(a, a) - 2 * dot(a, b) + dot(b, b);
         // Of equal features, half squares subtracted from a product leave a positive zero.
         return d2 == 0 ? 0.0f : -0.5f * static_cast<float>(d2);
     }

@@ -20,6 +20,7 @@ struct Shape {
     size_t block_size;
     size_t steps;
     size_t batch = 200;  // rows of the largest insert
+    bool is_int8 = false;
 };
 
 // A predicate's context. What it is shown goes into a log that all queries of a search share.
@@ -39,8 +40,9 @@ int observe(void* context, const uint8_t* tag) {
 class ObservedWalk {
 public:
     ObservedWalk(const Shape& shape, unsigned seed)
-        : m_shape(shape), m_random(seed), m_group(shape.dim, shape.tag_size) {
-        m_model.comparison = Group::settings(shape.dim).comparison;
+        : m_shape(shape), m_random(seed), m_group(settings(shape)) {
+        m_model.comparison = settings(shape).comparison;
+        m_model.is_int8 = shape.is_int8;
     }
 
     void run() {
@@ -66,8 +68,10 @@ public:
                     break;
                 case 9:
                     if (below(6) == 0) {
-                        EXPECT_EQ(VEK_reset_feature_group(m_group.context()), VEK_OK);
-                        m_model.rows.clear();
+                        EXPECT_EQ(VEK_reset_feature_group(m_group.context()),
+                                  m_shape.is_int8 ? VEK_UNSUPPORTED : VEK_OK);
+                        if (!m_shape.is_int8)
+                            m_model.rows.clear();
                     }
                     break;
                 default:
@@ -86,6 +90,11 @@ public:
 private:
     using Features = std::vector<std::vector<int>>;
 
+    static VEKFeatureGroupSettings settings(const Shape& shape) {
+        return shape.is_int8 ? Group::int8_settings(shape.dim, shape.tag_size)
+                             : Group::settings(shape.dim, shape.tag_size);
+    }
+
     size_t below(size_t n) { return m_random() % n; }
 
     // Of one stored row in three the feature comes again; in few dimensions the others repeat too.
@@ -94,20 +103,25 @@ private:
             return m_model.rows[below(m_model.rows.size())].feature;
         std::vector<int> values(m_shape.dim);
         for (int& value : values)
-            value = static_cast<int>(below(9)) - 4;
+            value = m_shape.is_int8 ? static_cast<int>(below(256)) - 128
+                                    : static_cast<int>(below(9)) - 4;
         return values;
     }
 
     // Encrypted row by row, where the library does it with all rows at once.
-    std::vector<float> packed(const Features& features, bool encrypted) const {
-        const size_t row_bytes = m_shape.dim * sizeof(float);
-        std::vector<float> result;
-        for (const std::vector<int>& values : features) {
-            result.insert(result.end(), values.begin(), values.end());
-            if (encrypted) {
-                void* row = &result[result.size() - m_shape.dim];
-                vek::feature_cipher(static_cast<uint8_t*>(row), 1, row_bytes, row_bytes);
+    std::vector<uint8_t> packed(const Features& features, bool encrypted) const {
+        const size_t row_bytes = m_shape.dim * (m_shape.is_int8 ? 1 : sizeof(float));
+        std::vector<uint8_t> result(features.size() * row_bytes);
+        for (size_t i = 0; i < features.size(); ++i) {
+            uint8_t* row = &result[i * row_bytes];
+            if (m_shape.is_int8) {
+                std::copy(features[i].begin(), features[i].end(), row);
+            } else {
+                const std::vector<float> floats(features[i].begin(), features[i].end());
+                std::memcpy(row, floats.data(), row_bytes);
             }
+            if (encrypted)
+                vek::feature_cipher(row, 1, row_bytes, row_bytes);
         }
         return result;
     }
@@ -185,6 +199,11 @@ private:
     // Factors without short binary forms, so that each rounding of the score map shows; or a curve
     // that is at its middle, threshold 0.5, exactly at the distance of some pair.
     void change_comparison(const Features& queries, float& threshold) {
+        if (m_shape.is_int8) {
+            const VEKComparisonAlgorithm other{};
+            EXPECT_EQ(VEK_set_comparison_algorithm(m_group.context(), &other), VEK_UNSUPPORTED);
+            return;
+        }
         VEKComparisonAlgorithm& comparison = m_model.comparison;
         comparison.scale = 0.0137f * static_cast<float>(1 + below(40));
         comparison.bias = -0.3f * static_cast<float>(below(30));
@@ -219,7 +238,7 @@ private:
             queries.push_back(feature());
         if (below(2) == 0)
             change_comparison(queries, query.threshold);
-        query.features = packed(queries, query.options.encrypted != 0);
+        query.bytes = packed(queries, query.options.encrypted != 0);
         if (m_shape.tag_size != 0 && below(2) == 0)
             query.predicate = observe;
         const Found found = compare(query, queries);
@@ -264,7 +283,7 @@ void walk(const Shape& shape, unsigned seed, size_t least_rows) {
     const BlockSize block_size(shape.block_size);
     ObservedWalk walk(shape, seed);
     walk.run();
-    EXPECT_GT(walk.at_threshold(), 0u);
+    EXPECT_EQ(walk.at_threshold() > 0, !shape.is_int8);
     EXPECT_GE(walk.most_rows(), least_rows);
 }
 
@@ -280,6 +299,19 @@ TEST(ObservedWalk, AgreesWithThePlainModel) {
         for (size_t block_size : {3u, 16u, 0u})
             walk({dim, 4, block_size, 25, 60}, ++seed, 30);
     }
+}
+
+// All bytes, so norms are odd and even and sums pass what a float holds exactly.
+TEST(ObservedWalk, AgreesForIntegersOf8Bits) {
+    unsigned seed = 500;
+    for (size_t dim : {1u, 2u, 3u, 16u, 17u, 64u, 127u}) {
+        for (size_t block_size : {3u, 16u, 0u}) {
+            for (uint32_t tag_size : {0u, 7u})
+                walk({dim, tag_size, block_size, 30, 200, true}, ++seed, 100);
+        }
+    }
+    for (size_t block_size : {3u, 0u})
+        walk({512, 1, block_size, 25, 60, true}, ++seed, 30);
 }
 
 // Several blocks of the default size.
