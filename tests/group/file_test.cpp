@@ -209,7 +209,7 @@ TEST(GroupFiles, DiskThatFillsUpDoesTheGroupNoHarm) {
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
     const auto old_handler = std::signal(SIGXFSZ, SIG_IGN);
     // In the ids, within a block, and in the last one.
-    for (rlim_t limit : {5000, 30000, 200000, 255000}) {
+    for (rlim_t limit : {5000u, 30000u, 200000u, 255000u}) {
         const rlimit full{limit, before.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
         const VEKStatus status = VEK_dump_feature_group_to_file(group.context(), path.c_str());

@@ -103,7 +103,7 @@ TEST(GroupFile, VersionsOutOfRangeAreNamed) {
 TEST(GroupFile, WritesBlocksInOrder) {
     const TempFolder folder;
     const std::vector<uint64_t> ids{5, 6, 7};
-    for (size_t block_size : {1, 2, 8}) {
+    for (size_t block_size : {1u, 2u, 8u}) {
         vek::SmartTensor features;
         features.init(orb::CompNode::load("cpu:default"), 1, 3, block_size);
         features.add("abcdefghi", 3);
