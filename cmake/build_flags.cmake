@@ -32,3 +32,16 @@ if(VEKFIND_BUILD_FUZZERS)
     add_compile_options(-fsanitize=fuzzer-no-link)
     add_link_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# Without the flag for it a 32-bit Arm compiler emits no NEON at all, and says nothing.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+    include(CheckCXXSourceCompiles)
+    check_cxx_source_compiles("
+#ifndef __ARM_NEON
+#error no NEON
+#endif
+int main() { return 0; }" VEKFIND_HAS_NEON)
+    if(NOT VEKFIND_HAS_NEON)
+        message(FATAL_ERROR "32-bit Arm needs NEON: build with -march=armv7-a -mfpu=neon")
+    endif()
+endif()

@@ -6,6 +6,15 @@
 #include "kernels/relayout.h"
 
 namespace kern {
+namespace {
+
+#if defined(__ARM_NEON)
+constexpr HandleLevel BEST_LEVEL = HandleLevel::ARMV7;
+#else
+constexpr HandleLevel BEST_LEVEL = HandleLevel::FALLBACK;
+#endif
+
+}  // namespace
 
 KernelOperator::~KernelOperator() {
     m_handle->on_operator_destroyed(this);
@@ -61,7 +70,13 @@ std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int 
         return nullptr;
     KERN_CHECK(computing.platform == Platform::CPU);
     KERN_CHECK(debug_level >= 0 && debug_level <= 2);
-    const auto level = debug_level == 2 ? HandleLevel::NAIVE : HandleLevel::FALLBACK;
+    constexpr HandleLevel LEVELS[] = {BEST_LEVEL, HandleLevel::FALLBACK, HandleLevel::NAIVE};
+    return make_handle_of_level(computing, LEVELS[debug_level]);
+}
+
+std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
+                                                   HandleLevel level) {
+    KERN_CHECK(level != HandleLevel::ARM_COMMON);
     return std::make_unique<KernelHandle>(computing, level);
 }
 

@@ -20,6 +20,7 @@
 
 namespace kern {
 
+// ARM_COMMON is the part of the ladder that all Arm targets would share; no handle has it.
 enum class HandleLevel : int32_t { NAIVE = 0, FALLBACK = 1, ARM_COMMON = 3, ARMV7 = 4 };
 
 class KernelHandle;
@@ -90,8 +91,13 @@ private:
 };
 
 // A handle for the device, or null for a platform whose kernels live elsewhere. `debug_level` 0
-// takes the best level of this machine, 1 fallback, 2 naive; anything else stops the process.
+// takes the best level of this machine (armv7 where there is NEON, otherwise fallback), 1 fallback,
+// 2 naive; anything else stops the process.
 std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int debug_level);
+// A CPU handle of a given level. Every level runs on every machine: its vector code is compiled for
+// NEON where there is NEON and for the compiler's own vectors elsewhere.
+std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
+                                                   HandleLevel level);
 
 // The process-wide handle whose kernels run at once in the calling thread: for kernels that need a
 // further operator inside themselves.

@@ -14,17 +14,21 @@
 
 namespace kern {
 
-#define KERN_OPERATOR(position, Operator, Naive, Fallback)                \
-    template <>                                                           \
-    std::unique_ptr<Operator> KernelHandle::create_operator<Operator>() { \
-        switch (m_level) {                                                \
-            case HandleLevel::NAIVE:                                      \
-                return std::make_unique<Naive>(this);                     \
-            case HandleLevel::FALLBACK:                                   \
-                return std::make_unique<Fallback>(this);                  \
-            default:                                                      \
-                KERN_FAIL();                                              \
-        }                                                                 \
+#define KERN_OPERATOR(position, Operator, Naive, Fallback, ArmCommon, Armv7) \
+    template <>                                                              \
+    std::unique_ptr<Operator> KernelHandle::create_operator<Operator>() {    \
+        switch (m_level) {                                                   \
+            case HandleLevel::NAIVE:                                         \
+                return std::make_unique<Naive>(this);                        \
+            case HandleLevel::FALLBACK:                                      \
+                return std::make_unique<Fallback>(this);                     \
+            case HandleLevel::ARM_COMMON:                                    \
+                return std::make_unique<ArmCommon>(this);                    \
+            case HandleLevel::ARMV7:                                         \
+                return std::make_unique<Armv7>(this);                        \
+            default:                                                         \
+                KERN_FAIL();                                                 \
+        }                                                                    \
     }
 #include "kernels/operator_table.inc"
 #undef KERN_OPERATOR

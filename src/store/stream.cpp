@@ -84,7 +84,7 @@ public:
             "virtual void {anonymous}::FileOutputStream::write(const void*, size_t)";
         if (closed())
             throw Error(VEK_INTERNAL_ERROR, "write to closed FileOutputStream", FUNCTION);
-        if (std::fwrite(buffer, 1, bytes, m_file.get()) < bytes)
+        if (bytes > 0 && std::fwrite(buffer, 1, bytes, m_file.get()) < bytes)
             throw Error(VEK_INTERNAL_ERROR, "FileOutputStream cannot write to " + m_path, FUNCTION);
     }
     void close() override { m_file.reset(); }

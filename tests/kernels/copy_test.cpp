@@ -6,19 +6,19 @@
 namespace kern_test {
 namespace {
 
-void convert(int level, const Tensor& src, const Tensor& dst) {
+void convert(kern::HandleLevel level, const Tensor& src, const Tensor& dst) {
     const auto handle = make_handle(level);
     handle->create_operator<kern::TypeCvt>()->exec(src.raw(), dst.raw());
 }
 
-void relayout(int level, const Tensor& src, const Tensor& dst) {
+void relayout(kern::HandleLevel level, const Tensor& src, const Tensor& dst) {
     make_handle(level)->relayout_operator()->exec(src.raw(), dst.raw());
 }
 
 TEST(TypeCvt, EveryPairOfDtypesKeepsValuesThatFit) {
     for (DType from : number_types())
         for (DType to : number_types())
-            for (int level : DEBUG_LEVELS)
+            for (kern::HandleLevel level : LEVELS)
                 for (const TensorLayout& layout :
                      {TensorLayout({3, 7}, from), strided({3, 7}, {9, 1}, from),
                       strided({3, 7}, {-1, 4}, from), TensorLayout({1, 7}, from)}) {
@@ -53,7 +53,7 @@ TEST(TypeCvt, ValuesThatDoNotFit) {
         {i32, f, 16777217, 16777216},
     };
     for (const auto& c : cases)
-        for (int level : DEBUG_LEVELS) {
+        for (kern::HandleLevel level : LEVELS) {
             Tensor src({11}, c.from), dst({11}, c.to);
             src.fill([&] { return c.value; });
             convert(level, src, dst);
@@ -118,7 +118,7 @@ TEST(Relayout, CopiesInRowMajorOrder) {
             {TensorLayout({0, 6}, t), TensorLayout({3, 0}, t)},
         };
         for (const auto& c : cases)
-            for (int level : DEBUG_LEVELS) {
+            for (kern::HandleLevel level : LEVELS) {
                 int next = 1;
                 Tensor src(c.src);
                 const Tensor dst(c.dst), wanted(c.dst);
@@ -127,7 +127,8 @@ TEST(Relayout, CopiesInRowMajorOrder) {
                     wanted.set(i, src.get(i));
                 relayout(level, src, dst);
                 ASSERT_EQ(dst.bytes(), wanted.bytes())
-                    << c.src.to_string() << " " << c.dst.to_string() << " level " << level;
+                    << c.src.to_string() << " " << c.dst.to_string() << " level "
+                    << level_name(level);
             }
     }
     const DType f = DType::Float32();

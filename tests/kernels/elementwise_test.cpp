@@ -17,7 +17,8 @@ bool is_float(DType dtype) {
     return dtype.category() == kern::DTypeCategory::FLOAT;
 }
 
-void run(int level, uint32_t mode, const std::vector<RawTensor>& inputs, const RawTensor& output) {
+void run(kern::HandleLevel level, uint32_t mode, const std::vector<RawTensor>& inputs,
+         const RawTensor& output) {
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<kern::Elementwise>();
     op->param().mode = static_cast<ElementwiseMode>(mode);
@@ -215,7 +216,7 @@ TEST(Elementwise, ExtremeValues) {
     };
     for (const auto& c : cases) {
         const uint32_t arity = ModeTrait::of(static_cast<ElementwiseMode>(c.mode)).arity;
-        for (int level : DEBUG_LEVELS) {
+        for (kern::HandleLevel level : LEVELS) {
             Tensor x({20}, c.dtype), y({20}, c.dtype), out({20}, c.dtype);
             x.fill([&] { return c.x; });
             y.fill([&] { return c.y; });
@@ -252,7 +253,7 @@ TEST(Elementwise, WrongArgumentsStopTheProcess) {
     EXPECT_DEATH(run(FALLBACK, 44, {x.raw(), x.raw()}, x.raw()), "");
     // Of two fused products, the pairs of factors must match.
     EXPECT_DEATH(run(FALLBACK, 36, {x.raw(), column.raw(), x.raw(), x.raw()}, x.raw()), "");
-    for (int level : DEBUG_LEVELS) {
+    for (kern::HandleLevel level : LEVELS) {
         Tensor zero({2, 3}, i);
         zero.fill([] { return 0; });
         EXPECT_DEATH(run(level, 17, {n.raw(), zero.raw()}, n.raw()), "");

@@ -24,7 +24,8 @@ TEST(Handle, LevelsAndTheirClasses) {
 
     EXPECT_EQ(naive->image_pitch_alignment(), 1u);
     EXPECT_DEATH(fallback->image_pitch_alignment(), "");
-    EXPECT_DEATH(make_handle(3), "");
+    EXPECT_DEATH(kern::make_handle(inline_computing(), 3), "");
+    EXPECT_DEATH(make_handle(kern::HandleLevel::ARM_COMMON), "");
     EXPECT_EQ(kern::make_handle({kern::Platform::OPENCL, nullptr}, 0), nullptr);
 }
 

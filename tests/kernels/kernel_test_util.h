@@ -24,12 +24,21 @@ using kern::TensorShape;
 
 using Sizes = std::vector<size_t>;
 
-enum DebugLevel { FALLBACK = 1, NAIVE = 2 };
-constexpr int DEBUG_LEVELS[] = {NAIVE, FALLBACK};
+constexpr auto NAIVE = kern::HandleLevel::NAIVE;
+constexpr auto FALLBACK = kern::HandleLevel::FALLBACK;
+constexpr auto ARMV7 = kern::HandleLevel::ARMV7;
+constexpr kern::HandleLevel LEVELS[] = {NAIVE, FALLBACK, ARMV7};
 
-inline std::unique_ptr<kern::KernelHandle> make_handle(int debug_level) {
-    return kern::make_handle({kern::Platform::CPU, std::make_shared<kern::InlineDispatcher>()},
-                             debug_level);
+inline const char* level_name(kern::HandleLevel level) {
+    return level == NAIVE ? "naive" : level == FALLBACK ? "fallback" : "armv7";
+}
+
+inline kern::ComputingHandle inline_computing() {
+    return {kern::Platform::CPU, std::make_shared<kern::InlineDispatcher>()};
+}
+
+inline std::unique_ptr<kern::KernelHandle> make_handle(kern::HandleLevel level) {
+    return kern::make_handle_of_level(inline_computing(), level);
 }
 
 inline const std::vector<DType>& number_types() {

@@ -44,8 +44,8 @@ std::vector<Problem> problems() {
     return result;
 }
 
-void run(int level, const Problem& problem, MatrixMulDataType data_type, const Tensor& a,
-         const Tensor& b, const Tensor& c, size_t misalignment = 0) {
+void run(kern::HandleLevel level, const Problem& problem, MatrixMulDataType data_type,
+         const Tensor& a, const Tensor& b, const Tensor& c, size_t misalignment = 0) {
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<kern::MatrixMul>();
     op->param() = {problem.transpose_a, problem.transpose_b, data_type};
@@ -80,11 +80,11 @@ TEST(MatrixMul, WholeNumbersAreExactAtEveryLevel) {
                         sum += a.get(problem.a_position(i, k)) * b.get(problem.b_position(k, j));
                     wanted.set(i * problem.columns + j, sum);
                 }
-            for (int level : DEBUG_LEVELS) {
+            for (kern::HandleLevel level : LEVELS) {
                 const Tensor c(problem.c(kind.out));
                 run(level, problem, kind.data_type, a, b, c);
                 ASSERT_EQ(c.bytes(), wanted.bytes())
-                    << problem.text() << " " << kind.in.name() << " level " << level;
+                    << problem.text() << " " << kind.in.name() << " level " << level_name(level);
             }
         }
     }
@@ -134,7 +134,7 @@ TEST(MatrixMul, PairHasTheSameBitsAloneAndInABatch) {
 }
 
 TEST(MatrixMul, HalfRoundsAfterEveryStepOrOnce) {
-    for (int level : DEBUG_LEVELS) {
+    for (kern::HandleLevel level : LEVELS) {
         const Problem problem{1, 1, 3, false, true, 0};
         Tensor a(problem.a(DType::Float16())), b(problem.b(DType::Float16()));
         const Tensor c(problem.c(DType::Float16()));
@@ -148,7 +148,7 @@ TEST(MatrixMul, HalfRoundsAfterEveryStepOrOnce) {
 }
 
 TEST(MatrixMul, NoRowsNoColumnsAndWorkspaceSizes) {
-    for (int level : DEBUG_LEVELS) {
+    for (kern::HandleLevel level : LEVELS) {
         for (const Problem& problem :
              {Problem{0, 5, 3, false, true, 0}, Problem{5, 0, 3, false, false, 0},
               Problem{0, 0, 0, true, false, 0}}) {

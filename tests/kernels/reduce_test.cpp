@@ -16,7 +16,7 @@ struct Shape {
     TensorShape dst() const { return {outer, 1, inner}; }
 };
 
-void run(int level, ReduceMode mode, ReduceDataType data_type, const Tensor& src,
+void run(kern::HandleLevel level, ReduceMode mode, ReduceDataType data_type, const Tensor& src,
          const Tensor& dst) {
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<kern::Reduce>();
@@ -71,7 +71,7 @@ TEST(Reduce, EveryLevelModeAndDtypeIsExactOnSmallNumbers) {
                         targets.insert(targets.end(), {{ReduceDataType::FLOAT_O32, target},
                                                        {ReduceDataType::FLOAT_O16, target}});
                 for (const auto& [data_type, target] : targets)
-                    for (int level : DEBUG_LEVELS) {
+                    for (kern::HandleLevel level : LEVELS) {
                         const Tensor dst(shape.dst(), target);
                         run(level, mode, data_type, src, dst);
                         Tensor wanted(shape.dst(), target);
@@ -79,8 +79,8 @@ TEST(Reduce, EveryLevelModeAndDtypeIsExactOnSmallNumbers) {
                             wanted.set(
                                 i, reference(mode, shape, src, i / shape.inner, i % shape.inner));
                         ASSERT_EQ(dst.bytes(), wanted.bytes())
-                            << dtype.name() << " mode " << number << " level " << level << " "
-                            << shape.src().to_string();
+                            << dtype.name() << " mode " << number << " level " << level_name(level)
+                            << " " << shape.src().to_string();
                     }
             }
         }
@@ -103,7 +103,7 @@ TEST(Reduce, LongSumsKeepTheirOrderOfAdditions) {
              {Shape{1, length, 1}, Shape{11, length, 1}, Shape{2, length, 5}}) {
             Tensor src(shape.src(), DType::Float32());
             src.fill_uniform(random, 0, 1);
-            for (int level : DEBUG_LEVELS) {
+            for (kern::HandleLevel level : LEVELS) {
                 const Tensor dst(shape.dst(), DType::Float32());
                 run(level, ReduceMode::SUM, ReduceDataType::DEFAULT, src, dst);
                 for (size_t i = 0; i < shape.outer * shape.inner; ++i) {
@@ -137,7 +137,7 @@ TEST(Reduce, NormOfARowDoesNotDependOnTheOthers) {
 }
 
 TEST(Reduce, WorkingTypeDecidesWhatIsRounded) {
-    for (int level : DEBUG_LEVELS) {
+    for (kern::HandleLevel level : LEVELS) {
         Tensor src({1, 4}, DType::Float16());
         const Tensor half({1, 1}, DType::Float16()), single({1, 1}, DType::Float32());
         src.set(0, 2048), src.set(1, 0), src.set(2, 1), src.set(3, 0);
@@ -164,7 +164,7 @@ TEST(Reduce, LoneElementIsCopied) {
     for (ReduceMode mode :
          {ReduceMode::SUM, ReduceMode::PRODUCT, ReduceMode::MIN, ReduceMode::MAX, ReduceMode::MEAN})
         for (DType dtype : {DType::Float32(), DType::Float16()})
-            for (int level : DEBUG_LEVELS) {
+            for (kern::HandleLevel level : LEVELS) {
                 Tensor src({9, 1, 2}, dtype);
                 const Tensor dst({9, 1, 2}, dtype);
                 bool zero = false;

@@ -1,0 +1,76 @@
+// The 16-byte vectors of the kernels and what works on each of them alike. On Arm they are the NEON
+// types, elsewhere the compiler's own vectors, so that one text of a kernel runs on both. Integer
+// vectors take the ordinary operators, which wrap around; those of floats are in f32x4.h, because
+// the compiler would turn their operators into scalar code on NEON.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#if defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
+
+namespace kern::simd {
+
+#if defined(__ARM_NEON)
+using F32x4 = float32x4_t;
+using I32x4 = int32x4_t;
+using I16x8 = int16x8_t;
+using I8x16 = int8x16_t;
+using I8x8 = int8x8_t;
+#else
+typedef float F32x4 __attribute__((vector_size(16)));
+typedef int32_t I32x4 __attribute__((vector_size(16)));
+typedef int16_t I16x8 __attribute__((vector_size(16)));
+typedef int8_t I8x16 __attribute__((vector_size(16)));
+typedef int8_t I8x8 __attribute__((vector_size(8)));
+#endif
+
+// The vector type of an element type, and its number of lanes.
+template <typename Element>
+struct VectorOf;
+template <>
+struct VectorOf<float> {
+    using Type = F32x4;
+};
+template <>
+struct VectorOf<int32_t> {
+    using Type = I32x4;
+};
+template <>
+struct VectorOf<int16_t> {
+    using Type = I16x8;
+};
+template <>
+struct VectorOf<int8_t> {
+    using Type = I8x16;
+};
+template <typename Element>
+using Vector = typename VectorOf<Element>::Type;
+template <typename Element>
+constexpr size_t LANES = sizeof(Vector<Element>) / sizeof(Element);
+
+// 16 bytes from anywhere; no alignment is needed.
+template <typename Element>
+inline Vector<Element> load(const Element* source) {
+    Vector<Element> result;
+    std::memcpy(&result, source, sizeof(result));
+    return result;
+}
+
+template <typename Element>
+inline void store(Element* target, Vector<Element> value) {
+    std::memcpy(target, &value, sizeof(value));
+}
+
+// The same bits seen as another vector type of the same size.
+template <typename To, typename From>
+inline To bit_cast(From value) {
+    static_assert(sizeof(To) == sizeof(From), "a cast keeps every bit");
+    To result;
+    std::memcpy(&result, &value, sizeof(result));
+    return result;
+}
+
+}  // namespace kern::simd
