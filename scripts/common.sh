@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by the scripts beside it: goes to the repository's root and offers two functions.
+# Sourced by the scripts beside it: goes to the repository's root and offers these functions.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -21,7 +21,17 @@ install_missing() {
 # build PRESET [TARGET]: configures and builds into build/PRESET, with what that needs on Debian 12.
 build() {
     install_missing g++ cmake ninja-build pkg-config libxxhash-dev googletest libbenchmark-dev
-    [ "$1" != clang ] || install_missing clang
+    case $1 in
+        clang) install_missing clang ;;
+        armv7*) install_missing g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user ;;
+    esac
     cmake --preset "$1"
     cmake --build --preset "$1" --parallel "$(nproc)" --target "${2:-all}"
+}
+
+# emulator PRESET: what runs the preset's programs, one word a line; nothing for the machine's own.
+emulator() {
+    case $1 in
+        armv7*) printf '%s\n' qemu-arm -cpu cortex-a9 -L /usr/arm-linux-gnueabihf ;;
+    esac
 }

@@ -68,29 +68,34 @@ GroupFile numbered_rows(uint32_t feature_size, uint32_t tag_size, size_t rows) {
 
 void insert_all(const Group& group, const GroupFile& file, size_t real_bytes) {
     std::string rows;
-    for (size_t i = 0; i < file.count; ++i)
-        rows += file.features.substr(i * file.feature_size, real_bytes);
-    rows.resize(file.count * file.feature_size + 1);
+    const size_t count = file.ids.size(),
+                 row_bytes = file.features.size() / std::max(count, size_t{1});
+    for (size_t i = 0; i < count; ++i)
+        rows += file.features.substr(i * row_bytes, real_bytes);
+    rows.resize(file.features.size() + 1);
     const auto bytes = [](const std::string& text) {
         return reinterpret_cast<const uint8_t*>(text.data());
     };
     std::vector<uint64_t> ids = file.ids;
     ids.reserve(1);
     ASSERT_EQ(VEK_insert_features_to_feature_group(group.context(), bytes(rows), ids.data(),
-                                                   bytes(file.tags), file.count, nullptr),
+                                                   bytes(file.tags), count, nullptr),
               VEK_OK);
 }
 
 // The last row moves into the place of this one.
 void erase_slot(GroupFile& file, size_t slot) {
-    file.ids[slot] = file.ids[--file.count];
-    file.ids.pop_back();
-    const auto erase = [&](std::string& rows, size_t row_bytes) {
-        rows.replace(slot * row_bytes, row_bytes, rows, file.count * row_bytes, row_bytes);
-        rows.resize(file.count * row_bytes);
+    const size_t last = file.ids.size() - 1;
+    const auto erase = [&](std::string& rows) {
+        const size_t row_bytes = rows.size() / (last + 1);
+        rows.replace(slot * row_bytes, row_bytes, rows, last * row_bytes, row_bytes);
+        rows.resize(last * row_bytes);
     };
-    erase(file.features, file.feature_size);
-    erase(file.tags, file.tag_size);
+    erase(file.features);
+    erase(file.tags);
+    file.ids[slot] = file.ids[last];
+    file.ids.pop_back();
+    file.count = last;
 }
 
 TEST(GroupFiles, DumpIsTheStatedBytesAndLoadsBack) {
@@ -112,7 +117,8 @@ TEST(GroupFiles, DumpIsTheStatedBytesAndLoadsBack) {
         const Group group(settings);
         insert_all(group, file, c.feature_size / 4 * 4);
         EXPECT_EQ(dumped(group.context(), folder) == file.bytes(), true);
-        for (size_t slot = 0; file.count > 1 && slot < file.count; slot += 1 + file.count / 3) {
+        for (size_t slot = 0, step = 1 + file.ids.size() / 3;
+             file.ids.size() > 1 && slot < file.ids.size(); slot += step) {
             EXPECT_EQ(group.erase({file.ids[slot]}), VEK_OK);
             erase_slot(file, slot);
         }

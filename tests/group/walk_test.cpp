@@ -157,8 +157,9 @@ private:
         }
         const size_t nr = below(4) == 0 ? below(4) : below(m_shape.batch + 1);
         for (size_t i = 0; i < nr; ++i) {
-            const uint64_t id =
-                careless && below(100) == 0 ? VEK_INVALID_ID_VALUE : below(5 * m_shape.batch) << 32;
+            const uint64_t id = careless && below(100) == 0
+                                    ? VEK_INVALID_ID_VALUE
+                                    : uint64_t{below(5 * m_shape.batch)} << 32;
             if (taken.insert(id).second || (careless && below(10) == 0))
                 rows.push_back({id, feature(), {}});
         }

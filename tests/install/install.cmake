@@ -1,6 +1,7 @@
 # Installs into an empty folder, then builds and runs the header's own example from there, once by
 # find_package and once by pkg-config. Arguments: BUILD_DIR, WORK_DIR, SOURCE_DIR (of this file),
-# README, GENERATOR, C_COMPILER, C_FLAGS, PKG_CONFIG, VERSION, LIBDIR.
+# README, GENERATOR, C_COMPILER, C_FLAGS, TOOLCHAIN_FILE, EMULATOR, PKG_CONFIG, VERSION, LIBDIR. The
+# toolchain and the emulator are empty when nothing is crossed.
 cmake_minimum_required(VERSION 3.22)
 set(EXPECTED "id 8, similarity 0.953\n")
 
@@ -36,9 +37,10 @@ endif()
 file(COPY ${SOURCE_DIR}/consumer/CMakeLists.txt DESTINATION ${WORK_DIR}/consumer)
 
 run(${CMAKE_COMMAND} -S ${WORK_DIR}/consumer -B ${WORK_DIR}/build -G ${GENERATOR}
-    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_C_FLAGS=${C_FLAGS})
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}
+    -DCMAKE_C_COMPILER=${C_COMPILER} "-DCMAKE_C_FLAGS=${C_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run_example(find_package ${WORK_DIR}/build/example)
+run_example(find_package ${EMULATOR} ${WORK_DIR}/build/example)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(${PKG_CONFIG} --modversion vekfind)
@@ -49,4 +51,4 @@ run(${PKG_CONFIG} --cflags --libs vekfind)
 separate_arguments(flags UNIX_COMMAND "${C_FLAGS} ${out}")
 run(${C_COMPILER} -std=c99 ${WORK_DIR}/consumer/example.c -o ${WORK_DIR}/example ${flags})
 run_example(pkg-config ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR}
-            ${WORK_DIR}/example)
+            ${EMULATOR} ${WORK_DIR}/example)

@@ -13,8 +13,17 @@ namespace {
 TEST(Handle, LevelsAndTheirClasses) {
     const auto naive = make_handle(NAIVE);
     const auto fallback = make_handle(FALLBACK);
-    EXPECT_EQ(naive->level(), kern::HandleLevel::NAIVE);
-    EXPECT_EQ(fallback->level(), kern::HandleLevel::FALLBACK);
+    EXPECT_EQ(naive->level(), NAIVE);
+    EXPECT_EQ(fallback->level(), FALLBACK);
+#if defined(__ARM_NEON)
+    constexpr auto BEST = ARMV7;
+#else
+    constexpr auto BEST = FALLBACK;
+#endif
+    EXPECT_EQ(kern::make_handle(inline_computing(), 0)->level(), BEST);
+    EXPECT_EQ(kern::inplace_handle()->level(), BEST);
+    EXPECT_EQ(kern::make_handle(inline_computing(), 1)->level(), FALLBACK);
+    EXPECT_EQ(kern::make_handle(inline_computing(), 2)->level(), NAIVE);
     const auto naive_op = naive->create_operator<kern::MatrixMul>();
     const auto fallback_op = fallback->create_operator<kern::MatrixMul>();
     const kern::MatrixMul& naive_ref = *naive_op;

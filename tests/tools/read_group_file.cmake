@@ -1,6 +1,6 @@
 # What the Python reader makes of a file that the library has just written, and of golden ones.
 set(file ${WORK_DIR}/dumped.vek)
-execute_process(COMMAND ${DUMP_GROUP} ${file} RESULT_VARIABLE status)
+execute_process(COMMAND ${EMULATOR} ${DUMP_GROUP} ${file} RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
     message(FATAL_ERROR "dump_group: ${status}")
 endif()
