@@ -1,4 +1,5 @@
 // The factory of operators, generated from the table of levels.
+#include "kernels/armv7/matrix_mul.h"
 #include "kernels/check.h"
 #include "kernels/fallback/elementwise.h"
 #include "kernels/fallback/matrix_mul.h"

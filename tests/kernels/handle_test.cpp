@@ -1,7 +1,8 @@
 #include "kernels/handle.h"
 
-#include <typeinfo>
+#include <typeindex>
 
+#include "kernels/armv7/matrix_mul.h"
 #include "kernels/fallback/matrix_mul.h"
 #include "kernels/naive/matrix_mul.h"
 #include "kernels/naive/relayout.h"
@@ -24,12 +25,15 @@ TEST(Handle, LevelsAndTheirClasses) {
     EXPECT_EQ(kern::inplace_handle()->level(), BEST);
     EXPECT_EQ(kern::make_handle(inline_computing(), 1)->level(), FALLBACK);
     EXPECT_EQ(kern::make_handle(inline_computing(), 2)->level(), NAIVE);
-    const auto naive_op = naive->create_operator<kern::MatrixMul>();
-    const auto fallback_op = fallback->create_operator<kern::MatrixMul>();
-    const kern::MatrixMul& naive_ref = *naive_op;
-    const kern::MatrixMul& fallback_ref = *fallback_op;
-    EXPECT_EQ(typeid(naive_ref), typeid(kern::naive::MatrixMulImpl));
-    EXPECT_EQ(typeid(fallback_ref), typeid(kern::fallback::MatrixMulImpl));
+    const auto class_at = [](kern::HandleLevel level) {
+        const auto handle = make_handle(level);
+        const auto op = handle->create_operator<kern::MatrixMul>();
+        const kern::MatrixMul& ref = *op;
+        return std::type_index(typeid(ref));
+    };
+    EXPECT_EQ(class_at(NAIVE), typeid(kern::naive::MatrixMulImpl));
+    EXPECT_EQ(class_at(FALLBACK), typeid(kern::fallback::MatrixMulImpl));
+    EXPECT_EQ(class_at(ARMV7), typeid(kern::armv7::MatrixMulImpl));
 
     EXPECT_EQ(naive->image_pitch_alignment(), 1u);
     EXPECT_DEATH(fallback->image_pitch_alignment(), "");

@@ -1,7 +1,8 @@
 # Who may include whom in src/: the layers of docs/architecture.md. Argument: SOURCE_DIR (of src/).
 #
 # A folder includes itself and the folders of its row. Sub-folders belong to their layer, except the
-# levels of src/kernels: each is apart and may use kernels and the level below it.
+# levels of src/kernels: each is apart and may use kernels and the level below it. Armv7 derives from
+# fallback where arm_common has nothing of its own.
 cmake_minimum_required(VERSION 3.22)
 set(MAY_api group store PUBLIC)
 set(MAY_group store graph kernels PUBLIC)
@@ -12,7 +13,7 @@ set(MAY_kernels)
 set(MAY_kernels/naive kernels)
 set(MAY_kernels/fallback kernels kernels/naive)
 set(MAY_kernels/arm_common kernels kernels/fallback)
-set(MAY_kernels/armv7 kernels kernels/arm_common)
+set(MAY_kernels/armv7 kernels kernels/arm_common kernels/fallback)
 set(MAY_kernels/x86 kernels kernels/fallback)
 # The one place that knows all levels: it chooses among them.
 set(MAY_kernels/operator_factory.cpp

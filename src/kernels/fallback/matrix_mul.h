@@ -20,8 +20,7 @@ protected:
                             const Workspace& workspace);
     virtual bool can_run_float(const TensorLayout& a) const;
     virtual size_t float_workspace_in_bytes(const TensorLayout& a, const TensorLayout& c) const;
-
-private:
+    // Whether `exec` takes a very short integer product by whole rows: the first choice of all.
     bool can_accumulate_rows(const TensorLayout& a, const TensorLayout& c) const;
 };
 
