@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kernels/checked_math.h"
+#include "kernels/panel_packing.h"
 #include "kernels/simd/f32x4.h"
 
 namespace kern::fallback {
@@ -21,65 +22,6 @@ constexpr size_t PANEL_ALIGNMENT = 16;
 size_t panel_bytes(size_t lines, size_t panel_width, size_t depth) {
     const size_t values = checked_mul(round_up(lines, panel_width), depth);
     return round_up(checked_mul(values, sizeof(float)), 64);
-}
-
-// The operand's lines (rows of A, columns of B) from a panel's first one to the last of all. Both
-// steps are in elements, and one of them is 1.
-struct Lines {
-    const float* first;
-    size_t count;
-    ptrdiff_t line_step;
-    ptrdiff_t k_step;
-};
-
-// Packs a whole panel of lines that are contiguous along k: blocks of 4 x 4 values are turned in
-// registers. A panel's lines are too short for the hardware to see them coming, so those of the
-// next panel are asked for here.
-template <size_t WIDTH>
-void pack_turned(const Lines& lines, size_t depth, float* panel) {
-    constexpr size_t CACHE_LINE = 64 / sizeof(float);
-    const float* first = lines.first;
-    const ptrdiff_t line_step = lines.line_step;
-    const size_t ahead_end = std::min(2 * WIDTH, lines.count);
-    size_t k = 0;
-    for (; k + LANES <= depth; k += LANES) {
-        for (size_t lane = WIDTH; k % CACHE_LINE == 0 && lane < ahead_end; ++lane)
-            __builtin_prefetch(at_step(first, lane, line_step) + k);
-        for (size_t lane = 0; lane < WIDTH; lane += LANES) {
-            const float* source = at_step(first, lane, line_step) + k;
-            F32x4 r0 = simd::load(source);
-            F32x4 r1 = simd::load(source + line_step);
-            F32x4 r2 = simd::load(source + 2 * line_step);
-            F32x4 r3 = simd::load(source + 3 * line_step);
-            simd::transpose(r0, r1, r2, r3);
-            float* target = panel + k * WIDTH + lane;
-            simd::store(target, r0);
-            simd::store(target + WIDTH, r1);
-            simd::store(target + 2 * WIDTH, r2);
-            simd::store(target + 3 * WIDTH, r3);
-        }
-    }
-    for (; k < depth; ++k) {
-        for (size_t lane = 0; lane < WIDTH; ++lane)
-            panel[k * WIDTH + lane] = at_step(first, lane, line_step)[k];
-    }
-}
-
-// Packs the first WIDTH lines as a depth x WIDTH array; missing lines are zeros.
-template <size_t WIDTH>
-void pack_panel(const Lines& lines, size_t depth, float* panel) {
-    if (lines.count >= WIDTH && lines.k_step == 1) {
-        pack_turned<WIDTH>(lines, depth, panel);
-        return;
-    }
-    const size_t count = std::min(WIDTH, lines.count);
-    for (size_t k = 0; k < depth; ++k) {
-        const float* source = at_step(lines.first, k, lines.k_step);
-        float* target = panel + k * WIDTH;
-        for (size_t lane = 0; lane < count; ++lane)
-            target[lane] = *at_step(source, lane, lines.line_step);
-        std::fill(target + count, target + WIDTH, 0.0f);
-    }
 }
 
 inline void store_row(const F32x4 (&sums)[TILE_VECTORS], float* c, size_t columns) {
@@ -158,16 +100,14 @@ void packed_product(const MatrixMulArgs& args, void* workspace) {
     const auto* a = static_cast<const float*>(args.a);
     const auto* b = static_cast<const float*>(args.b);
     auto* c = static_cast<float*>(args.c);
-    for (size_t i = 0; i < args.rows; i += PANEL_ROWS) {
-        const Lines lines{at_step(a, i, args.a_row), args.rows - i, args.a_row, args.a_k};
-        pack_panel<PANEL_ROWS>(lines, args.depth, a_panels + i * args.depth);
-    }
+    const FloatLines a_lines{a, args.rows, args.a_row, args.a_k};
+    const FloatLines b_lines{b, args.columns, args.b_column, args.b_k};
+    pack_panels<PANEL_ROWS>(a_lines, args.depth, a_panels);
     // A panel of B is used up before the next is packed, so all take the same place, which stays in
     // the nearest cache.
     for (size_t j = 0; j < args.columns; j += PANEL_COLUMNS) {
         const size_t columns = std::min(PANEL_COLUMNS, args.columns - j);
-        const Lines lines{at_step(b, j, args.b_column), args.columns - j, args.b_column, args.b_k};
-        pack_panel<PANEL_COLUMNS>(lines, args.depth, b_panel);
+        pack_panel<PANEL_COLUMNS>(b_lines.from(j), args.depth, b_panel);
         for (size_t i = 0; i < args.rows; i += PANEL_ROWS)
             multiply_panels(a_panels + i * args.depth, std::min(PANEL_ROWS, args.rows - i), b_panel,
                             args.depth, at_step(c, i, args.c_row) + j, args.c_row, columns);

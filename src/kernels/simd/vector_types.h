@@ -59,9 +59,39 @@ inline Vector<Element> load(const Element* source) {
     return result;
 }
 
+// Loads 16 bytes and moves the pointer behind them. For a sequential walk on NEON, whose loads can
+// move their address but have no offsets: an address that the compiler cannot see through keeps it
+// from making offsets of a chain of them.
+template <typename Element>
+inline Vector<Element> load_next(const Element*& source) {
+    const Vector<Element> result = load(source);
+    source += LANES<Element>;
+#if defined(__ARM_NEON)
+    __asm__("" : "+r"(source));
+#endif
+    return result;
+}
+
 template <typename Element>
 inline void store(Element* target, Vector<Element> value) {
     std::memcpy(target, &value, sizeof(value));
+}
+
+// The first `count` lanes, for what is left of a row; the other lanes are zeros, and nothing behind
+// the real ones is read. With a full count a plain load.
+template <typename Element>
+inline Vector<Element> load_first(const Element* source, size_t count) {
+    if (count == LANES<Element>)
+        return load(source);
+    Element values[LANES<Element>] = {};
+    std::memcpy(values, source, count * sizeof(Element));
+    return load(values);
+}
+
+// Writes the first `count` lanes only.
+template <typename Element>
+inline void store_first(Element* target, Vector<Element> value, size_t count) {
+    std::memcpy(target, &value, count * sizeof(Element));
 }
 
 // The same bits seen as another vector type of the same size.
