@@ -30,6 +30,10 @@ struct FloatLines {
 namespace packing {
 
 constexpr size_t LANES = simd::LANES<float>;
+constexpr size_t CACHE_LINE = 64 / sizeof(float);
+// Steps of k that all lines of a panel take before any goes on: what they fill of the panel stays
+// in the nearest cache until its vectors are complete lines.
+constexpr size_t TURN_DEPTH = 4 * CACHE_LINE;
 
 // Four lines that are contiguous along k, to lanes of a panel: blocks of 4 x 4 values are turned in
 // registers. Lines are too short for the hardware to see them coming, so those `ahead` elements
@@ -41,27 +45,28 @@ void turn_lines(const float* first, ptrdiff_t line_step, ptrdiff_t ahead, size_t
     const float* line1 = line0 + line_step;
     const float* line2 = line1 + line_step;
     const float* line3 = line2 + line_step;
+    ptrdiff_t width = WIDTH;
+    simd::keep_in_register(width);
     const auto turn_block = [&] {
         simd::F32x4 r0 = simd::load_next(line0);
         simd::F32x4 r1 = simd::load_next(line1);
         simd::F32x4 r2 = simd::load_next(line2);
         simd::F32x4 r3 = simd::load_next(line3);
         simd::transpose(r0, r1, r2, r3);
-        simd::store(target, r0);
-        simd::store(target + WIDTH, r1);
-        simd::store(target + 2 * WIDTH, r2);
-        simd::store(target + 3 * WIDTH, r3);
-        target += LANES * WIDTH;
+        simd::store_next(target, r0, width);
+        simd::store_next(target, r1, width);
+        simd::store_next(target, r2, width);
+        simd::store_next(target, r3, width);
     };
-    constexpr size_t CACHE_LINE = 64 / sizeof(float);
+    ahead -= CACHE_LINE;  // the lines have moved on when they are used
     size_t rest = depth;
     for (; rest >= CACHE_LINE; rest -= CACHE_LINE) {
+        for (size_t block = 0; block < CACHE_LINE; block += LANES)
+            turn_block();
         __builtin_prefetch(line0 + ahead);
         __builtin_prefetch(line1 + ahead);
         __builtin_prefetch(line2 + ahead);
         __builtin_prefetch(line3 + ahead);
-        for (size_t block = 0; block < CACHE_LINE; block += LANES)
-            turn_block();
     }
     for (; rest >= LANES; rest -= LANES)
         turn_block();
@@ -79,9 +84,9 @@ void copy_lines(const FloatLines& lines, size_t depth, float* target) {
     const size_t count = std::min(LANES, lines.count);
     for (size_t k = 0; k < depth; ++k, target += WIDTH) {
         const float* source = at_step(lines.first, k, lines.k_step);
+        simd::store(target, simd::zero());
         for (size_t lane = 0; lane < count; ++lane)
             target[lane] = *at_step(source, lane, lines.line_step);
-        std::fill(target + count, target + LANES, 0.0f);
     }
 }
 
@@ -96,16 +101,19 @@ void pack_panel(const FloatLines& lines, size_t depth, float* panel) {
                         WIDTH * sizeof(float));
         return;
     }
-    for (size_t lane = 0; lane < WIDTH; lane += packing::LANES) {
-        const FloatLines four = lines.from(std::min(lane, lines.count));
-        if (four.count < packing::LANES || four.k_step != 1) {
-            packing::copy_lines<WIDTH>(four, depth, panel + lane);
-            continue;
-        }
-        const bool is_last = four.count < WIDTH + packing::LANES;
-        const ptrdiff_t ahead = is_last ? 0 : four.line_step * static_cast<ptrdiff_t>(WIDTH);
-        packing::turn_lines<WIDTH>(four.first, four.line_step, ahead, depth, panel + lane);
+    size_t turned = 0;  // lanes in whole groups of four lines that are contiguous along k
+    if (lines.k_step == 1)
+        turned = std::min(WIDTH, lines.count / packing::LANES * packing::LANES);
+    const bool is_last = lines.count < 2 * WIDTH;
+    const ptrdiff_t ahead = is_last ? 0 : lines.line_step * static_cast<ptrdiff_t>(WIDTH);
+    for (size_t k = 0; k < depth; k += packing::TURN_DEPTH) {
+        const size_t count = std::min(packing::TURN_DEPTH, depth - k);
+        for (size_t lane = 0; lane < turned; lane += packing::LANES)
+            packing::turn_lines<WIDTH>(at_step(lines.first, lane, lines.line_step) + k,
+                                       lines.line_step, ahead, count, panel + k * WIDTH + lane);
     }
+    for (size_t lane = turned; lane < WIDTH; lane += packing::LANES)
+        packing::copy_lines<WIDTH>(lines.from(std::min(lane, lines.count)), depth, panel + lane);
 }
 
 // Packs all lines, panel behind panel. Returns the number of values packed, with the zeros.

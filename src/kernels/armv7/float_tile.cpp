@@ -88,9 +88,9 @@ void multiply(const float* a, const float* b, size_t depth, float c_factor, cons
     };
     constexpr size_t AHEAD = 96 / sizeof(float);
     for (size_t pairs = depth / 2; pairs != 0; --pairs) {
+        step();
+        step();
         __builtin_prefetch(a + AHEAD);
-        step();
-        step();
     }
     if (depth % 2 != 0)
         step();

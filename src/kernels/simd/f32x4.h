@@ -45,10 +45,13 @@ inline I32x4 greater(F32x4 a, F32x4 b) {
 inline void transpose(F32x4& r0, F32x4& r1, F32x4& r2, F32x4& r3) {
     const float32x4x2_t t01 = vtrnq_f32(r0, r1);
     const float32x4x2_t t23 = vtrnq_f32(r2, r3);
-    r0 = vcombine_f32(vget_low_f32(t01.val[0]), vget_low_f32(t23.val[0]));
-    r1 = vcombine_f32(vget_low_f32(t01.val[1]), vget_low_f32(t23.val[1]));
-    r2 = vcombine_f32(vget_high_f32(t01.val[0]), vget_high_f32(t23.val[0]));
-    r3 = vcombine_f32(vget_high_f32(t01.val[1]), vget_high_f32(t23.val[1]));
+    r0 = t01.val[0];
+    r1 = t01.val[1];
+    r2 = t23.val[0];
+    r3 = t23.val[1];
+    // No intrinsic exchanges the halves; written with vcombine_f32, GCC moves six of them instead.
+    __asm__("vswp %f0, %e1" : "+w"(r0), "+w"(r2));
+    __asm__("vswp %f0, %e1" : "+w"(r1), "+w"(r3));
 }
 
 #else

@@ -4,6 +4,7 @@
 // the compiler would turn their operators into scalar code on NEON.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -59,22 +60,37 @@ inline Vector<Element> load(const Element* source) {
     return result;
 }
 
-// Loads 16 bytes and moves the pointer behind them. For a sequential walk on NEON, whose loads can
-// move their address but have no offsets: an address that the compiler cannot see through keeps it
-// from making offsets of a chain of them.
+template <typename Element>
+inline void store(Element* target, Vector<Element> value) {
+    std::memcpy(target, &value, sizeof(value));
+}
+
+// For sequential walks: each moves the pointer on. NEON loads and stores can move their address, by
+// 16 bytes or by a register, but have no offsets; the compiler would make offsets of a chain of
+// moves that it sees through, and a separate addition of each.
+template <typename Word>
+inline void keep_in_register(Word& word) {
+#if defined(__ARM_NEON)
+    __asm__("" : "+r"(word));
+#else
+    static_cast<void>(word);
+#endif
+}
+
 template <typename Element>
 inline Vector<Element> load_next(const Element*& source) {
     const Vector<Element> result = load(source);
     source += LANES<Element>;
-#if defined(__ARM_NEON)
-    __asm__("" : "+r"(source));
-#endif
+    keep_in_register(source);
     return result;
 }
 
+// `step` in elements; a constant one belongs into a variable that is kept in a register.
 template <typename Element>
-inline void store(Element* target, Vector<Element> value) {
-    std::memcpy(target, &value, sizeof(value));
+inline void store_next(Element*& target, Vector<Element> value, ptrdiff_t step) {
+    store(target, value);
+    target += step;
+    keep_in_register(target);
 }
 
 // The first `count` lanes, for what is left of a row; the other lanes are zeros, and nothing behind
