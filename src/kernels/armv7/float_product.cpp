@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #include "kernels/armv7/float_small.h"
 #include "kernels/armv7/float_tile.h"
+#include "kernels/matrix_mul_args.h"
 #include "kernels/panel_packing.h"
 #include "kernels/simd/f32x4.h"
 

@@ -8,8 +8,6 @@
 
 #include <cstddef>
 
-#include "kernels/matrix_mul_args.h"
-
 namespace kern::armv7 {
 
 enum class StorageOrder { ROW_MAJOR, COLUMN_MAJOR };

@@ -1,7 +1,6 @@
 #include "kernels/armv7/float_small.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "kernels/matrix_mul_args.h"
 #include "kernels/simd/f32x4.h"
