@@ -30,8 +30,10 @@ public:
     const Param& param() const { return m_param; }
 
     // A is {M, K}, B {K, N}, C {M, N} after the transpositions. Rows may be padded: the last axis
-    // has stride 1 and the first at least the row's length. The products of one element of C are
-    // added in the order of increasing k into one accumulator, at every level of this operator.
+    // has stride 1 and the first at least the row's length. The products of floats in one element
+    // of C are added in the order of increasing k into one accumulator, at every level. Sums of
+    // integers wrap around, and have the same bits at every level but armv7: see
+    // armv7/int8_product.h.
     virtual void exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                       const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
@@ -42,11 +44,11 @@ public:
     static TensorShape deduce_shape(const Param& param, const TensorShape& a, const TensorShape& b);
     static DTypeEnum deduce_dtype(MatrixMulDataType data_type, DTypeEnum operands);
 
-protected:
-    // Stops the process on arguments that the operator does not define.
+    // What `exec` begins with: stops the process on arguments that the operator does not define.
     void check_exec(const TensorLayout& a, const TensorLayout& b, const TensorLayout& c,
                     size_t workspace_size);
 
+protected:
     Param m_param;
 };
 

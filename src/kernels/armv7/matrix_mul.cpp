@@ -1,8 +1,48 @@
 #include "kernels/armv7/matrix_mul.h"
 
 #include "kernels/armv7/float_product.h"
+#include "kernels/armv7/int8_product.h"
+#include "kernels/armv7/int8_to_int16_product.h"
 
 namespace kern::armv7 {
+
+void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
+                         const Workspace& workspace) {
+    check_exec(a.layout, b.layout, c.layout, workspace.size);
+    switch (path(a.layout, c.layout)) {
+        case Path::INT8_TO_INT16:
+            dispatch([args = MatrixMulArgs(m_param, a, b, c), areas = workspace.raw_ptr] {
+                int8_to_int16_product(args, areas);
+            });
+            return;
+        case Path::INT8:
+            return exec_int8(a, b, c, workspace);
+        case Path::FALLBACK:
+            return fallback::MatrixMulImpl::exec(a, b, c, workspace);
+    }
+}
+
+size_t MatrixMulImpl::workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
+                                         const TensorLayout& c) {
+    switch (path(a, c)) {
+        case Path::INT8_TO_INT16:
+            return int8_to_int16_product_workspace(c[0], c[1], a[1]);
+        case Path::INT8:
+            return int8_workspace_in_bytes(a, c);
+        default:
+            return fallback::MatrixMulImpl::workspace_in_bytes(a, b, c);
+    }
+}
+
+// The fallback level asks for short products and for floats itself, in this order.
+MatrixMulImpl::Path MatrixMulImpl::path(const TensorLayout& a, const TensorLayout& c) const {
+    if (can_accumulate_rows(a, c))
+        return Path::FALLBACK;
+    if (m_param.data_type == MatrixMulDataType::INT8_TO_INT16 && !m_param.transpose_a &&
+        !m_param.transpose_b)
+        return Path::INT8_TO_INT16;
+    return can_run_int8() ? Path::INT8 : Path::FALLBACK;
+}
 
 void MatrixMulImpl::exec_float(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                                const Workspace& workspace) {
@@ -23,6 +63,21 @@ void MatrixMulImpl::exec_float(const RawTensor& a, const RawTensor& b, const Raw
 
 size_t MatrixMulImpl::float_workspace_in_bytes(const TensorLayout&, const TensorLayout&) const {
     return FLOAT_PRODUCT_WORKSPACE;
+}
+
+void MatrixMulImpl::exec_int8(const RawTensor& a, const RawTensor& b, const RawTensor& c,
+                              const Workspace& workspace) {
+    dispatch([args = MatrixMulArgs(m_param, a, b, c), panels = workspace.raw_ptr] {
+        int8_product(args, panels);
+    });
+}
+
+size_t MatrixMulImpl::int8_workspace_in_bytes(const TensorLayout& a, const TensorLayout& c) const {
+    return int8_product_workspace(c[0], c[1], a[m_param.transpose_a ? 0 : 1]);
+}
+
+bool MatrixMulImpl::can_run_int8() const {
+    return m_param.data_type == MatrixMulDataType::INT8_TO_INT32;
 }
 
 }  // namespace kern::armv7
