@@ -1,0 +1,145 @@
+#include "kernels/batched_matrix_mul.h"
+
+#include "tests/kernels/matrix_mul_test_util.h"
+
+namespace kern_test {
+namespace {
+
+// Keeps what it is given until it is told to run it, as a queue with a worker may.
+class HoldingDispatcher final : public kern::CpuDispatcher {
+public:
+    void dispatch(kern::Task&& task) override {
+        ++m_nr_dispatched;
+        m_tasks.push_back(std::move(task));
+    }
+    void sync() override {
+        for (const kern::Task& task : m_tasks)
+            task();
+        m_tasks.clear();
+    }
+
+private:
+    std::vector<kern::Task> m_tasks;
+};
+
+// `gap` elements between the batches; a negative one puts all batches in one place.
+TensorLayout batched(size_t count, const TensorLayout& matrix, ptrdiff_t gap) {
+    TensorLayout layout = matrix;
+    const auto matrix_span = static_cast<ptrdiff_t>(matrix[0]) * matrix.stride[0];
+    layout.ndim = 3;
+    for (size_t axis = 2; axis > 0; --axis) {
+        layout[axis] = matrix[axis - 1];
+        layout.stride[axis] = matrix.stride[axis - 1];
+    }
+    layout[0] = count;
+    layout.stride[0] = gap < 0 ? 0 : matrix_span + gap;
+    return layout;
+}
+
+RawTensor matrix_of(const RawTensor& batches, size_t batch) {
+    const auto bytes = static_cast<ptrdiff_t>(batches.layout.dtype.element_bytes());
+    return {
+        batches.ptr<uint8_t>() + static_cast<ptrdiff_t>(batch) * batches.layout.stride[0] * bytes,
+        batches.layout.remove_axis(0)};
+}
+
+TEST(BatchedMatrixMul, IsTheProductOfEachBatch) {
+    const struct {
+        DType in, out;
+        MatrixMulDataType data_type;
+    } kinds[] = {{DType::Float32(), DType::Float32(), MatrixMulDataType::DEFAULT},
+                 {DType::Int8(), DType::Int16(), MatrixMulDataType::INT8_TO_INT16},
+                 {DType::Int8(), DType::Int32(), MatrixMulDataType::INT8_TO_INT32}};
+    std::mt19937 random(21);
+    for (const auto& kind : kinds) {
+        for (int flags = 0; flags < 4; ++flags) {
+            for (size_t count : Sizes{0, 1, 3}) {
+                const Problem problem{5, 9, 17, (flags & 1) != 0, (flags & 2) != 0, 2};
+                Tensor a(batched(count, problem.a(kind.in), 4)),
+                    b(batched(count, problem.b(kind.in), -1));
+                a.fill_integers(random, -100, 100);
+                b.fill_integers(random, -100, 100);
+                const Tensor wanted(batched(count, problem.c(kind.out), 7));
+                const auto naive = make_handle(NAIVE);
+                const auto single = naive->create_operator<kern::MatrixMul>();
+                single->param() = {problem.transpose_a, problem.transpose_b, kind.data_type};
+                for (size_t n = 0; n < count; ++n)
+                    single->exec(matrix_of(a.raw(), n), matrix_of(b.raw(), n),
+                                 matrix_of(wanted.raw(), n), {});
+                for (kern::HandleLevel level : LEVELS) {
+                    const auto dispatcher = std::make_shared<HoldingDispatcher>();
+                    const auto handle =
+                        kern::make_handle_of_level({kern::Platform::CPU, dispatcher}, level);
+                    const auto op = handle->create_operator<kern::BatchedMatrixMul>();
+                    op->param() = single->param();
+                    const Tensor c(wanted.layout());
+                    const size_t bytes = op->workspace_in_bytes(a.layout(), b.layout(), c.layout());
+                    const GuardedBuffer workspace(bytes);
+                    op->exec(a.raw(), b.raw(), c.raw(), {workspace.data(), bytes});
+                    // A task runs with the parameters of its call.
+                    op->param() = {!problem.transpose_a, !problem.transpose_b, kind.data_type};
+                    op->workspace_in_bytes(batched(count, problem.b(kind.in), 0),
+                                           batched(count, problem.a(kind.in), 0), c.layout());
+                    EXPECT_EQ(dispatcher->get_nr_dispatched(), level == NAIVE ? count : 1);
+                    dispatcher->sync();
+                    EXPECT_EQ(c.bytes(), wanted.bytes())
+                        << problem.text() << " " << kind.out.name() << " batches " << count
+                        << " level " << level_name(level);
+                }
+            }
+        }
+    }
+}
+
+TEST(BatchedMatrixMul, WorkspaceIsThatOfTheInnerProduct) {
+    const Problem problem{5, 9, 17, false, true, 0};
+    const DType f = DType::Float32();
+    const auto inner = kern::inplace_handle()->create_operator<kern::MatrixMul>();
+    inner->param().transpose_b = true;
+    const size_t bytes = inner->workspace_in_bytes(problem.a(f), problem.b(f), problem.c(f));
+    EXPECT_GT(bytes, 0u);
+    for (kern::HandleLevel level : LEVELS) {
+        const auto handle = make_handle(level);
+        const auto op = handle->create_operator<kern::BatchedMatrixMul>();
+        op->param().transpose_b = true;
+        EXPECT_FALSE(op->is_thread_safe());
+        EXPECT_EQ(op->workspace_in_bytes(batched(2, problem.a(f), 0), batched(2, problem.b(f), 0),
+                                         batched(2, problem.c(f), 0)),
+                  level == NAIVE ? 0 : bytes);
+    }
+    EXPECT_TRUE(kern::BatchedMatrixMul::deduce_shape({false, true}, {2, 5, 17}, {2, 9, 17})
+                    .same_shape({2, 5, 9}));
+}
+
+TEST(BatchedMatrixMul, WrongArgumentsStopTheProcess) {
+    const DType f = DType::Float32();
+    std::vector<uint8_t> memory(size_t{1} << 21);
+    for (kern::HandleLevel level : LEVELS) {
+        const auto dispatcher = std::make_shared<HoldingDispatcher>();
+        const auto handle = kern::make_handle_of_level({kern::Platform::CPU, dispatcher}, level);
+        const auto op = handle->create_operator<kern::BatchedMatrixMul>();
+        const auto exec = [&](const TensorShape& a, const TensorShape& b, const TensorLayout& c) {
+            op->exec({memory.data(), TensorLayout(a, f)},
+                     {memory.data() + 1024, TensorLayout(b, f)}, {memory.data() + 2048, c},
+                     {memory.data() + 4096, memory.size() - 4096});
+        };
+        const TensorShape square{2, 4, 4};
+        exec(square, square, TensorLayout(square, f));
+        // Refused by the call itself, before any task is made.
+        EXPECT_DEATH(exec({4, 4}, {4, 4}, TensorLayout({4, 4}, f)), "");
+        EXPECT_DEATH(exec(square, {1, 4, 4}, TensorLayout(square, f)), "");
+        EXPECT_DEATH(exec(square, square, TensorLayout({3, 4, 4}, f)), "");
+        EXPECT_DEATH(exec(square, {2, 5, 4}, TensorLayout(square, f)), "");
+        EXPECT_DEATH(exec(square, square, TensorLayout(square, DType::Int32())), "");
+        if (level != NAIVE) {
+            EXPECT_DEATH(op->exec({memory.data(), TensorLayout(square, f)},
+                                  {memory.data(), TensorLayout(square, f)},
+                                  {memory.data(), TensorLayout(square, f)}, {memory.data(), 10}),
+                         "");
+        }
+    }
+    EXPECT_DEATH(kern::BatchedMatrixMul::deduce_shape({}, {2, 4, 4}, {3, 4, 4}), "");
+}
+
+}  // namespace
+}  // namespace kern_test
