@@ -1,5 +1,6 @@
 // A group in its plainest form: a vector of rows, scored one pair at a time in whole numbers. With
-// features of small integers every raw score is exact, so the library must agree bit for bit.
+// features of small integers every raw score is exact, so the library must agree bit for bit. On
+// Arm its products of bytes have a wrap of their own, which the model has there too.
 #pragma once
 
 #include <algorithm>
@@ -74,9 +75,22 @@ private:
         return sum;
     }
 
+    // The armv7 level adds the products of positions k and k + 8 of each 16 in 16 bits.
+    static int product_of_bytes(const std::vector<int>& a, const std::vector<int>& b) {
+        int sum = dot(a, b);
+#if defined(__ARM_NEON)
+        const auto extreme = [&](size_t k) { return a[k] == -128 && b[k] == -128; };
+        for (size_t k = 0; k + 8 < a.size(); ++k) {
+            if (k % 16 < 8 && extreme(k) && extreme(k + 8))
+                sum -= 65536;
+        }
+#endif
+        return sum;
+    }
+
     float raw(const std::vector<int>& a, const std::vector<int>& b) const {
         if (is_int8)
-            return static_cast<float>(dot(a, b) - dot(a, a) / 2 - dot(b, b) / 2);
+            return static_cast<float>(product_of_bytes(a, b) - dot(a, a) / 2 - dot(b, b) / 2);
         const int d2 = dot(a, a) - 2 * dot(a, b) + dot(b, b);
         // Of equal features, half squares subtracted from a product leave a positive zero.
         return d2 == 0 ? 0.0f : -0.5f * static_cast<float>(d2);

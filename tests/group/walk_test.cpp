@@ -98,6 +98,7 @@ private:
     size_t below(size_t n) { return m_random() % n; }
 
     // Of one stored row in three the feature comes again; in few dimensions the others repeat too.
+    // Of the bytes some features have many of the least, whose products are the largest.
     std::vector<int> feature() {
         if (!m_model.rows.empty() && below(3) == 0)
             return m_model.rows[below(m_model.rows.size())].feature;
@@ -105,6 +106,9 @@ private:
         for (int& value : values)
             value = m_shape.is_int8 ? static_cast<int>(below(256)) - 128
                                     : static_cast<int>(below(9)) - 4;
+        if (m_shape.is_int8 && values[0] < -64)
+            std::replace_if(
+                values.begin(), values.end(), [](int value) { return value % 2 != 0; }, -128);
         return values;
     }
 
