@@ -40,10 +40,12 @@ void run(const Case& item) {
 }  // namespace
 
 int main() {
-    const DType f32 = DType::Float32();
+    const DType f32 = DType::Float32(), i8 = DType::Int8(), i32 = DType::Int32();
     const Case cases[] = {
         {1, 16, 1024, 256, MatrixMulDataType::DEFAULT, f32, f32},
         {2, 1, 1024, 256, MatrixMulDataType::DEFAULT, f32, f32},
+        {3, 16, 1024, 256, MatrixMulDataType::INT8_TO_INT32, i8, i32},
+        {4, 1, 1024, 256, MatrixMulDataType::INT8_TO_INT32, i8, i32},
     };
     for (const Case& item : cases)
         run(item);
