@@ -95,8 +95,15 @@ void fill_inputs(std::vector<std::unique_ptr<Tensor>>& inputs, uint32_t mode, DT
     }
 }
 
+// The modes whose vector forms approximate; vector_math_test.cpp has their errors.
+bool is_approximate(kern::HandleLevel level, uint32_t mode, DType dtype) {
+    static const std::set<uint32_t> MODES = {6, 12, 14, 40};
+    return level == ARMV7 && dtype == DType::Float32() && MODES.count(mode) != 0;
+}
+
+// `units` is the error that is allowed in units of the last place.
 void expect_reference(uint32_t mode, const std::vector<std::unique_ptr<Tensor>>& inputs,
-                      const Tensor& output) {
+                      const Tensor& output, double units) {
     const DType dtype = output.layout().dtype;
     for (size_t i = 0; i < output.layout().element_count(); ++i) {
         double v[4] = {};
@@ -107,7 +114,7 @@ void expect_reference(uint32_t mode, const std::vector<std::unique_ptr<Tensor>>&
             const double wanted = reference_float(mode, v[0], v[1], v[2], v[3]);
             const double unit = dtype == DType::Float32() ? 0x1p-23 : 0x1p-10;
             // Cancelling forms lose some units of their terms, which are below 8 here.
-            const double tolerance = unit * (8 + 2 * std::fabs(wanted));
+            const double tolerance = unit * units * (4 + std::fabs(wanted));
             ASSERT_TRUE(std::isnan(wanted) ? std::isnan(got) : std::fabs(got - wanted) <= tolerance)
                 << "mode " << mode << " " << dtype.name() << " of " << v[0] << " " << v[1] << " "
                 << v[2] << ": " << got << " instead of " << wanted;
@@ -146,14 +153,22 @@ TEST_P(ElementwiseModes, EveryLevelDtypeAndFormGivesTheFormula) {
                 raw_inputs.push_back(inputs.back()->raw());
             }
             fill_inputs(inputs, mode, dtype, random);
-            const Tensor naive(shape, dtype), fallback(shape, dtype);
+            const Tensor naive(shape, dtype);
             run(NAIVE, mode, raw_inputs, naive.raw());
-            run(FALLBACK, mode, raw_inputs, fallback.raw());
-            expect_reference(mode, inputs, naive);
-            if (HasFatalFailure())
-                return;
-            ASSERT_EQ(naive.bytes(), fallback.bytes())
-                << "mode " << mode << " " << dtype.name() << " " << shape.to_string();
+            expect_reference(mode, inputs, naive, 2);
+            for (kern::HandleLevel level : {FALLBACK, ARMV7}) {
+                if (HasFatalFailure())
+                    return;
+                const Tensor output(shape, dtype);
+                run(level, mode, raw_inputs, output.raw());
+                if (is_approximate(level, mode, dtype)) {
+                    expect_reference(mode, inputs, output, 64);
+                    continue;
+                }
+                ASSERT_EQ(naive.bytes(), output.bytes())
+                    << level_name(level) << ", mode " << mode << " " << dtype.name() << " "
+                    << shape.to_string();
+            }
             if (raw_inputs[0].layout.is_dense() && raw_inputs[0].layout.same_shape(shape)) {
                 run(FALLBACK, mode, raw_inputs, raw_inputs[0]);
                 ASSERT_EQ(inputs[0]->bytes(), naive.bytes()) << "in place, mode " << mode;
@@ -224,9 +239,11 @@ TEST(Elementwise, ExtremeValues) {
                 arity == 1 ? std::vector<RawTensor>{x.raw()}
                            : std::vector<RawTensor>{x.raw(), y.raw()},
                 out.raw());
+            // Vectors may give a denormal number, or flush it, where the formula gives 0.
             for (size_t i : Sizes{0, 19})
                 EXPECT_TRUE(out.get(i) == c.result ||
-                            (std::isnan(out.get(i)) && std::isnan(c.result)))
+                            (std::isnan(out.get(i)) && std::isnan(c.result)) ||
+                            (c.mode == 12 && std::fabs(out.get(i) - c.result) < 0x1p-126))
                     << "mode " << c.mode << " of " << c.x << ", " << c.y << ": " << out.get(i);
         }
     }
@@ -247,13 +264,13 @@ TEST(Elementwise, WrongArgumentsStopTheProcess) {
     EXPECT_DEATH(run(FALLBACK, add, {x.raw(), n.raw()}, x.raw()), "");
     EXPECT_DEATH(run(FALLBACK, add, {x.raw(), x.raw()}, n.raw()), "");
     EXPECT_DEATH(run(FALLBACK, add, {x.raw(), column.raw()}, column.raw()), "");
-    EXPECT_DEATH(run(FALLBACK, add, {empty.raw(), empty.raw()}, empty.raw()), "");
     EXPECT_DEATH(run(FALLBACK, 2, {n.raw()}, n.raw()), "");
     EXPECT_DEATH(run(FALLBACK, 32, {x.raw(), x.raw()}, x.raw()), "");
     EXPECT_DEATH(run(FALLBACK, 44, {x.raw(), x.raw()}, x.raw()), "");
     // Of two fused products, the pairs of factors must match.
     EXPECT_DEATH(run(FALLBACK, 36, {x.raw(), column.raw(), x.raw(), x.raw()}, x.raw()), "");
     for (kern::HandleLevel level : LEVELS) {
+        EXPECT_DEATH(run(level, add, {empty.raw(), empty.raw()}, empty.raw()), "");
         Tensor zero({2, 3}, i);
         zero.fill([] { return 0; });
         EXPECT_DEATH(run(level, 17, {n.raw(), zero.raw()}, n.raw()), "");

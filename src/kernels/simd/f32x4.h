@@ -37,8 +37,11 @@ inline F32x4 add_product_lane(F32x4 sum, F32x4 a, F32x4 b) {
                     : vmlaq_lane_f32(sum, a, vget_high_f32(b), LANE & 1);
 }
 // All bits set in the lanes where a > b; in no lane that holds a NaN.
+// Written in assembly, because GCC 12 turns the intrinsic into four scalar comparisons.
 inline I32x4 greater(F32x4 a, F32x4 b) {
-    return vreinterpretq_s32_u32(vcgtq_f32(a, b));
+    I32x4 mask;
+    asm("vcgt.f32 %q0, %q1, %q2" : "=w"(mask) : "w"(a), "w"(b));
+    return mask;
 }
 
 // Lane j of row i becomes lane i of row j.
@@ -98,7 +101,11 @@ inline F32x4 zero() {
 
 // Lanes of `a` where the mask's bits are set, of `b` elsewhere.
 inline F32x4 select(I32x4 mask, F32x4 a, F32x4 b) {
+#if defined(__ARM_NEON)
+    return vbslq_f32(vreinterpretq_u32_s32(mask), a, b);
+#else
     return bit_cast<F32x4>((mask & bit_cast<I32x4>(a)) | (~mask & bit_cast<I32x4>(b)));
+#endif
 }
 
 }  // namespace kern::simd

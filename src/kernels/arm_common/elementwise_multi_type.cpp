@@ -1,0 +1,191 @@
+#include "kernels/arm_common/elementwise_multi_type.h"
+
+#include "kernels/arm_common/vector_loop.h"
+#include "kernels/elementwise_multi_type_rules.h"
+#include "kernels/format.h"
+#include "kernels/simd/f32x4_functions.h"
+
+namespace kern::arm_common {
+namespace {
+
+using multi_type::QuantisedAdd;
+using multi_type::ShiftTo;
+using simd::F32x4;
+using simd::I32x4;
+
+struct I32x8 {
+    I32x4 first;
+    I32x4 last;
+};
+
+inline simd::I16x8 load_eight_int16(const int8_t* source) {
+    return simd::to_int16(simd::load_eight(source));
+}
+inline simd::I16x8 load_eight_int16(const int16_t* source) {
+    return simd::load(source);
+}
+inline void store_saturated(int8_t* target, simd::I16x8 value) {
+    simd::store_eight(target, simd::saturate_to_int8(value));
+}
+inline void store_saturated(uint8_t* target, simd::I16x8 value) {
+    const simd::I8x8 bytes = simd::saturate_to_uint8(value);
+    std::memcpy(target, &bytes, sizeof(bytes));
+}
+inline void store_saturated(int16_t* target, simd::I16x8 value) {
+    simd::store(target, value);
+}
+
+// Eight elements of any width in 32-bit lanes; saturated to the width when stored.
+template <typename T>
+struct WidePacket {
+    using Element = T;
+    using Value = I32x8;
+    static constexpr size_t WIDTH = 8;
+
+    static Value load(const T* source) {
+        if constexpr (sizeof(T) == 4) {
+            return {simd::load(source), simd::load(source + 4)};
+        } else {
+            const simd::I16x8 values = load_eight_int16(source);
+            return {simd::first_to_int32(values), simd::last_to_int32(values)};
+        }
+    }
+    static void store(T* target, Value value) {
+        if constexpr (sizeof(T) == 4) {
+            simd::store(target, value.first);
+            simd::store(target + 4, value.last);
+        } else {
+            store_saturated(target, simd::saturate_to_int16(value.first, value.last));
+        }
+    }
+};
+
+// multi_type::rounding_shift_right of vectors.
+class RoundingShift {
+public:
+    explicit RoundingShift(int32_t count) {
+        const bool all_bits = static_cast<uint32_t>(count) >= 32;
+        const int32_t mask = all_bits ? 0 : static_cast<int32_t>((1u << count) - 1);
+        m_count = simd::broadcast(all_bits ? 31 : count);
+        m_mask = simd::broadcast(mask);
+        m_half = simd::broadcast(mask >> 1);
+    }
+
+    I32x8 operator()(I32x8 x) const { return {shift(x.first), shift(x.last)}; }
+
+private:
+    // A comparison that holds is -1.
+    I32x4 shift(I32x4 x) const {
+        const I32x4 zero{};
+        const I32x4 threshold = m_half - simd::greater(zero, x);
+        return (x >> m_count) - simd::greater(x & m_mask, threshold);
+    }
+
+    I32x4 m_count;
+    I32x4 m_mask;
+    I32x4 m_half;
+};
+
+template <typename Out, typename X, typename Count>
+void run(const ShiftTo<Out, X, Count>&, const BroadcastSet& inputs, void* output) {
+    const Stream<WidePacket<X>> x{static_cast<const X*>(inputs.views[0].raw_ptr)};
+    const RoundingShift shift(*static_cast<const Count*>(inputs.views[1].raw_ptr));
+    map_packets<WidePacket<Out>>(static_cast<Out*>(output), inputs.element_count, shift, x);
+}
+
+// The rule QuantisedAdd of vectors. The quotient is a division, because a product with the
+// reciprocal would round some sums to the other neighbour.
+template <bool RELU, typename Out>
+class VectorQuantisedAdd {
+public:
+    explicit VectorQuantisedAdd(const QuantisedAdd<RELU, Out>& rule)
+        : m_x_scale(simd::broadcast(rule.x_scale)),
+          m_y_scale(simd::broadcast(rule.y_scale)),
+          m_out_scale(simd::broadcast(rule.out_scale)),
+          m_least(simd::broadcast(int32_t{Limits::min()} - rule.zero_point)),
+          m_most(simd::broadcast(int32_t{Limits::max()} - rule.zero_point)),
+          m_zero_point(simd::broadcast(rule.zero_point)) {}
+
+    I32x8 operator()(I32x8 x, I32x8 y) const {
+        return {sum(x.first, y.first), sum(x.last, y.last)};
+    }
+
+private:
+    using Limits = std::numeric_limits<Out>;
+
+    I32x4 sum(I32x4 x, I32x4 y) const {
+        using namespace simd;
+        F32x4 real = add(mul(to_float(x), m_x_scale), mul(to_float(y), m_y_scale));
+        if (RELU)
+            real = select(greater(real, zero()), real, zero());
+        I32x4 q = round_to_int32(divide(real, m_out_scale));
+        q = select(greater(q, m_most), m_most, q);
+        q = select(greater(m_least, q), m_least, q);
+        return q + m_zero_point;
+    }
+
+    F32x4 m_x_scale, m_y_scale, m_out_scale;
+    I32x4 m_least, m_most, m_zero_point;
+};
+
+bool is_dense(const BroadcastView& view) {
+    return view.layout.is_dense_raw();
+}
+
+bool is_scalar(const BroadcastView& view) {
+    return view.layout.ndim == 1 && (view.layout.stride[0] == 0 || view.layout.shape[0] == 1);
+}
+
+template <bool RELU, typename Out>
+void run(QuantisedAdd<RELU, Out> rule, const BroadcastSet& inputs, void* output) {
+    using Packet = WidePacket<int8_t>;
+    auto* out = static_cast<Out*>(output);
+    auto* x = static_cast<const int8_t*>(inputs.views[0].raw_ptr);
+    auto* y = static_cast<const int8_t*>(inputs.views[1].raw_ptr);
+    if (is_dense(inputs.views[0]) && is_dense(inputs.views[1])) {
+        map_packets<WidePacket<Out>>(out, inputs.element_count, VectorQuantisedAdd(rule),
+                                     Stream<Packet>{x}, Stream<Packet>{y});
+        return;
+    }
+    if (is_scalar(inputs.views[0])) {
+        std::swap(x, y);
+        std::swap(rule.x_scale, rule.y_scale);
+    }
+    const I32x4 lanes = simd::broadcast(int32_t{*y});
+    map_packets<WidePacket<Out>>(out, inputs.element_count, VectorQuantisedAdd(rule),
+                                 Stream<Packet>{x}, Constant<I32x8>{{lanes, lanes}});
+}
+
+}  // namespace
+
+bool has_vector_form(ElementwiseMultiType::Mode mode, const BroadcastSet& inputs) {
+    using Mode = ElementwiseMultiType::Mode;
+    const BroadcastView& x = inputs.views[0];
+    const BroadcastView& y = inputs.views[1];
+    switch (mode) {
+        case Mode::SHIFT_TO_INT8:
+        case Mode::SHIFT_TO_INT16:
+            return is_dense(x) && is_scalar(y);
+        case Mode::QUANTISED_ADD:
+        case Mode::QUANTISED_ADD_RELU:
+            return (is_dense(x) && (is_dense(y) || is_scalar(y))) || (is_scalar(x) && is_dense(y));
+        default:
+            return false;
+    }
+}
+
+#define KERN_VECTOR_METHOD(NAME, method)                                                         \
+    void ElementwiseMultiTypeImpl::method(const BroadcastSet& inputs, const RawTensor& output) { \
+        if (!has_vector_form(Mode::NAME, inputs))                                                \
+            return fallback::ElementwiseMultiTypeImpl::method(inputs, output);                   \
+        multi_type::with_rule<Mode::NAME>(inputs, output.layout.dtype, [&](auto rule) {          \
+            dispatch([rule, inputs, out = output.raw_ptr] { run(rule, inputs, out); });          \
+        });                                                                                      \
+    }
+KERN_VECTOR_METHOD(SHIFT_TO_INT8, shift_to_int8)
+KERN_VECTOR_METHOD(SHIFT_TO_INT16, shift_to_int16)
+KERN_VECTOR_METHOD(QUANTISED_ADD, quantised_add)
+KERN_VECTOR_METHOD(QUANTISED_ADD_RELU, quantised_add_relu)
+#undef KERN_VECTOR_METHOD
+
+}  // namespace kern::arm_common

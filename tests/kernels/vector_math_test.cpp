@@ -1,0 +1,130 @@
+// The vector forms of exp, sigmoid, tanh and the rational tanh against their formulas in double
+// precision, over a grid and over the bit patterns of all magnitudes.
+#include <cfloat>
+#include <cmath>
+#include <functional>
+
+#include "kernels/elementwise.h"
+#include "tests/kernels/kernel_test_util.h"
+
+namespace kern_test {
+namespace {
+
+using kern::ElementwiseMode;
+
+std::vector<float> evaluate(ElementwiseMode mode, std::vector<float> x) {
+    const auto handle = make_handle(ARMV7);
+    const auto op = handle->create_operator<kern::Elementwise>();
+    op->param().mode = mode;
+    const TensorLayout layout({x.size()}, DType::Float32());
+    std::vector<float> result(x.size());
+    op->exec({{x.data(), layout}}, {result.data(), layout});
+    return result;
+}
+
+std::vector<float> sweep_points() {
+    constexpr size_t NR_POINTS = 1 << 18;
+    std::vector<float> points;
+    for (size_t i = 0; i < NR_POINTS; ++i) {
+        points.push_back(-90.0f + 180.0f * static_cast<float>(i) / NR_POINTS);
+        const auto bits = static_cast<uint32_t>(i * 16381);
+        float value;
+        std::memcpy(&value, &bits, sizeof(value));
+        points.push_back(std::fpclassify(value) == FP_NORMAL ? value : 0.0f);
+    }
+    return points;
+}
+
+struct Error {
+    double most = 0;
+    float at = 0;
+
+    void add(double error, float x) {
+        if (!(error <= most)) {
+            most = error;
+            at = x;
+        }
+    }
+};
+
+// The largest error, relative to results above `least_result` and absolute below (so always
+// absolute for infinity); `in_range` tells where the formula holds.
+Error largest_error(ElementwiseMode mode, double (*formula)(double), double least_result,
+                    const std::function<bool(float)>& in_range) {
+    const std::vector<float> points = sweep_points();
+    const std::vector<float> results = evaluate(mode, points);
+    Error result;
+    for (size_t i = 0; i < points.size(); ++i) {
+        if (!in_range(points[i]))
+            continue;
+        const double wanted = formula(static_cast<double>(points[i]));
+        const double error = std::fabs(static_cast<double>(results[i]) - wanted);
+        result.add(std::fabs(wanted) >= least_result ? error / std::fabs(wanted) : error,
+                   points[i]);
+    }
+    printf("[ error    ] %s: %.3g at %.9g\n", kern::ModeTrait::of(mode).name, result.most,
+           static_cast<double>(result.at));
+    return result;
+}
+
+TEST(VectorMath, ExpSigmoidTanhAndRationalTanh) {
+    const auto everywhere = [](float) { return true; };
+    // Below the smallest normal number a result may be 0, which the absolute error allows.
+    const auto exp_error = largest_error(
+        ElementwiseMode::EXP, [](double x) { return std::exp(x); }, static_cast<double>(FLT_MIN),
+        [](float x) { return x <= 88.37626f; });
+    EXPECT_LE(exp_error.most, 2.5e-7);
+    // Twice the smallest normal number has a reciprocal whose estimate is 0.
+    const auto sigmoid_error = largest_error(
+        ElementwiseMode::SIGMOID, [](double x) { return 1 / (std::exp(-x) + 1); },
+        4 * static_cast<double>(FLT_MIN), everywhere);
+    EXPECT_LE(sigmoid_error.most, 5e-7);
+    const auto tanh_error = largest_error(
+        ElementwiseMode::TANH, [](double x) { return std::tanh(x); }, INFINITY, everywhere);
+    EXPECT_LE(tanh_error.most, 2e-5);
+    // Behind the bound the cube overflows.
+    const auto rational_error = largest_error(
+        ElementwiseMode::RATIONAL_TANH,
+        [](double x) { return x * (27 + x * x) / (27 + 9 * x * x); }, static_cast<double>(FLT_MIN),
+        [](float x) { return std::fabs(x) < 6.9e12f && (x == 0 || std::fabs(x) > 1e-36f); });
+    EXPECT_LE(rational_error.most, 2e-5);
+}
+
+TEST(VectorMath, ClampsAndKeepsNan) {
+    const auto of = [](ElementwiseMode mode, float x) {
+        return evaluate(mode, std::vector<float>(4, x))[1];
+    };
+    const float at_limit = of(ElementwiseMode::EXP, 88.37626f);
+    for (float x : {88.4f, 1000.0f, INFINITY})
+        EXPECT_EQ(of(ElementwiseMode::EXP, x), at_limit);
+    EXPECT_EQ(of(ElementwiseMode::EXP, -88.4f), 0.0f);
+    EXPECT_EQ(of(ElementwiseMode::EXP, -INFINITY), 0.0f);
+    EXPECT_EQ(of(ElementwiseMode::EXP, 0.0f), 1.0f);
+    EXPECT_EQ(of(ElementwiseMode::SIGMOID, INFINITY), 1.0f);
+    EXPECT_LE(of(ElementwiseMode::SIGMOID, -INFINITY), FLT_MIN);
+    EXPECT_EQ(of(ElementwiseMode::TANH, INFINITY), 1.0f);
+    EXPECT_NEAR(of(ElementwiseMode::TANH, -INFINITY), -1.0f, 2e-5f);
+    for (auto mode : {ElementwiseMode::EXP, ElementwiseMode::SIGMOID, ElementwiseMode::TANH,
+                      ElementwiseMode::RATIONAL_TANH})
+        EXPECT_TRUE(std::isnan(of(mode, NAN)));
+}
+
+// Which place an element has must not show in its result. Only exp has another function for the
+// rest behind the last whole vector.
+TEST(VectorMath, TheRestIsComputedAsTheBodyIs) {
+    for (float x : {-3.7f, 0.3f, 2.9f}) {
+        for (auto mode :
+             {ElementwiseMode::SIGMOID, ElementwiseMode::TANH, ElementwiseMode::RATIONAL_TANH}) {
+            const std::vector<float> results = evaluate(mode, std::vector<float>(15, x));
+            EXPECT_EQ(results, std::vector<float>(15, results[0]));
+        }
+        const std::vector<float> powers = evaluate(ElementwiseMode::EXP, std::vector<float>(15, x));
+        EXPECT_EQ(std::vector<float>(powers.begin(), powers.begin() + 12),
+                  std::vector<float>(12, powers[0]));
+        EXPECT_EQ(std::vector<float>(powers.begin() + 12, powers.end()),
+                  std::vector<float>(3, static_cast<float>(std::exp(static_cast<double>(x)))));
+    }
+}
+
+}  // namespace
+}  // namespace kern_test
