@@ -12,6 +12,13 @@ namespace {
 
 using kern::ElementwiseMode;
 
+// Of a quotient by an estimate and one Newton step.
+#if defined(__ARM_NEON)
+constexpr double QUOTIENT_ERROR = 1.6e-5;
+#else
+constexpr double QUOTIENT_ERROR = 3e-7;
+#endif
+
 std::vector<float> evaluate(ElementwiseMode mode, std::vector<float> x) {
     const auto handle = make_handle(ARMV7);
     const auto op = handle->create_operator<kern::Elementwise>();
@@ -23,11 +30,11 @@ std::vector<float> evaluate(ElementwiseMode mode, std::vector<float> x) {
 }
 
 std::vector<float> sweep_points() {
-    constexpr size_t NR_POINTS = 1 << 18;
+    constexpr size_t NR_POINTS = 1 << 19;
     std::vector<float> points;
     for (size_t i = 0; i < NR_POINTS; ++i) {
         points.push_back(-90.0f + 180.0f * static_cast<float>(i) / NR_POINTS);
-        const auto bits = static_cast<uint32_t>(i * 16381);
+        const auto bits = static_cast<uint32_t>(i * 8191);
         float value;
         std::memcpy(&value, &bits, sizeof(value));
         points.push_back(std::fpclassify(value) == FP_NORMAL ? value : 0.0f);
@@ -73,21 +80,21 @@ TEST(VectorMath, ExpSigmoidTanhAndRationalTanh) {
     const auto exp_error = largest_error(
         ElementwiseMode::EXP, [](double x) { return std::exp(x); }, static_cast<double>(FLT_MIN),
         [](float x) { return x <= 88.37626f; });
-    EXPECT_LE(exp_error.most, 2.5e-7);
+    EXPECT_LE(exp_error.most, 1e-7);
     // Twice the smallest normal number has a reciprocal whose estimate is 0.
     const auto sigmoid_error = largest_error(
         ElementwiseMode::SIGMOID, [](double x) { return 1 / (std::exp(-x) + 1); },
         4 * static_cast<double>(FLT_MIN), everywhere);
-    EXPECT_LE(sigmoid_error.most, 5e-7);
+    EXPECT_LE(sigmoid_error.most, 2.5e-7);
     const auto tanh_error = largest_error(
         ElementwiseMode::TANH, [](double x) { return std::tanh(x); }, INFINITY, everywhere);
-    EXPECT_LE(tanh_error.most, 2e-5);
+    EXPECT_LE(tanh_error.most, QUOTIENT_ERROR);
     // Behind the bound the cube overflows.
     const auto rational_error = largest_error(
         ElementwiseMode::RATIONAL_TANH,
         [](double x) { return x * (27 + x * x) / (27 + 9 * x * x); }, static_cast<double>(FLT_MIN),
         [](float x) { return std::fabs(x) < 6.9e12f && (x == 0 || std::fabs(x) > 1e-36f); });
-    EXPECT_LE(rational_error.most, 2e-5);
+    EXPECT_LE(rational_error.most, QUOTIENT_ERROR);
 }
 
 TEST(VectorMath, ClampsAndKeepsNan) {
@@ -103,7 +110,7 @@ TEST(VectorMath, ClampsAndKeepsNan) {
     EXPECT_EQ(of(ElementwiseMode::SIGMOID, INFINITY), 1.0f);
     EXPECT_LE(of(ElementwiseMode::SIGMOID, -INFINITY), FLT_MIN);
     EXPECT_EQ(of(ElementwiseMode::TANH, INFINITY), 1.0f);
-    EXPECT_NEAR(of(ElementwiseMode::TANH, -INFINITY), -1.0f, 2e-5f);
+    EXPECT_NEAR(static_cast<double>(of(ElementwiseMode::TANH, -INFINITY)), -1, QUOTIENT_ERROR);
     for (auto mode : {ElementwiseMode::EXP, ElementwiseMode::SIGMOID, ElementwiseMode::TANH,
                       ElementwiseMode::RATIONAL_TANH})
         EXPECT_TRUE(std::isnan(of(mode, NAN)));
