@@ -4,37 +4,18 @@
 
 #include "kernels/check.h"
 #include "kernels/checked_math.h"
+#include "kernels/handle.h"
+#include "kernels/image_format.h"
 
 namespace kern {
 namespace {
-
-// Merges neighbouring axes whose strides continue each other; at least two axes are left.
-void merge_axes(TensorLayout& layout) {
-    for (size_t axis = layout.ndim - 1; axis-- > 0;) {
-        const ptrdiff_t inner = layout.stride[axis + 1];
-        if (layout.stride[axis] != inner * static_cast<ptrdiff_t>(layout.shape[axis + 1]))
-            continue;
-        layout.shape[axis] = checked_mul(layout.shape[axis], layout.shape[axis + 1]);
-        layout.stride[axis] = inner;
-        layout.remove_axis_inplace(axis + 1);
-    }
-}
 
 class DefaultFormat final : public TensorFormat {
 public:
     DefaultFormat() : TensorFormat(Type::DEFAULT) {}
 
     size_t fill_strides(TensorLayout& layout) const override {
-        if (layout.ndim == 0)
-            return 0;
-        KERN_CHECK(layout.ndim <= TensorShape::MAX_NDIM);
-        size_t product = 1;
-        for (size_t axis = layout.ndim; axis-- > 0;) {
-            KERN_CHECK(product <= static_cast<size_t>(PTRDIFF_MAX));
-            layout.stride[axis] = static_cast<ptrdiff_t>(product);
-            product = checked_mul(product, layout.shape[axis]);
-        }
-        return product;
+        return fill_dense_strides(layout, 0, 1);
     }
 
     bool is_dense(const TensorLayout& layout) const override { return layout.is_dense_raw(); }
@@ -54,7 +35,7 @@ public:
             if (result.shape[0] <= 1)
                 result.stride[0] = 1;
         } else {
-            merge_axes(result);
+            merge_axes(result, 0, result.ndim);
         }
         return result;
     }
@@ -94,18 +75,55 @@ std::string TensorFormat::serialize() const {
     return text;
 }
 
+size_t TensorFormat::fill_dense_strides(TensorLayout& layout, size_t row_axis, size_t row_unit) {
+    if (layout.ndim == 0)
+        return 0;
+    KERN_CHECK(layout.ndim <= TensorShape::MAX_NDIM);
+    size_t product = 1;
+    for (size_t axis = layout.ndim; axis-- > 0;) {
+        KERN_CHECK(product <= static_cast<size_t>(PTRDIFF_MAX));
+        layout.stride[axis] = static_cast<ptrdiff_t>(product);
+        product = checked_mul(product, layout.shape[axis]);
+        if (axis == row_axis)
+            product = round_up(product, row_unit);
+    }
+    return product;
+}
+
+size_t TensorFormat::merge_axes(TensorLayout& layout, size_t first, size_t end) {
+    const size_t ndim = layout.ndim;
+    for (size_t axis = end - 1; axis-- > first;) {
+        const ptrdiff_t inner = layout.stride[axis + 1];
+        if (layout.stride[axis] != inner * static_cast<ptrdiff_t>(layout.shape[axis + 1]))
+            continue;
+        layout.shape[axis] = checked_mul(layout.shape[axis], layout.shape[axis + 1]);
+        layout.stride[axis] = inner;
+        layout.remove_axis_inplace(axis + 1);
+    }
+    return ndim - layout.ndim;
+}
+
 const TensorFormat* default_format() {
     static const auto* format = new DefaultFormat();  // outlives every static destructor
     return format;
 }
 
-const TensorFormat* deserialize_format(const std::string& bytes, const KernelHandle*) {
+const TensorFormat* deserialize_format(const std::string& bytes, const KernelHandle* handle) {
     uint32_t type_word = 0;
     KERN_CHECK(bytes.size() >= sizeof(type_word));
     std::memcpy(&type_word, bytes.data(), sizeof(type_word));
-    KERN_CHECK(type_word == static_cast<uint32_t>(TensorFormat::Type::DEFAULT));
-    KERN_CHECK(bytes.size() == sizeof(type_word));
-    return default_format();
+    const std::string payload = bytes.substr(sizeof(type_word));
+    switch (static_cast<TensorFormat::Type>(type_word)) {
+        case TensorFormat::Type::DEFAULT:
+            KERN_CHECK(payload.empty());
+            return default_format();
+        case TensorFormat::Type::IMAGE:
+            KERN_CHECK(payload.size() == 1 && handle);
+            return image_pack4_format(static_cast<uint8_t>(payload[0]),
+                                      handle->image_pitch_alignment());
+        default:
+            KERN_FAIL();
+    }
 }
 
 }  // namespace kern

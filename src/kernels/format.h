@@ -34,13 +34,20 @@ public:
 protected:
     explicit TensorFormat(Type type) : m_type(type) {}
 
+    // Strides of a dense tensor whose product of lengths is rounded up to `row_unit` once it holds
+    // the axes from `row_axis` on; returns the whole product.
+    static size_t fill_dense_strides(TensorLayout& layout, size_t row_axis, size_t row_unit);
+    // Merges those neighbours of the axes [first, end) whose strides continue each other. Returns
+    // how many axes are gone.
+    static size_t merge_axes(TensorLayout& layout, size_t first, size_t end);
+
 private:
     Type m_type;
 };
 
 const TensorFormat* default_format();
 // The format that `serialize` wrote; an unknown type or a wrong payload stops the process.
-// `handle` supplies what is not stored, such as the device's image row alignment.
+// `handle` supplies the row alignment of an image format, which is not stored.
 const TensorFormat* deserialize_format(const std::string& bytes, const KernelHandle* handle);
 
 }  // namespace kern

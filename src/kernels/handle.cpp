@@ -1,5 +1,6 @@
 #include "kernels/handle.h"
 
+#include <atomic>
 #include <cstdlib>
 
 #include "kernels/check.h"
@@ -13,6 +14,8 @@ constexpr HandleLevel BEST_LEVEL = HandleLevel::ARMV7;
 #else
 constexpr HandleLevel BEST_LEVEL = HandleLevel::FALLBACK;
 #endif
+
+std::atomic<size_t> naive_image_pitch_alignment{1};
 
 }  // namespace
 
@@ -38,13 +41,13 @@ KernelHandle::~KernelHandle() {
 
 size_t KernelHandle::image_pitch_alignment() const {
     KERN_CHECK(m_level == HandleLevel::NAIVE);
-    return 1;
+    return naive_image_pitch_alignment;
 }
 
 Relayout* KernelHandle::relayout_operator() {
     const std::lock_guard<std::mutex> lock(m_cached_operators_mutex);
     if (!m_relayout)
-        m_relayout = create_operator<Relayout>();
+        m_relayout = create_shared_relayout();
     return m_relayout.get();
 }
 
@@ -63,6 +66,11 @@ void KernelHandle::on_operator_destroyed(KernelOperator* op) const {
         std::abort();
     if (m_on_operator_destroyed)
         m_on_operator_destroyed(op);
+}
+
+void set_naive_image_pitch_alignment(size_t bytes) {
+    KERN_CHECK(bytes != 0 && (bytes & (bytes - 1)) == 0);
+    naive_image_pitch_alignment = bytes;
 }
 
 std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int debug_level) {

@@ -57,10 +57,13 @@ public:
     HandleLevel level() const { return m_level; }
     // Alignment in bytes that buffers of this device should have.
     virtual size_t alignment_requirement() const { return 32; }
-    // Alignment of image rows; only the naive level has one, elsewhere the call stops the process.
+    // Alignment of image rows in bytes; only the naive level has one, elsewhere the call stops the
+    // process.
     virtual size_t image_pitch_alignment() const;
     virtual bool layout_is_supported(const TensorLayout& layout) const { return layout.is_dense(); }
-    // The device's shared relayout operator, made at first use. Any thread.
+    // The device's shared relayout operator, made at first use. Any thread. It is of the fallback
+    // level even where a better one exists: it serves the copies between tensors of equal axis
+    // order, which are runs of contiguous memory.
     Relayout* relayout_operator();
 
     // A new operator of the best class that this handle's level has.
@@ -80,6 +83,7 @@ private:
     static constexpr uint32_t ALIVE = 0x8595e9d2;
 
     void on_operator_destroyed(KernelOperator* op) const;
+    std::unique_ptr<Relayout> create_shared_relayout();
 
     volatile uint32_t m_alive = ALIVE;  // volatile: the check must read it after destruction too
     ComputingHandle m_computing;
@@ -89,6 +93,10 @@ private:
     std::mutex m_cached_operators_mutex;
     std::unique_ptr<Relayout> m_relayout;
 };
+
+// What `image_pitch_alignment` of every naive handle gives from now on, 1 at the start; a power of
+// two. Any thread.
+void set_naive_image_pitch_alignment(size_t bytes);
 
 // A handle for the device, or null for a platform whose kernels live elsewhere. `debug_level` 0
 // takes the best level of this machine (armv7 where there is NEON, otherwise fallback), 1 fallback,

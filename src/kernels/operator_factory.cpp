@@ -40,4 +40,10 @@ namespace kern {
 #include "kernels/operator_table.inc"
 #undef KERN_OPERATOR
 
+std::unique_ptr<Relayout> KernelHandle::create_shared_relayout() {
+    if (m_level == HandleLevel::NAIVE)
+        return std::make_unique<naive::RelayoutImpl>(this);
+    return std::make_unique<fallback::RelayoutImpl>(this);
+}
+
 }  // namespace kern
