@@ -18,7 +18,7 @@ struct TypeTag {
 };
 
 // `function(TypeTag<T>{})` with the T that stores the dtype. Dtypes that are no plain numbers give
-// an empty result (a null kernel), as no arithmetic is defined for them yet.
+// an empty result (a null kernel).
 template <typename Function>
 auto with_number_type(DTypeEnum dtype, Function&& function) {
     using Result = decltype(function(TypeTag<float>{}));
@@ -37,6 +37,21 @@ auto with_number_type(DTypeEnum dtype, Function&& function) {
             return function(TypeTag<uint8_t>{});
         default:
             return Result();
+    }
+}
+
+// As `with_number_type`, and quantised types give the integers that they are stored as.
+template <typename Function>
+auto with_stored_type(DTypeEnum dtype, Function&& function) {
+    switch (dtype) {
+        case DTypeEnum::QUANTIZED8_ASYMM:
+            return function(TypeTag<uint8_t>{});
+        case DTypeEnum::QUANTIZED_S32:
+            return function(TypeTag<int32_t>{});
+        case DTypeEnum::QUANTIZED_S8:
+            return function(TypeTag<int8_t>{});
+        default:
+            return with_number_type(dtype, function);
     }
 }
 

@@ -1,6 +1,7 @@
 // The factory of operators, generated from the table of levels.
 #include "kernels/arm_common/elementwise.h"
 #include "kernels/arm_common/elementwise_multi_type.h"
+#include "kernels/arm_common/type_cvt.h"
 #include "kernels/armv7/matrix_mul.h"
 #include "kernels/check.h"
 #include "kernels/fallback/batched_matrix_mul.h"

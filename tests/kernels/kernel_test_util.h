@@ -50,7 +50,7 @@ inline const std::vector<DType>& number_types() {
 // Calls `function` with a value of the C++ type that stores the dtype.
 template <typename Function>
 void with_type(DType dtype, Function function) {
-    kern::with_number_type(dtype.enum_value(),
+    kern::with_stored_type(dtype.enum_value(),
                            [&](auto tag) { function(typename decltype(tag)::Type{}); });
 }
 

@@ -7,11 +7,13 @@ namespace {
 
 template <typename To, typename From>
 struct Kernel {
-    static void run(const void* src_ptr, void* dst_ptr, size_t count) {
-        const From* src = static_cast<const From*>(src_ptr);
-        To* dst = static_cast<To*>(dst_ptr);
+    static void run(const RawTensor& src, const RawTensor& dst) {
+        const ElementConversion<To, From> convert(dst.layout.dtype, src.layout.dtype);
+        const auto* from = src.ptr<const typename From::Stored>();
+        auto* to = dst.ptr<typename To::Stored>();
+        const size_t count = src.layout.element_count();
         for (size_t i = 0; i < count; ++i)
-            dst[i] = convert_element<To>(src[i]);
+            to[i] = convert(from[i]);
     }
 };
 
@@ -23,11 +25,8 @@ void TypeCvtImpl::exec(const RawTensor& src, const RawTensor& dst) {
         naive::TypeCvtImpl::exec(src, dst);
         return;
     }
-    const auto kernel =
-        select_type_cvt<Kernel>(dst.layout.dtype.enum_value(), src.layout.dtype.enum_value());
-    dispatch([kernel, from = src.raw_ptr, to = dst.raw_ptr, count = src.layout.element_count()] {
-        kernel(from, to, count);
-    });
+    const auto kernel = select_type_cvt<Kernel>(dst.layout.dtype, src.layout.dtype);
+    dispatch([kernel, src, dst] { kernel(src, dst); });
 }
 
 }  // namespace kern::fallback

@@ -8,12 +8,14 @@ namespace {
 
 template <typename To, typename From>
 struct Kernel {
-    static void run(const RawTensor& src, void* dst_ptr) {
+    static void run(const RawTensor& src, const RawTensor& dst) {
+        using FromStored = typename From::Stored;
+        const ElementConversion<To, From> convert(dst.layout.dtype, src.layout.dtype);
         const size_t count = src.layout.element_count();
-        TensorIterator<const From> from(src.ptr<const From>(), src.layout);
-        To* dst = static_cast<To*>(dst_ptr);
+        TensorIterator<const FromStored> from(src.ptr<const FromStored>(), src.layout);
+        auto* to = dst.ptr<typename To::Stored>();
         for (size_t i = 0; i < count; ++i, ++from)
-            dst[i] = convert_element<To>(*from);
+            to[i] = convert(*from);
     }
 };
 
@@ -23,9 +25,8 @@ void TypeCvtImpl::exec(const RawTensor& src, const RawTensor& dst) {
     check_exec(src.layout, dst.layout);
     if (src.layout.is_empty())
         return;
-    const auto kernel =
-        select_type_cvt<Kernel>(dst.layout.dtype.enum_value(), src.layout.dtype.enum_value());
-    dispatch([kernel, src, target = dst.raw_ptr] { kernel(src, target); });
+    const auto kernel = select_type_cvt<Kernel>(dst.layout.dtype, src.layout.dtype);
+    dispatch([kernel, src, dst] { kernel(src, dst); });
 }
 
 }  // namespace kern::naive
