@@ -2,6 +2,7 @@
 
 #include "kernels/check.h"
 #include "kernels/checked_math.h"
+#include "kernels/quantise.h"
 
 namespace kern {
 
@@ -30,6 +31,24 @@ void Reduce::check_exec(const TensorLayout& src, const TensorLayout& dst, size_t
     }
     KERN_CHECK(m_param.mode <= ReduceMode::MEAN);
     KERN_CHECK(workspace_in_bytes(src, dst) <= workspace_size);
+}
+
+DType Reduce::working_dtype(DType src) const {
+    if (m_param.data_type != ReduceDataType::DEFAULT)
+        return DType::Float32();
+    if (src.category() != DTypeCategory::QUANTISED)
+        return src;
+    switch (m_param.mode) {
+        case ReduceMode::SUM:
+        case ReduceMode::MEAN:
+            return DType::QuantizedS32(Quantisation::of(src).scale);
+        case ReduceMode::MIN:
+        case ReduceMode::MAX:
+            return src;  // elements are in the order of the numbers they stand for
+        default:
+            // A product of two elements has another scale than either.
+            return DType::Float32();
+    }
 }
 
 AxisSplit AxisSplit::of(const TensorLayout& layout, size_t axis) {

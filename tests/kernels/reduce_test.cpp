@@ -160,6 +160,89 @@ TEST(Reduce, WorkingTypeDecidesWhatIsRounded) {
     }
 }
 
+struct QuantisedType {
+    DType dtype;
+    float scale;
+    int zero_point;
+    double low, high;
+};
+
+const QuantisedType ASYMM = {DType::Quantized8Asymm(0.5f, 10), 0.5f, 10, 0, 255};
+const QuantisedType S8 = {DType::QuantizedS8(0.5f), 0.5f, 0, -128, 127};
+const QuantisedType S32 = {DType::QuantizedS32(0.25f), 0.25f, 0, INT32_MIN, INT32_MAX};
+
+// The stored result by the real numbers that the elements stand for.
+double quantised_reference(ReduceMode mode, ReduceDataType data_type, const Shape& shape,
+                           const Tensor& src, const QuantisedType& from, const QuantisedType& to,
+                           size_t i) {
+    Tensor real(shape.src(), DType::Float32());
+    for (size_t j = 0; j < shape.src().element_count(); ++j)
+        real.set(j, (src.get(j) - from.zero_point) * from.scale);
+    double result = reference(mode, shape, real, i / shape.inner, i % shape.inner);
+    if (mode == ReduceMode::MEAN && data_type == ReduceDataType::DEFAULT)
+        result = std::trunc(result / from.scale) * from.scale;  // a mean of integers
+    return std::min(std::max(std::round(result / to.scale) + to.zero_point, to.low), to.high);
+}
+
+TEST(Reduce, EveryLevelAndModeOnQuantisedTypes) {
+    const struct {
+        const QuantisedType &from, &to;
+        ReduceDataType data_type;
+    } cases[] = {
+        {ASYMM, ASYMM, ReduceDataType::DEFAULT},      {S8, S8, ReduceDataType::DEFAULT},
+        {S32, S32, ReduceDataType::DEFAULT},          {ASYMM, S32, ReduceDataType::QUINT_I8_O32},
+        {ASYMM, ASYMM, ReduceDataType::QUINT_I8_O32}, {ASYMM, S8, ReduceDataType::QUINT_I8_O32}};
+    std::mt19937 random(7);
+    for (const auto& c : cases)
+        for (uint32_t number = 0; number <= 5; ++number)
+            for (const Shape& shape : {Shape{3, 1, 1}, Shape{9, 7, 1}, Shape{2, 8, 3}})
+                for (kern::HandleLevel level : LEVELS) {
+                    const auto mode = static_cast<ReduceMode>(number);
+                    Tensor src(shape.src(), c.from.dtype);
+                    // Some sums and products saturate, all are exact in 32-bit floats.
+                    const bool product = mode == ReduceMode::PRODUCT;
+                    src.fill_integers(random, c.from.zero_point - (product ? 2 : 6),
+                                      c.from.zero_point + (product ? 4 : 30));
+                    const Tensor dst(shape.dst(), c.to.dtype);
+                    run(level, mode, c.data_type, src, dst);
+                    for (size_t i = 0; i < shape.outer * shape.inner; ++i)
+                        ASSERT_EQ(dst.get(i), quantised_reference(mode, c.data_type, shape, src,
+                                                                  c.from, c.to, i))
+                            << c.from.dtype.name() << " " << c.to.dtype.name() << " mode " << number
+                            << " " << shape.src().to_string() << " level " << level_name(level);
+                }
+}
+
+TEST(Reduce, WorkspaceHoldsTheConvertedCopies) {
+    const TensorShape src({3, 100}), dst({3, 1});
+    const struct {
+        DType from, to;
+        ReduceMode mode;
+        ReduceDataType data_type;
+        size_t naive, fallback;
+    } cases[] = {
+        {DType::Float16(), DType::Float16(), ReduceMode::SUM, ReduceDataType::DEFAULT, 0, 0},
+        {DType::Float16(), DType::Float16(), ReduceMode::SUM, ReduceDataType::FLOAT_O32,
+         512 + 1536 + 512, 0},
+        {DType::Float16(), DType::Float32(), ReduceMode::SUM, ReduceDataType::FLOAT_O16, 512 + 1536,
+         0},
+        {S8.dtype, S8.dtype, ReduceMode::MEAN, ReduceDataType::DEFAULT, 2560, 2560},
+        {S8.dtype, S8.dtype, ReduceMode::MAX, ReduceDataType::DEFAULT, 0, 0},
+        {S32.dtype, S32.dtype, ReduceMode::SUM, ReduceDataType::DEFAULT, 0, 0},
+        {S32.dtype, S32.dtype, ReduceMode::PRODUCT, ReduceDataType::DEFAULT, 2560, 2560},
+        {ASYMM.dtype, S32.dtype, ReduceMode::MIN, ReduceDataType::QUINT_I8_O32, 2560, 2560},
+    };
+    for (const auto& c : cases)
+        for (kern::HandleLevel level : LEVELS) {
+            const auto handle = make_handle(level);
+            const auto op = handle->create_operator<kern::Reduce>();
+            op->param() = {c.mode, 1, c.data_type};
+            EXPECT_EQ(op->workspace_in_bytes(TensorLayout(src, c.from), TensorLayout(dst, c.to)),
+                      level == NAIVE ? c.naive : c.fallback)
+                << c.from.name() << " level " << level_name(level);
+        }
+}
+
 TEST(Reduce, LoneElementIsCopied) {
     for (ReduceMode mode :
          {ReduceMode::SUM, ReduceMode::PRODUCT, ReduceMode::MIN, ReduceMode::MAX, ReduceMode::MEAN})

@@ -60,44 +60,46 @@ auto select_mode(ReduceMode mode) {
 
 using KernelFunction = void (*)(ReduceMode, const AxisSplit&, const void*, void*);
 
-// Null for the dtypes that have no loops here.
-KernelFunction find_kernel(const Reduce::Param& param, DTypeEnum src, DTypeEnum dst) {
-    const bool half_src = src == DTypeEnum::FLOAT16;
-    const bool half_dst = dst == DTypeEnum::FLOAT16;
-    switch (param.data_type) {
-        case ReduceDataType::DEFAULT:
-            break;
-        case ReduceDataType::FLOAT_O32:
-        case ReduceDataType::FLOAT_O16:
-            if (half_src)
-                return half_dst ? select_mode<float, Float16, Float16>(param.mode)
-                                : select_mode<float, Float16, float>(param.mode);
-            return half_dst ? select_mode<float, float, Float16>(param.mode)
-                            : select_mode<float>(param.mode);
-        default:
-            return nullptr;
-    }
-    return with_number_type(src, [&](auto tag) -> KernelFunction {
-        return select_mode<typename decltype(tag)::Type>(param.mode);
+// For elements that take part as they are stored.
+KernelFunction find_same_type_kernel(ReduceMode mode, DTypeEnum dtype) {
+    return with_stored_type(dtype, [mode](auto tag) -> KernelFunction {
+        return select_mode<typename decltype(tag)::Type>(mode);
     });
 }
 
-KernelFunction find_kernel(const Reduce::Param& param, const TensorLayout& src,
-                           const TensorLayout& dst) {
-    return find_kernel(param, src.dtype.enum_value(), dst.dtype.enum_value());
+// For floats that are accumulated in 32 bits.
+KernelFunction find_float_kernel(ReduceMode mode, bool half_src, bool half_dst) {
+    if (half_src)
+        return half_dst ? select_mode<float, Float16, Float16>(mode)
+                        : select_mode<float, Float16, float>(mode);
+    return half_dst ? select_mode<float, float, Float16>(mode) : select_mode<float>(mode);
+}
+
+// Null where elements must be converted first.
+KernelFunction find_kernel(const Reduce::Param& param, DType working, DType src, DType dst) {
+    switch (param.data_type) {
+        case ReduceDataType::DEFAULT:
+            return working == src ? find_same_type_kernel(param.mode, src.enum_value()) : nullptr;
+        case ReduceDataType::FLOAT_O32:
+        case ReduceDataType::FLOAT_O16:
+            return find_float_kernel(param.mode, src == DType::Float16(), dst == DType::Float16());
+        default:
+            return nullptr;
+    }
 }
 
 }  // namespace
 
 size_t ReduceImpl::workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) {
-    if (find_kernel(m_param, src, dst))
+    if (find_kernel(m_param, working_dtype(src.dtype), src.dtype, dst.dtype))
         return 0;
     return naive::ReduceImpl::workspace_in_bytes(src, dst);
 }
 
 void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) {
     check_exec(src.layout, dst.layout, workspace.size);
-    const auto kernel = find_kernel(m_param, src.layout, dst.layout);
+    const auto kernel =
+        find_kernel(m_param, working_dtype(src.layout.dtype), src.layout.dtype, dst.layout.dtype);
     if (!kernel) {
         naive::ReduceImpl::exec(src, dst, workspace);
         return;

@@ -40,18 +40,13 @@ struct OfType {
     };
 };
 
-// Stops the process on the quantised types, which have no kernels yet.
 KernelFunction select_kernel(ReduceMode mode, DTypeEnum dtype) {
-    const KernelFunction kernel = with_number_type(dtype, [mode](auto tag) {
+    const KernelFunction kernel = with_stored_type(dtype, [mode](auto tag) {
         using T = typename decltype(tag)::Type;
         return reduction::select_mode<T, OfType<T>::template Kernel>(mode);
     });
     KERN_CHECK(kernel);
     return kernel;
-}
-
-DType working_dtype(const Reduce::Param& param, const TensorLayout& src) {
-    return param.data_type == ReduceDataType::DEFAULT ? src.dtype : DType::Float32();
 }
 
 // Bytes of a copy of the tensor in the working dtype; 0 when it is not needed.
@@ -67,7 +62,7 @@ WorkspaceBundle make_bundle(void* base, const TensorLayout& src, const TensorLay
 }  // namespace
 
 size_t ReduceImpl::workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) {
-    const DType working = working_dtype(m_param, src);
+    const DType working = working_dtype(src.dtype);
     if (src.dtype == working && dst.dtype == working)
         return 0;
     return make_bundle(nullptr, src, dst, working).total_size();
@@ -75,7 +70,7 @@ size_t ReduceImpl::workspace_in_bytes(const TensorLayout& src, const TensorLayou
 
 void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) {
     check_exec(src.layout, dst.layout, workspace.size);
-    const DType working = working_dtype(m_param, src.layout);
+    const DType working = working_dtype(src.layout.dtype);
     const auto kernel = select_kernel(m_param.mode, working.enum_value());
     const auto bundle = make_bundle(workspace.raw_ptr, src.layout, dst.layout, working);
     const bool widen_src = src.layout.dtype != working;
