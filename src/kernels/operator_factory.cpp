@@ -12,12 +12,16 @@
 #include "kernels/fallback/relayout.h"
 #include "kernels/fallback/type_cvt.h"
 #include "kernels/handle.h"
+#include "kernels/naive/arg_max.h"
 #include "kernels/naive/batched_matrix_mul.h"
+#include "kernels/naive/cond_take.h"
+#include "kernels/naive/cumsum.h"
 #include "kernels/naive/elementwise.h"
 #include "kernels/naive/elementwise_multi_type.h"
 #include "kernels/naive/matrix_mul.h"
 #include "kernels/naive/reduce.h"
 #include "kernels/naive/relayout.h"
+#include "kernels/naive/sorting.h"
 #include "kernels/naive/type_cvt.h"
 
 namespace kern {

@@ -1,18 +1,14 @@
 #include "kernels/reduce.h"
 
 #include "kernels/check.h"
-#include "kernels/checked_math.h"
 #include "kernels/quantise.h"
 
 namespace kern {
 
 void Reduce::check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size) {
     KERN_CHECK(m_param.data_type != ReduceDataType::FLOAT_IO16_CO32);
-    KERN_CHECK(src.is_dense() && dst.is_dense() && src.ndim == dst.ndim);
-    const auto reduced = static_cast<size_t>(m_param.axis);  // a negative axis is beyond any ndim
-    KERN_CHECK(reduced < src.ndim);
-    for (size_t axis = 0; axis < src.ndim; ++axis)
-        KERN_CHECK(dst[axis] == (axis == reduced ? 1 : src[axis]));
+    KERN_CHECK(src.is_dense() && dst.is_dense());
+    KERN_CHECK(dst.same_shape(collapse_axis(src, m_param.axis)));
 
     KERN_CHECK(src.dtype.valid() && dst.dtype.valid());
     const DTypeCategory category = src.dtype.category();
@@ -49,15 +45,6 @@ DType Reduce::working_dtype(DType src) const {
             // A product of two elements has another scale than either.
             return DType::Float32();
     }
-}
-
-AxisSplit AxisSplit::of(const TensorLayout& layout, size_t axis) {
-    AxisSplit split{1, layout[axis], 1};
-    for (size_t i = 0; i < axis; ++i)
-        split.outer = checked_mul(split.outer, layout[i]);
-    for (size_t i = axis + 1; i < layout.ndim; ++i)
-        split.inner = checked_mul(split.inner, layout[i]);
-    return split;
 }
 
 }  // namespace kern

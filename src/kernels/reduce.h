@@ -3,18 +3,10 @@
 
 #include <cstdint>
 
+#include "kernels/axis_split.h"
 #include "kernels/handle.h"
 
 namespace kern {
-
-// A dense tensor seen around one axis: element (a, b, c) stands at (a * length + b) * inner + c.
-struct AxisSplit {
-    size_t outer;   // the axes before
-    size_t length;  // the axis
-    size_t inner;   // the axes after
-
-    static AxisSplit of(const TensorLayout& layout, size_t axis);
-};
 
 // Numbers are stored in graph files.
 enum class ReduceMode : uint32_t { SUM = 0, SUM_SQR = 1, PRODUCT = 2, MIN = 3, MAX = 4, MEAN = 5 };

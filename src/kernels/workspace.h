@@ -5,11 +5,20 @@
 #include <cstdint>
 #include <vector>
 
+#include "kernels/check.h"
+
 namespace kern {
 
 struct Workspace {
     uint8_t* raw_ptr = nullptr;
     size_t size = 0;
+
+    // The start as an array of T; memory that is not aligned for it stops the process.
+    template <typename T>
+    T* as() const {
+        KERN_CHECK(reinterpret_cast<uintptr_t>(raw_ptr) % alignof(T) == 0);
+        return static_cast<T*>(static_cast<void*>(raw_ptr));
+    }
 };
 
 // Carves one workspace into aligned parts. The total holds one alignment more than the parts need,

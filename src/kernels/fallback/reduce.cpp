@@ -104,8 +104,7 @@ void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
         naive::ReduceImpl::exec(src, dst, workspace);
         return;
     }
-    dispatch([kernel, mode = m_param.mode,
-              split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
+    dispatch([kernel, mode = m_param.mode, split = AxisSplit::of(src.layout, m_param.axis),
               from = src.raw_ptr, to = dst.raw_ptr] { kernel(mode, split, from, to); });
 }
 

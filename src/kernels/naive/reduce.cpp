@@ -34,8 +34,7 @@ struct OfType {
                     *out++ = reduce_range<Policy>(line, split.inner, 0, split.length);
                 }
             }
-            reduction::finish(mode, split.length, static_cast<T*>(dst_ptr),
-                              split.outer * split.inner);
+            reduction::finish(mode, split.length, static_cast<T*>(dst_ptr), split.nr_lines());
         }
     };
 };
@@ -86,8 +85,7 @@ void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
         convert = handle()->create_operator<TypeCvt>();
     if (widen_src)
         convert->exec(src, wide_src);
-    dispatch([kernel, mode = m_param.mode,
-              split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis)),
+    dispatch([kernel, mode = m_param.mode, split = AxisSplit::of(src.layout, m_param.axis),
               from = wide_src.raw_ptr, to = wide_dst.raw_ptr] { kernel(mode, split, from, to); });
     if (narrow_dst)
         convert->exec(wide_dst, dst);
