@@ -3,6 +3,7 @@
 #include "kernels/arm_common/elementwise_multi_type.h"
 #include "kernels/arm_common/type_cvt.h"
 #include "kernels/armv7/matrix_mul.h"
+#include "kernels/armv7/relayout.h"
 #include "kernels/check.h"
 #include "kernels/fallback/batched_matrix_mul.h"
 #include "kernels/fallback/elementwise.h"

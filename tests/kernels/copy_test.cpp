@@ -1,5 +1,7 @@
 // Operators that move elements without arithmetic: TypeCvt, Relayout, and the half conversions.
-#include "kernels/relayout.h"
+#include <typeinfo>
+
+#include "kernels/armv7/relayout.h"
 #include "kernels/type_cvt.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -12,7 +14,8 @@ void convert(kern::HandleLevel level, const Tensor& src, const Tensor& dst) {
 }
 
 void relayout(kern::HandleLevel level, const Tensor& src, const Tensor& dst) {
-    make_handle(level)->relayout_operator()->exec(src.raw(), dst.raw());
+    const auto handle = make_handle(level);
+    handle->create_operator<kern::Relayout>()->exec(src.raw(), dst.raw());
 }
 
 TEST(TypeCvt, EveryPairOfDtypesKeepsValuesThatFit) {
@@ -95,6 +98,20 @@ TEST(Float16, TablesFollowTheDefinition) {
     EXPECT_EQ(Float16(-1e30f).bits, 0xfc00);
 }
 
+void expect_row_major_copy(const TensorLayout& from, const TensorLayout& to) {
+    for (kern::HandleLevel level : LEVELS) {
+        int next = 1;
+        Tensor src(from);
+        const Tensor dst(to), wanted(to);
+        src.fill([&] { return next++; });
+        for (size_t i = 0; i < from.element_count(); ++i)
+            wanted.set(i, src.get(i));
+        relayout(level, src, dst);
+        ASSERT_EQ(dst.bytes(), wanted.bytes())
+            << from.to_string() << " " << to.to_string() << " level " << level_name(level);
+    }
+}
+
 TEST(Relayout, CopiesInRowMajorOrder) {
     const DType types[] = {DType::Float32(), DType::Int16(), DType::Uint8()};
     for (DType t : types) {
@@ -118,24 +135,45 @@ TEST(Relayout, CopiesInRowMajorOrder) {
             {TensorLayout({0, 6}, t), TensorLayout({3, 0}, t)},
         };
         for (const auto& c : cases)
-            for (kern::HandleLevel level : LEVELS) {
-                int next = 1;
-                Tensor src(c.src);
-                const Tensor dst(c.dst), wanted(c.dst);
-                src.fill([&] { return next++; });
-                for (size_t i = 0; i < c.src.element_count(); ++i)
-                    wanted.set(i, src.get(i));
-                relayout(level, src, dst);
-                ASSERT_EQ(dst.bytes(), wanted.bytes())
-                    << c.src.to_string() << " " << c.dst.to_string() << " level "
-                    << level_name(level);
-            }
+            expect_row_major_copy(c.src, c.dst);
     }
     const DType f = DType::Float32();
     const Tensor src({2, 3}, f), other({3, 3}, f), overlapping(strided({2, 3}, {0, 1}, f));
     EXPECT_DEATH(relayout(FALLBACK, src, other), "");
     EXPECT_DEATH(relayout(FALLBACK, src, overlapping), "");
     EXPECT_DEATH(relayout(FALLBACK, src, Tensor({2, 3}, DType::Int32())), "");
+}
+
+// Matrices that change their axis order, around the edges of a vector block.
+TEST(Relayout, Transposes) {
+    for (DType t : {DType::Float32(), DType::QuantizedS32(1), DType::Int16()})
+        for (size_t rows : Sizes{1, 3, 4, 5, 8, 33})
+            for (size_t columns : Sizes{1, 3, 4, 7, 16, 21}) {
+                const auto r = static_cast<ptrdiff_t>(rows), c = static_cast<ptrdiff_t>(columns);
+                const TensorShape shape{rows, columns}, planes{2, rows, columns};
+                expect_row_major_copy(strided(shape, {1, r}, t), TensorLayout(shape, t));
+                expect_row_major_copy(strided(shape, {1, r + 3}, t), strided(shape, {c + 2, 1}, t));
+                expect_row_major_copy(TensorLayout(shape, t), strided(shape, {1, r + 1}, t));
+                expect_row_major_copy(strided(shape, {1, -r}, t), strided(shape, {-c, 1}, t));
+                expect_row_major_copy(TensorLayout({2, columns, rows}, t).permuted({0, 2, 1}),
+                                      strided(planes, {r * c + 5, c, 1}, t));
+                expect_row_major_copy(strided(shape, {1, 0}, t), TensorLayout(shape, t));
+                expect_row_major_copy(strided(shape, {1, 1}, t), TensorLayout(shape, t));
+            }
+}
+
+TEST(Relayout, ClassesOfTheLevels) {
+    const auto class_of = [](const kern::Relayout& op) { return std::string(typeid(op).name()); };
+    const std::string classes[] = {typeid(kern::naive::RelayoutImpl).name(),
+                                   typeid(kern::fallback::RelayoutImpl).name(),
+                                   typeid(kern::armv7::RelayoutImpl).name()};
+    for (size_t i = 0; i < 3; ++i) {
+        const auto handle = make_handle(LEVELS[i]);
+        const auto op = handle->create_operator<kern::Relayout>();
+        EXPECT_EQ(class_of(*op), classes[i]);
+        EXPECT_TRUE(op->is_thread_safe());
+        EXPECT_EQ(class_of(*handle->relayout_operator()), classes[std::min<size_t>(i, 1)]);
+    }
 }
 
 }  // namespace
