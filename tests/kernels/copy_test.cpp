@@ -171,7 +171,6 @@ TEST(Relayout, ClassesOfTheLevels) {
         const auto handle = make_handle(LEVELS[i]);
         const auto op = handle->create_operator<kern::Relayout>();
         EXPECT_EQ(class_of(*op), classes[i]);
-        EXPECT_TRUE(op->is_thread_safe());
         EXPECT_EQ(class_of(*handle->relayout_operator()), classes[std::min<size_t>(i, 1)]);
     }
 }

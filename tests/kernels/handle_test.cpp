@@ -1,11 +1,18 @@
 #include "kernels/handle.h"
 
-#include <typeindex>
+#include <typeinfo>
 
+#include "kernels/arg_max.h"
 #include "kernels/armv7/matrix_mul.h"
+#include "kernels/cond_take.h"
+#include "kernels/cumsum.h"
+#include "kernels/elementwise.h"
 #include "kernels/fallback/matrix_mul.h"
 #include "kernels/naive/matrix_mul.h"
 #include "kernels/naive/relayout.h"
+#include "kernels/reduce.h"
+#include "kernels/sorting.h"
+#include "kernels/type_cvt.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
@@ -61,6 +68,29 @@ TEST(Handle, CallbacksSeeOperatorsAndTheEnd) {
     }
     EXPECT_EQ(dead.size(), 2u);  // and the cached relayout operator
     EXPECT_TRUE(ended);
+}
+
+template <typename Operator>
+void expect_thread_safe(bool wanted) {
+    for (kern::HandleLevel level : LEVELS) {
+        const auto handle = make_handle(level);
+        EXPECT_EQ(handle->create_operator<Operator>()->is_thread_safe(), wanted)
+            << typeid(Operator).name();
+    }
+}
+
+TEST(Handle, OnlyStatelessOperatorsAreThreadSafe) {
+    expect_thread_safe<kern::MatrixMul>(true);
+    expect_thread_safe<kern::Relayout>(true);
+    expect_thread_safe<kern::Elementwise>(false);
+    expect_thread_safe<kern::Reduce>(false);
+    expect_thread_safe<kern::CondTake>(false);
+    expect_thread_safe<kern::Cumsum>(false);
+    expect_thread_safe<kern::ArgMax>(false);
+    expect_thread_safe<kern::ArgMin>(false);
+    expect_thread_safe<kern::Argsort>(false);
+    expect_thread_safe<kern::TypeCvt>(false);
+    expect_thread_safe<kern::TopK>(false);
 }
 
 TEST(Handle, OperatorMayNotOutliveIt) {

@@ -29,7 +29,9 @@ size_t find_positions(const CondTake::Param& param, const void* mask_ptr, size_t
     const auto find = [&](auto test) {
         return find_positions(static_cast<const Mask*>(mask_ptr), count, positions, test);
     };
-    const auto equal = [value = param.value, eps = param.eps](auto x) {
+    const float value = param.value;
+    const float eps = param.eps;
+    const auto equal = [=](auto x) {
         if constexpr (std::is_integral<Mask>::value)
             return x == value;
         else
@@ -41,13 +43,13 @@ size_t find_positions(const CondTake::Param& param, const void* mask_ptr, size_t
         case CondTakeMode::NOT_EQUAL:
             return find([equal](auto x) { return !equal(x); });
         case CondTakeMode::LESS:
-            return find([value = param.value](auto x) { return x < value; });
+            return find([value](auto x) { return x < value; });
         case CondTakeMode::LESS_EQUAL:
-            return find([value = param.value](auto x) { return x <= value; });
+            return find([value](auto x) { return x <= value; });
         case CondTakeMode::GREATER:
-            return find([value = param.value](auto x) { return x > value; });
+            return find([value](auto x) { return x > value; });
         case CondTakeMode::GREATER_EQUAL:
-            return find([value = param.value](auto x) { return x >= value; });
+            return find([value](auto x) { return x >= value; });
     }
     KERN_FAIL();
 }

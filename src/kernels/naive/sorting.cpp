@@ -33,8 +33,8 @@ struct TopKTask {
     uint64_t* keys;
 };
 
-// Musser's introspective selection, and a heap of the best keys (Williams), as the standard library
-// has them.
+// By introspective selection (Musser, 1997), or by a heap of the best keys that is then sorted
+// (Williams, 1964).
 void select_keys(const TopKTask& task) {
     uint64_t* end = task.keys + task.length;
     if (task.mode == TopK::Mode::ORDERED)
@@ -69,7 +69,7 @@ void ArgsortImpl::exec(const RawTensor& src, const RawTensor& dst, const RawTens
         std::vector<uint64_t> keys(length);
         for (size_t start = 0; start < rows * length; start += length) {
             order.fill(row + start, length, keys.data());
-            std::sort(keys.begin(), keys.end());
+            std::sort(keys.begin(), keys.end());  // an introspective sort (Musser, 1997)
             write_rows(order, keys.data(), length, row + start, values + start, places + start);
         }
     });
