@@ -55,6 +55,7 @@ TEST(ImageFormat, DenseAllowsALargerPitchOfWholeUnits) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(image({2, 3, 3, 4}, c.strides, 2, 64).is_dense(), c.dense) << c.strides[0];
+    EXPECT_FALSE(image({2, 3, 5, 4}, {48, 16, 4, 1}, 2, 64).is_dense());  // rows overlap
     EXPECT_FALSE(image({2, 0, 3, 4}, {0, 16, 4, 1}, 2, 64).is_dense());
 }
 
