@@ -61,7 +61,7 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
 
     const ScoreMap score_map(comparison);
     const bool encrypted = call.options && call.options->encrypted != 0;
-    const Buffer plain = encrypted ? decrypted(call.features, call.nr_query) : nullptr;
+    const Buffer plain = decrypted(call.features, call.nr_query, encrypted);
     std::vector<TopKHeap> heaps = make_heaps(call, score_map.raw_threshold(call.threshold));
     compare_all(plain ? plain.get() : call.features, call.nr_query);
     TagFilter filter;
@@ -110,12 +110,12 @@ void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query) {
     }
 }
 
-BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, size_t nr) const {
-    const size_t bytes = size_product(nr, m_feature_bytes);
-    Buffer plain(new uint8_t[bytes]);
-    std::copy_n(features, bytes, plain.get());
-    feature_cipher(plain.get(), nr, m_feature_bytes, m_rows.features().row_bytes());
-    return plain;
+// Null for rows that are plain as they are.
+BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, size_t nr,
+                                                     bool encrypted) const {
+    if (!encrypted)
+        return nullptr;
+    return decrypted_rows(features, nr, m_feature_bytes, m_rows.features().row_bytes());
 }
 
 // ---- changes
@@ -134,7 +134,7 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
 
     // All that can fail comes before the first change.
     const bool encrypted = options && options->encrypted != 0;
-    const Buffer plain = encrypted ? decrypted(features, nr) : nullptr;
+    const Buffer plain = decrypted(features, nr, encrypted);
     const uint8_t* rows = plain ? plain.get() : features;
     const Buffer sqrs = compute_sqrs(rows, nr);
     m_rows.commit(m_rows.prepare_append(size_sum(size() - replaced.size(), nr)));

@@ -64,7 +64,7 @@ private:
     void check_insert_ids(const uint64_t* ids, size_t nr) const;
     std::vector<uint64_t> held_ids(const uint64_t* ids, size_t nr, bool replace) const;
     void check_erase_ids(const uint64_t* ids, size_t nr) const;
-    Buffer decrypted(const uint8_t* features, size_t nr) const;
+    Buffer decrypted(const uint8_t* features, size_t nr, bool encrypted) const;
     Buffer compute_sqrs(const uint8_t* features, size_t nr);
 
     EngineFunctions m_functions;

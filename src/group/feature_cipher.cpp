@@ -1,8 +1,11 @@
 #include "group/feature_cipher.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 #include <vector>
+
+#include "store/adopted_memory.h"
 
 namespace vek {
 namespace {
@@ -57,6 +60,16 @@ void feature_cipher(uint8_t* buffer, size_t rows, size_t row_bytes, size_t row_s
         for (size_t i = 0; i < row_bytes; ++i)
             buffer[i] ^= stream[i];
     }
+}
+
+std::unique_ptr<uint8_t[]> decrypted_rows(const uint8_t* features, size_t rows, size_t row_bytes,
+                                          size_t row_step) {
+    const size_t bytes = size_product(rows, row_step);
+    const size_t reach = row_bytes - row_step;  // of the transform of the last row beyond it
+    std::unique_ptr<uint8_t[]> plain(new uint8_t[size_sum(bytes, reach)]);
+    std::fill_n(std::copy_n(features, bytes, plain.get()), reach, uint8_t{0});
+    feature_cipher(plain.get(), rows, row_bytes, row_step);
+    return plain;
 }
 
 }  // namespace vek

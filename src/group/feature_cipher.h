@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 namespace vek {
 
@@ -14,5 +15,10 @@ constexpr uint32_t VEK_FEATURE_SEED = 0xB5C90F37u;
 // before. Rows that overlap are transformed one after the other. std::bad_alloc leaves the buffer
 // as it was.
 void feature_cipher(uint8_t* buffer, size_t rows, size_t row_bytes, size_t row_step);
+
+// A decrypted copy of `rows` rows, `row_step` bytes apart, which were transformed as rows of
+// `row_bytes` bytes, at least as many. Of `features` no more than `rows * row_step` bytes are read.
+std::unique_ptr<uint8_t[]> decrypted_rows(const uint8_t* features, size_t rows, size_t row_bytes,
+                                          size_t row_step);
 
 }  // namespace vek
