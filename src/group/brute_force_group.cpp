@@ -37,6 +37,11 @@ std::string constructor_text(const char* class_name, const char* arguments) {
     return std::string("vek::") + class_name + "::" + class_name + "(" + arguments + ")";
 }
 
+const VEKFeatureGroupSettings* refuse_constructor(const char* class_name, const char* message,
+                                                  const char* arguments) {
+    throw Error(VEK_UNSUPPORTED, message, constructor_text(class_name, arguments).c_str());
+}
+
 BruteForceGroup::BruteForceGroup(const char* class_name, const CompareKind& kind,
                                  const VEKFeatureGroupSettings& settings, size_t feature_dim,
                                  const std::string& constructor)

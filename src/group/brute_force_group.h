@@ -78,5 +78,9 @@ constexpr char TRAINED[] = "const VEKFeatureGroupSettings*, const FeatureGroup*"
 }  // namespace constructor_arguments
 
 std::string constructor_text(const char* class_name, const char* arguments);
+// Always throws; a delegating constructor can take it for its settings.
+[[noreturn]] const VEKFeatureGroupSettings* refuse_constructor(const char* class_name,
+                                                               const char* message,
+                                                               const char* arguments);
 
 }  // namespace vek

@@ -10,29 +10,23 @@ namespace {
 constexpr char CLASS_NAME[] = "FeatureGroupCpuFloat32Impl";
 
 // A remainder of the row that is no whole float is dropped.
-constexpr unsigned FLOAT_BYTES_LOG2 = 2;
-
-[[noreturn]] void refuse_constructor(const char* message, const char* arguments) {
-    throw Error(VEK_UNSUPPORTED, message, constructor_text(CLASS_NAME, arguments).c_str());
+size_t feature_dim(const VEKFeatureGroupSettings& settings) {
+    return settings.feature_size / sizeof(float);
 }
 
 // The refusals that come before anything is looked at.
 const VEKFeatureGroupSettings& without_model(const VEKFeatureGroupSettings* settings, bool model) {
     if (model)
-        refuse_constructor("no model for brute-force", constructor_arguments::FILE);
+        refuse_constructor(CLASS_NAME, "no model for brute-force", constructor_arguments::FILE);
     return *settings;
-}
-
-const VEKFeatureGroupSettings* from_trained() {
-    refuse_constructor("not supported in brute-force", constructor_arguments::TRAINED);
 }
 
 }  // namespace
 
 FeatureGroupCpuFloat32Impl::FeatureGroupCpuFloat32Impl(const VEKFeatureGroupSettings& settings,
                                                        const std::string& constructor)
-    : BruteForceGroup(CLASS_NAME, CompareKind::float32(), settings,
-                      settings.feature_size >> FLOAT_BYTES_LOG2, constructor) {}
+    : BruteForceGroup(CLASS_NAME, CompareKind::float32(), settings, feature_dim(settings),
+                      constructor) {}
 
 FeatureGroupCpuFloat32Impl::FeatureGroupCpuFloat32Impl(const VEKFeatureGroupSettings* settings)
     : FeatureGroupCpuFloat32Impl(*settings,
@@ -53,7 +47,8 @@ FeatureGroupCpuFloat32Impl::FeatureGroupCpuFloat32Impl(const char* path,
 
 FeatureGroupCpuFloat32Impl::FeatureGroupCpuFloat32Impl(const VEKFeatureGroupSettings*,
                                                        const FeatureGroup*)
-    : FeatureGroupCpuFloat32Impl(from_trained()) {}
+    : FeatureGroupCpuFloat32Impl(refuse_constructor(CLASS_NAME, "not supported in brute-force",
+                                                    constructor_arguments::TRAINED)) {}
 
 void FeatureGroupCpuFloat32Impl::dump(const char* path, bool model) {
     if (model)
@@ -82,8 +77,7 @@ void FeatureGroupCpuFloat32Impl::get_average_feature(const uint8_t* features, si
                                   "const VEKFeatureGroupAverageOptions*, uint8_t*)")
                         .c_str());
     }
-    average_feature(features, nr, m_settings.feature_size >> FLOAT_BYTES_LOG2,
-                    m_settings.feature_size, average);
+    average_feature(features, nr, feature_dim(m_settings), m_settings.feature_size, average);
 }
 
 }  // namespace vek

@@ -1,16 +1,10 @@
 #include "group/int8_group.h"
 
-#include "store/error.h"
-
 namespace vek {
 namespace {
 
 constexpr char CLASS_NAME[] = "FeatureGroupCpuInt8Impl";
 constexpr char NOT_IMPLEMENTED[] = "not implemented";
-
-const VEKFeatureGroupSettings* refuse_constructor(const char* message, const char* arguments) {
-    throw Error(VEK_UNSUPPORTED, message, constructor_text(CLASS_NAME, arguments).c_str());
-}
 
 }  // namespace
 
@@ -19,12 +13,13 @@ FeatureGroupCpuInt8Impl::FeatureGroupCpuInt8Impl(const VEKFeatureGroupSettings* 
                       constructor_text(CLASS_NAME, constructor_arguments::SETTINGS)) {}
 
 FeatureGroupCpuInt8Impl::FeatureGroupCpuInt8Impl(const char*, const VEKFeatureGroupSettings*, bool)
-    : FeatureGroupCpuInt8Impl(refuse_constructor(NOT_IMPLEMENTED, constructor_arguments::FILE)) {}
+    : FeatureGroupCpuInt8Impl(
+          refuse_constructor(CLASS_NAME, NOT_IMPLEMENTED, constructor_arguments::FILE)) {}
 
 FeatureGroupCpuInt8Impl::FeatureGroupCpuInt8Impl(const VEKFeatureGroupSettings*,
                                                  const FeatureGroup*)
-    : FeatureGroupCpuInt8Impl(
-          refuse_constructor("not supported in brute-force", constructor_arguments::TRAINED)) {}
+    : FeatureGroupCpuInt8Impl(refuse_constructor(CLASS_NAME, "not supported in brute-force",
+                                                 constructor_arguments::TRAINED)) {}
 
 void FeatureGroupCpuInt8Impl::dump(const char*, bool) {
     refuse(NOT_IMPLEMENTED, "dump(const char*, bool)");
