@@ -21,6 +21,10 @@ public:
     // A block that holds rows, and how many.
     using Element = std::pair<const Storage*, unsigned int>;
 
+    SmartTensor() = default;
+    SmartTensor(SmartTensor&&) noexcept = default;  // a copy would share the blocks
+    SmartTensor& operator=(SmartTensor&&) noexcept = default;
+
     enum class State { NOT_INITIALIZED = 0, SINGLE_BLOCK = 1, FIXED_BLOCKS = 2 };
 
     // Memory obtained ahead of a change.
