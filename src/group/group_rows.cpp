@@ -34,9 +34,9 @@ void GroupRows::reserve(size_t rows) {
 
 GroupRows::Growth GroupRows::prepare_append(size_t rows) {
     Growth growth = prepare_stores(rows);
-    growth.ids = m_ids.prepare_add(rows);
+    growth.ids = m_ids.prepare_doubling(rows);
     if (m_tag_bytes != 0)
-        growth.tags = m_tags.prepare_add(rows);
+        growth.tags = m_tags.prepare_doubling(rows);
     return growth;
 }
 

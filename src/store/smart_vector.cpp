@@ -41,7 +41,7 @@ typename SmartVector<T>::Growth SmartVector<T>::prepare(size_t records) const {
 }
 
 template <typename T>
-typename SmartVector<T>::Growth SmartVector<T>::prepare_add(size_t records) const {
+typename SmartVector<T>::Growth SmartVector<T>::prepare_doubling(size_t records) const {
     const size_t elements = size_product(m_record_len, records);
     if (elements <= m_data.capacity())
         return std::nullopt;

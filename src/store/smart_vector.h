@@ -36,9 +36,10 @@ public:
     const T* data() const { return m_data.data(); }
 
     // The two halves of `ensure_size`. The first alone can fail; nothing may come between them.
-    // `prepare_add` grows as `add` does: at least to twice the records.
+    // `prepare_doubling` grows as `add` does: at least to twice the present records. Both take the
+    // number of records in all.
     Growth prepare(size_t records) const;
-    Growth prepare_add(size_t records) const;
+    Growth prepare_doubling(size_t records) const;
     void commit(Growth growth) noexcept;
 
 private:

@@ -58,8 +58,8 @@ TEST(SmartVector, GrowsExactlyOnRequestAndByDoublingOnAdd) {
     EXPECT_EQ(store.data(), place);
     EXPECT_EQ(store.prepare(100), std::nullopt);
     EXPECT_EQ(store.prepare(101)->capacity(), 101u);
-    EXPECT_EQ(store.prepare_add(101)->capacity(), 200u);
-    EXPECT_EQ(store.prepare_add(300)->capacity(), 300u);
+    EXPECT_EQ(store.prepare_doubling(101)->capacity(), 200u);
+    EXPECT_EQ(store.prepare_doubling(300)->capacity(), 300u);
 
     store.commit(store.prepare(500));
     EXPECT_NE(store.data(), place);
