@@ -4,8 +4,6 @@
 
 #include <cstdlib>
 
-#include "store/error.h"
-
 namespace {
 
 TEST(Options, BlockSizeFollowsTheEnvironmentAtEveryCall) {
@@ -28,12 +26,6 @@ TEST(Options, BlockSizeFollowsTheEnvironmentAtEveryCall) {
     }
     unsetenv("VEK_TENSOR_BLOCK_SIZE");
     EXPECT_EQ(vek::tensor_block_size(), 8192u);
-}
-
-TEST(Error, ComposesItsText) {
-    const vek::Error error(VEK_UNSUPPORTED, "erased api", "f");
-    EXPECT_STREQ(error.what(), "Error[12] erased api at [f]");
-    EXPECT_STREQ(vek::Error(-3, "", "g()").what(), "Error[-3]  at [g()]");
 }
 
 }  // namespace
