@@ -1,6 +1,7 @@
 #include "group/brute_force_engine.h"
 
 #include <algorithm>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -63,7 +64,8 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     const bool encrypted = call.options && call.options->encrypted != 0;
     const Buffer plain = decrypted(call.features, call.nr_query, encrypted);
     std::vector<TopKHeap> heaps = make_heaps(call, score_map.raw_threshold(call.threshold));
-    compare_all(plain ? plain.get() : call.features, call.nr_query);
+    const uint8_t* queries = plain ? plain.get() : call.features;
+    with_enough_memory([&] { compare_all(queries, call.nr_query); });
     TagFilter filter;
     if (m_tag_bytes != 0 && call.predicate)
         filter = {call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes};
@@ -94,11 +96,29 @@ std::vector<TopKHeap> BruteForceEngine::make_heaps(const SearchCall& call,
     return heaps;
 }
 
+// The graphs keep the memory of earlier runs, and more than those needed. Where memory is lacking
+// it is given back and the use of the graphs begins again; one that fails leaves none behind.
+template <typename Use>
+void BruteForceEngine::with_enough_memory(const Use& use) {
+    try {
+        return use();
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
+    }
+    m_graphs.release_memory();
+    try {
+        use();
+    } catch (const std::exception&) {
+        m_graphs.release_memory();
+        throw;
+    }
+}
+
 // Leaves the raw scores of all pairs in the graphs' score matrix.
 void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query) {
     const auto blocks = m_rows.features().get_all_elements();
     const auto sqr_blocks = m_rows.sqrs().get_all_elements();
-    m_graphs.bind_queries(queries, nr_query, size(), m_rows.features().size_with_slack());
+    m_graphs.bind_queries(queries, nr_query, size());
     size_t offset = 0;
     for (size_t i = 0; i < blocks.size(); ++i) {
         const size_t rows = blocks[i].second;
@@ -119,6 +139,11 @@ BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, si
 }
 
 // ---- changes
+
+void BruteForceEngine::shrink() {
+    m_graphs.release_memory();
+    m_rows.shrink();
+}
 
 void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags,
                               size_t nr, const VEKFeatureGroupInsertOptions* options) {
@@ -172,9 +197,10 @@ std::vector<uint64_t> BruteForceEngine::held_ids(const uint64_t* ids, size_t nr,
 BruteForceEngine::Buffer BruteForceEngine::compute_sqrs(const uint8_t* features, size_t nr) {
     const size_t norm_bytes = m_rows.sqrs().row_bytes();
     Buffer sqrs(new uint8_t[size_product(nr, norm_bytes)]);
-    m_graphs.compute_sqrs(features, nr, [&](size_t first, const orb::HostTensorND& norms) {
+    const auto keep = [&](size_t first, const orb::HostTensorND& norms) {
         std::copy_n(norms.raw_ptr(), norms.shape(0) * norm_bytes, &sqrs[first * norm_bytes]);
-    });
+    };
+    with_enough_memory([&] { m_graphs.compute_sqrs(features, nr, keep); });
     return sqrs;
 }
 

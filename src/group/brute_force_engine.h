@@ -50,7 +50,8 @@ public:
     void erase(const uint64_t* ids, size_t nr);
     void reserve(size_t rows) { m_rows.reserve(rows); }
 
-    void shrink() { m_rows.shrink(); }
+    // Gives back what memory it can, that of searches too.
+    void shrink();
     void reset() { m_rows.clear(); }
     size_t size() const { return m_rows.size(); }
     const GroupRows& rows() const { return m_rows; }
@@ -60,6 +61,8 @@ private:
 
     void check_search(const SearchCall& call, const VEKComparisonAlgorithm& comparison) const;
     std::vector<TopKHeap> make_heaps(const SearchCall& call, float raw_threshold) const;
+    template <typename Use>
+    void with_enough_memory(const Use& use);
     void compare_all(const uint8_t* queries, size_t nr_query);
     void check_insert_ids(const uint64_t* ids, size_t nr) const;
     std::vector<uint64_t> held_ids(const uint64_t* ids, size_t nr, bool replace) const;

@@ -1,6 +1,7 @@
 #include "group/compare_graphs.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "graph/core/compute_graph.h"
 #include "graph/opr/constant_tensor.h"
@@ -19,11 +20,11 @@ using kern::TensorLayout;
 using orb::ElementwiseOperator;
 using orb::GraphVar;
 
-// Planned memory of a graph. It grows by half at least, so that a group that grows row by row
-// between searches does not reallocate at each of them.
-orb::StaticMemorySource make_memory_source() {
-    return [granted = size_t{0}](orb::CompNode node, size_t bytes) mutable {
-        const size_t wanted = std::max(bytes, size_sum(granted, granted / 2));
+// Planned memory of a graph. The runtime asks when it has given back what it had: `granted` bytes,
+// which counts what it has now.
+orb::StaticMemorySource make_memory_source(size_t& granted) {
+    return [&granted](orb::CompNode node, size_t bytes) {
+        const size_t wanted = grown_size(std::exchange(granted, 0), bytes);
         auto storage = make_adopted<orb::DeviceTensorStorage>(node, wanted);
         granted = wanted;
         return storage;
@@ -66,7 +67,7 @@ CompareGraphs::SharedTensor CompareGraphs::make_tensor(kern::DType dtype) const 
 // |x|^2 / 2: a floor division if the scores are integers, and then no square overflows an element.
 void CompareGraphs::build_norm_graph() {
     m_norm_graph = orb::ComputeGraph::make();
-    m_norm_graph->static_memory_source(make_memory_source());
+    m_norm_graph->static_memory_source(make_memory_source(m_norm_granted));
     GraphVar* x = orb::SharedTensorInput::make(*m_norm_graph, m_norm_input_tensor);
     GraphVar* wide = orb::TypeConvert::make(x, m_kind.score_dtype);
     orb::ReduceOperator::Param reduce;
@@ -84,7 +85,7 @@ void CompareGraphs::build_norm_graph() {
 // q.b - |q|^2 / 2 - |b|^2 / 2, in this order: it decides the rounding.
 void CompareGraphs::build_compare_graph() {
     m_compare_graph = orb::ComputeGraph::make();
-    m_compare_graph->static_memory_source(make_memory_source());
+    m_compare_graph->static_memory_source(make_memory_source(m_compare_granted));
     const auto input = [this](const SharedTensor& tensor) {
         return orb::SharedTensorInput::make(*m_compare_graph, tensor);
     };
@@ -128,11 +129,9 @@ void CompareGraphs::compute_sqrs(const uint8_t* rows, size_t n, const NormSink& 
     }
 }
 
-void CompareGraphs::bind_queries(const uint8_t* rows, size_t nr_query, size_t columns,
-                                 size_t columns_with_slack) {
+void CompareGraphs::bind_queries(const uint8_t* rows, size_t nr_query, size_t columns) {
     const size_t score_bytes = m_kind.score_dtype.element_bytes();
-    const size_t matrix_bytes =
-        size_product(size_product(nr_query, columns_with_slack), score_bytes);
+    const size_t matrix_bytes = size_product(size_product(nr_query, columns), score_bytes);
     load_rows(*m_query_tensor, rows, nr_query);
     reserve_bytes(*m_query_sqr_tensor, size_product(nr_query, score_bytes));
     m_query_sqr_tensor->resize({nr_query, 1});
@@ -162,6 +161,19 @@ const orb::HostTensorND& CompareGraphs::copy_scores_to_host() {
     m_score_host.copy_from(m_score_tensor);
     m_comp_node.sync();
     return m_score_host;
+}
+
+void CompareGraphs::release_memory() {
+    m_norm_graph->clear_device_memory();
+    m_compare_graph->clear_device_memory();
+    m_norm_granted = 0;
+    m_compare_granted = 0;
+    for (const SharedTensor& tensor : {m_query_tensor, m_query_sqr_tensor, m_block_tensor,
+                                       m_block_sqr_tensor, m_norm_input_tensor})
+        drop_memory(*tensor);
+    drop_memory(m_norm_output);
+    drop_memory(m_score_tensor);
+    drop_memory(m_score_host);
 }
 
 // The runtime stops the process on a size that does not fit, so a run's planned memory is bounded

@@ -1,7 +1,8 @@
 // The two compiled graphs that do all arithmetic on features: half squared norms of rows, and raw
 // scores of all queries against one block of stored rows. Built once per group and run with new
 // bindings. Owned by the group's engine; one thread at a time. What grows with rows or queries is
-// memory that throws std::bad_alloc or std::length_error, after which the graphs can be run again.
+// memory that throws std::bad_alloc or std::length_error, after which the graphs can be run again;
+// it is kept from one run to the next.
 #pragma once
 
 #include <cstddef>
@@ -39,16 +40,18 @@ public:
     // rows beside it.
     void compute_sqrs(const uint8_t* rows, size_t n, const NormSink& sink);
 
-    // Begins a comparison of packed query rows with `columns` stored rows. Memory for the scores is
-    // sized for `columns_with_slack`.
-    void bind_queries(const uint8_t* rows, size_t nr_query, size_t columns,
-                      size_t columns_with_slack);
+    // Begins a comparison of packed query rows with `columns` stored rows.
+    void bind_queries(const uint8_t* rows, size_t nr_query, size_t columns);
     // Scores of all queries against the rows of one block, which become the columns from
     // `column_begin` on. The blocks are read where they are.
     void compare_block(const orb::DeviceTensorStorage& block,
                        const orb::DeviceTensorStorage& sqr_block, size_t rows, size_t column_begin);
     // All raw scores, shape (nr_query, columns). Valid until the next comparison.
     const orb::HostTensorND& copy_scores_to_host();
+
+    // Gives back all memory that is in proportion to rows or queries, and the blocks that were read
+    // last. The next run takes what it needs, without room to grow.
+    void release_memory();
 
 private:
     using SharedTensor = std::shared_ptr<orb::DeviceTensorND>;
@@ -78,6 +81,9 @@ private:
     size_t m_column_begin = 0;
     size_t m_column_end = 1;
 
+    // Bytes of the graphs' planned memory.
+    size_t m_norm_granted = 0;
+    size_t m_compare_granted = 0;
     std::shared_ptr<orb::ComputeGraph> m_norm_graph;
     std::unique_ptr<orb::CompiledFunction> m_norm_func;
     std::shared_ptr<orb::ComputeGraph> m_compare_graph;

@@ -3,6 +3,7 @@
 // call that throws, and handed to the runtime as adopted storage. No state: any thread may call.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 
@@ -26,18 +27,30 @@ Storage make_adopted(orb::CompNode node, size_t bytes) {
     return storage;
 }
 
+// The size of memory for `bytes` that takes the place of `old_bytes`: at least half as much again,
+// so that a size which creeps up does not reallocate at each step.
+inline size_t grown_size(size_t old_bytes, size_t bytes) {
+    return std::max(bytes, old_bytes + old_bytes / 2);
+}
+
+// The tensor has no memory and no shape any more.
+template <typename Trait>
+void drop_memory(orb::TensorND<Trait>& tensor) {
+    tensor.reset(orb::TensorStorage<Trait>(tensor.comp_node()), kern::TensorLayout(tensor.dtype()));
+}
+
 // From now on the tensor can be resized to `bytes` without an allocation. When it has to grow, its
 // shape and contents go, also when this throws.
 template <typename Trait>
 void reserve_bytes(orb::TensorND<Trait>& tensor, size_t bytes) {
-    using Storage = orb::TensorStorage<Trait>;
-    if (tensor.storage().capacity() >= bytes)
+    const size_t old_bytes = tensor.storage().capacity();
+    if (old_bytes >= bytes)
         return;
-    const orb::CompNode node = tensor.comp_node();
-    const kern::TensorLayout no_shape(tensor.dtype());
     // The old memory goes first, so that both never exist together.
-    tensor.reset(Storage(node), no_shape);
-    tensor.reset(make_adopted<Storage>(node, bytes), no_shape);
+    drop_memory(tensor);
+    tensor.reset(
+        make_adopted<orb::TensorStorage<Trait>>(tensor.comp_node(), grown_size(old_bytes, bytes)),
+        kern::TensorLayout(tensor.dtype()));
 }
 
 }  // namespace vek

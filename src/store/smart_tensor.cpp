@@ -160,10 +160,4 @@ void SmartTensor::clear() {
     shrink();
 }
 
-size_t SmartTensor::size_with_slack() const {
-    if (m_state == State::SINGLE_BLOCK)
-        return m_first_block_capacity;
-    return divide_rounding_up(m_size, m_block_size) * m_block_size;
-}
-
 }  // namespace vek

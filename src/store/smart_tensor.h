@@ -53,9 +53,6 @@ public:
     bool empty() const { return m_size == 0; }
     size_t row_bytes() const { return m_row_bytes; }
     size_t block_size() const { return m_block_size; }
-    // Rows up to the end of the last block that holds one. What is sized by this number grows with
-    // the store's steps and not with every row.
-    size_t size_with_slack() const;
 
     // Brings a row nearer that will be overwritten soon.
     void prefetch(size_t index) const;

@@ -9,11 +9,21 @@ namespace {
 std::atomic<size_t> watched_bytes{allocation_watch::Watch::NEVER};
 std::atomic<size_t> allowed{allocation_watch::Watch::NEVER};
 std::atomic<size_t> nr_seen{0};
+std::atomic<size_t> largest_seen{0};
 std::atomic<size_t> largest_runtime{0};
 
+void raise_to(std::atomic<size_t>& largest, size_t size) {
+    size_t seen = largest.load();
+    while (seen < size && !largest.compare_exchange_weak(seen, size)) {
+    }
+}
+
 void* allocate(size_t size, size_t alignment) {
-    if (size >= watched_bytes.load() && nr_seen.fetch_add(1) >= allowed.load())
-        return nullptr;
+    if (size >= watched_bytes.load()) {
+        raise_to(largest_seen, size);
+        if (nr_seen.fetch_add(1) >= allowed.load())
+            return nullptr;
+    }
     if (alignment <= alignof(std::max_align_t))
         return std::malloc(size == 0 ? 1 : size);
     const size_t rounded = (size + alignment - 1) / alignment * alignment;
@@ -33,6 +43,7 @@ namespace allocation_watch {
 
 Watch::Watch(size_t bytes, size_t failing_after) {
     nr_seen = 0;
+    largest_seen = 0;
     allowed = failing_after;
     watched_bytes = bytes;
 }
@@ -43,6 +54,10 @@ Watch::~Watch() {
 
 size_t Watch::seen() const {
     return nr_seen;
+}
+
+size_t Watch::largest() const {
+    return largest_seen;
 }
 
 size_t largest_of_runtime() {
@@ -101,8 +116,6 @@ void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noex
 extern "C" int __real_posix_memalign(void** memory, size_t alignment, size_t size);
 extern "C" int __wrap_posix_memalign(void** memory, size_t alignment, size_t size);
 int __wrap_posix_memalign(void** memory, size_t alignment, size_t size) {
-    size_t largest = largest_runtime.load();
-    while (largest < size && !largest_runtime.compare_exchange_weak(largest, size)) {
-    }
+    raise_to(largest_runtime, size);
     return __real_posix_memalign(memory, alignment, size);
 }

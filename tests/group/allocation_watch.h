@@ -20,6 +20,8 @@ public:
 
     // Allocations seen, failed ones included.
     size_t seen() const;
+    // Bytes of the largest of them.
+    size_t largest() const;
 };
 
 // Largest allocation of the runtime's own since the start of the program.
