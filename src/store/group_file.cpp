@@ -5,6 +5,7 @@
 #include <new>
 #include <vector>
 
+#include "store/adopted_memory.h"
 #include "store/error.h"
 
 namespace vek {
@@ -40,7 +41,7 @@ void write_rows(OutputStream& stream, const uint8_t* rows, size_t count,
         stream.write(rows, count * sizes.row_bytes);
         return;
     }
-    std::vector<uint8_t> padded(count * sizes.feature_bytes);
+    std::vector<uint8_t> padded(size_product(count, sizes.feature_bytes));
     for (size_t i = 0; i < count; ++i)
         std::memcpy(&padded[i * sizes.feature_bytes], rows + i * sizes.row_bytes, sizes.row_bytes);
     stream.write(padded.data(), padded.size());
