@@ -75,8 +75,10 @@
  * stops.
  *
  * Limits. At most 2^32 - 1 rows in a group. `k` above 1073741823 or `nr_query` above 107374182 is
- * VEK_UNKNOWN_ERROR, when the group has rows. A search needs 8 bytes for each pair of a query and a
- * row, and the group keeps that memory for the next search.
+ * VEK_UNKNOWN_ERROR, when the group has rows. Integer distances are exact for rows of up to 66051
+ * elements; sums over longer ones may leave 32 bits and wrap. A search needs 8 bytes for each pair
+ * of a query and a row. The group keeps that memory for the next search, up to half as much again
+ * where one search needs a little more than the one before, until VEK_shrink_feature_group.
  *
  * Counts of zero. An insert, delete or search of nothing checks its arguments as always and does
  * nothing.
@@ -390,8 +392,10 @@ VEK_API VEKStatus VEK_delete_features_from_feature_group(VEKContext ctx, const u
 VEK_API VEKStatus VEK_reserve_feature_group_size(VEKContext ctx, size_t size);
 
 /*
- * Gives back memory that the present rows do not need. Where memory to move them into a smaller
- * buffer is lacking, the larger one stays, and that is no failure.
+ * Gives back memory that the present rows do not need, that of earlier searches included: the next
+ * search takes its own anew. What stays are one block of rows beyond those in use and, in a group
+ * that never had more rows than one block, all room in that block. Where memory to move ids or tags
+ * into a smaller buffer is lacking, the larger one stays, and that is no failure.
  * Returns: VEK_OK; VEK_NULL_POINTER (ctx).
  * Threads: changing.
  */
@@ -412,9 +416,11 @@ VEK_API VEKStatus VEK_reset_feature_group(VEKContext ctx);
  * tags. A file that is there is overwritten in place, so a dump that fails leaves a broken one.
  * What the system reports only when the last buffer is written is not noticed.
  * - path (required)
- * Returns: VEK_OK; VEK_NULL_POINTER; VEK_INTERNAL_ERROR for a file that cannot be created or
- * written; VEK_UNSUPPORTED from a group of 8-bit integers, before the file is touched. On failure:
- * the group is as it was. Threads: reading.
+ * Returns: VEK_OK; VEK_NULL_POINTER; VEK_UNSUPPORTED from a group of 8-bit integers, before the
+ *   file is touched; VEK_INTERNAL_ERROR for a file that cannot be created or written;
+ *   VEK_UNKNOWN_ERROR for lack of memory.
+ * On failure: the group is as it was.
+ * Threads: reading.
  */
 VEK_API VEKStatus VEK_dump_feature_group_to_file(VEKContext ctx, const char* path);
 
@@ -437,7 +443,8 @@ VEK_API VEKStatus VEK_dump_feature_group_model_to_file(VEKContext ctx, const cha
  * - average (required): room for one row; written on success
  * Returns: VEK_OK; VEK_NULL_POINTER; VEK_INVALID_ARGUMENT without options, or for rows that are not
  *   encrypted; VEK_UNSUPPORTED from a group of 8-bit integers; VEK_UNKNOWN_ERROR for lack of
- * memory. Threads: free.
+ *   memory.
+ * Threads: free.
  */
 VEK_API VEKStatus VEK_get_average_feature(VEKContext ctx, const uint8_t* features, size_t nr,
                                           const VEKFeatureGroupAverageOptions* options,
