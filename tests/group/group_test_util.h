@@ -154,6 +154,18 @@ inline std::vector<float> small_integers(size_t rows, size_t dim, unsigned seed 
     return features;
 }
 
+// Such rows as the bytes that a group with these settings takes.
+inline std::vector<uint8_t> feature_bytes(const VEKFeatureGroupSettings& settings, size_t rows,
+                                          unsigned seed = 1) {
+    if (settings.index_type != VEK_INDEX_BRUTE_FORCE_INT8)
+        return OddBytes(small_integers(rows, settings.feature_size / sizeof(float), seed))
+            .values<uint8_t>();
+    std::vector<uint8_t> bytes;
+    for (float value : small_integers(rows, settings.feature_size, seed))
+        bytes.push_back(static_cast<uint8_t>(static_cast<int8_t>(value)));
+    return bytes;
+}
+
 inline std::vector<uint64_t> running_ids(size_t count, uint64_t first = 0) {
     std::vector<uint64_t> ids(count);
     for (size_t i = 0; i < count; ++i)

@@ -20,21 +20,6 @@ constexpr size_t DIM = 6;
 constexpr uint32_t TAG_BYTES = 3;
 constexpr size_t MOST_OF_RUNTIME = 4096;
 
-bool is_int8(const VEKFeatureGroupSettings& settings) {
-    return settings.index_type == VEK_INDEX_BRUTE_FORCE_INT8;
-}
-
-std::vector<uint8_t> feature_bytes(const VEKFeatureGroupSettings& settings, size_t rows,
-                                   unsigned seed) {
-    const std::vector<float> values = small_integers(rows, DIM, seed);
-    if (!is_int8(settings))
-        return OddBytes(values).values<uint8_t>();
-    std::vector<uint8_t> bytes;
-    for (float value : values)
-        bytes.push_back(static_cast<uint8_t>(static_cast<int8_t>(value)));
-    return bytes;
-}
-
 // Rows for one insert. Nothing is allocated when they are used, so a failure is the library's.
 struct Rows {
     std::vector<uint64_t> ids;

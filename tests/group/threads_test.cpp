@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "tests/group/group_test_util.h"
+#include "tests/store/file_test_util.h"
 
 namespace {
 
@@ -23,13 +24,19 @@ int has_bit(void* context, const uint8_t* tag) {
     return *tag & *static_cast<const uint8_t*>(context);
 }
 
+const VEKFeatureGroupSettings KINDS[] = {Group::settings(DIM, 1), Group::int8_settings(DIM, 1)};
+
+bool is_int8(const VEKFeatureGroupSettings& kind) {
+    return kind.index_type == VEK_INDEX_BRUTE_FORCE_INT8;
+}
+
 // Searches that differ from thread to thread in everything, so that mixed-up buffers show.
-Query query_of(size_t thread, size_t round) {
+Query query_of(const VEKFeatureGroupSettings& kind, size_t thread, size_t round) {
     static uint8_t bits[THREADS] = {1, 2, 4, 8, 3, 255};
     Query query;
     query.nr_query = 1 + (3 * thread + round) % 9;
     query.k = 1 + (thread + 5 * round) % 40;
-    query.features = small_integers(query.nr_query, DIM, static_cast<unsigned>(thread + 1));
+    query.bytes = feature_bytes(kind, query.nr_query, static_cast<unsigned>(thread + 1));
     query.options.sorted = static_cast<int32_t>(thread % 2);
     if (round % 2 == 0) {
         query.predicate = has_bit;
@@ -45,55 +52,80 @@ std::vector<uint8_t> running_tags(size_t rows) {
     return tags;
 }
 
-TEST(Threads, ManySearchOneGroup) {
+// The file of a group and the mean of some rows, or nothing from a kind that has neither.
+std::string dump_and_average(const Group& group, const VEKFeatureGroupSettings& kind,
+                             const std::string& path) {
+    const std::vector<uint8_t> rows = feature_bytes(kind, 7, 3);
+    std::string average(kind.feature_size, '\0');
+    const VEKFeatureGroupAverageOptions encrypted{1};
+    const VEKStatus expected = is_int8(kind) ? VEK_UNSUPPORTED : VEK_OK;
+    EXPECT_EQ(VEK_get_average_feature(group.context(), rows.data(), 7, &encrypted,
+                                      reinterpret_cast<uint8_t*>(&average[0])),
+              expected);
+    EXPECT_EQ(VEK_dump_feature_group_to_file(group.context(), path.c_str()), expected);
+    return is_int8(kind) ? "" : bytes_of_file(path) + average;
+}
+
+TEST(Threads, ManySearchAndReadOneGroup) {
     constexpr size_t ROWS = 300, ROUNDS = 12;
     const BlockSize blocks(64);
-    const Group group(DIM, 1);
-    ASSERT_EQ(group.insert(running_ids(ROWS), small_integers(ROWS, DIM), running_tags(ROWS)),
-              VEK_OK);
-    Found expected[THREADS][ROUNDS];
-    for (size_t t = 0; t < THREADS; ++t) {
-        for (size_t round = 0; round < ROUNDS; ++round)
-            expected[t][round] = group.search(query_of(t, round));
-    }
-    run_together([&](size_t t) {
-        for (size_t round = 0; round < ROUNDS; ++round) {
-            EXPECT_EQ(group.search(query_of(t, round)), expected[t][round]);
-            EXPECT_EQ(group.size(), ROWS);
-            VEKFeatureGroupSettings settings;
-            EXPECT_EQ(VEK_get_feature_group_settings(group.context(), &settings), VEK_OK);
-            EXPECT_EQ(settings.tag_size, 1u);
+    const TempFolder folder;
+    for (const VEKFeatureGroupSettings& kind : KINDS) {
+        const Group group(kind);
+        ASSERT_EQ(group.insert(running_ids(ROWS), feature_bytes(kind, ROWS), running_tags(ROWS)),
+                  VEK_OK);
+        Found expected[THREADS][ROUNDS];
+        for (size_t t = 0; t < THREADS; ++t) {
+            for (size_t round = 0; round < ROUNDS; ++round)
+                expected[t][round] = group.search(query_of(kind, t, round));
         }
-    });
+        const std::string expected_bytes = dump_and_average(group, kind, folder / "expected");
+        run_together([&](size_t t) {
+            const std::string path = folder / std::to_string(t);
+            for (size_t round = 0; round < ROUNDS; ++round) {
+                EXPECT_EQ(group.search(query_of(kind, t, round)), expected[t][round]);
+                EXPECT_EQ(group.size(), ROWS);
+                VEKFeatureGroupSettings settings;
+                EXPECT_EQ(VEK_get_feature_group_settings(group.context(), &settings), VEK_OK);
+                EXPECT_EQ(settings.tag_size, 1u);
+                EXPECT_EQ(dump_and_average(group, kind, path), expected_bytes);
+            }
+        });
+    }
 }
 
 // The whole life of a group of its own size, and what it answers on the way.
-std::vector<Found> live(size_t thread) {
+std::vector<Found> live(const VEKFeatureGroupSettings& kind, size_t thread) {
     std::vector<Found> answers;
+    const auto search = [&](const Group& group, size_t round) {
+        answers.push_back(group.search(query_of(kind, thread, round)));
+    };
     const size_t rows = 40 + 31 * thread;
-    const Group group(DIM, 1);
-    const std::vector<float> features = small_integers(rows, DIM, static_cast<unsigned>(thread));
+    const Group group(kind);
+    const std::vector<uint8_t> features = feature_bytes(kind, rows, static_cast<unsigned>(thread));
     EXPECT_EQ(group.insert(running_ids(rows), features, running_tags(rows)), VEK_OK);
-    answers.push_back(group.search(query_of(thread, 0)));
+    search(group, 0);
     EXPECT_EQ(group.erase(running_ids(rows / 2, 3)), VEK_OK);
     EXPECT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
-    answers.push_back(group.search(query_of(thread, 1)));
+    search(group, 1);
     EXPECT_EQ(group.insert(running_ids(rows, 2), features, running_tags(rows), {0, 1}), VEK_OK);
-    answers.push_back(group.search(query_of(thread, 2)));
-    EXPECT_EQ(VEK_reset_feature_group(group.context()), VEK_OK);
-    answers.push_back(group.search(query_of(thread, 3)));
+    search(group, 2);
+    EXPECT_EQ(VEK_reset_feature_group(group.context()), is_int8(kind) ? VEK_UNSUPPORTED : VEK_OK);
+    search(group, 3);
     return answers;
 }
 
 TEST(Threads, EachWithGroupsOfItsOwn) {
     const BlockSize blocks(32);
-    std::vector<std::vector<Found>> expected;
-    for (size_t t = 0; t < THREADS; ++t)
-        expected.push_back(live(t));
-    run_together([&](size_t t) {
-        for (size_t round = 0; round < 5; ++round)
-            EXPECT_EQ(live(t), expected[t]);
-    });
+    for (const VEKFeatureGroupSettings& kind : KINDS) {
+        std::vector<std::vector<Found>> expected;
+        for (size_t t = 0; t < THREADS; ++t)
+            expected.push_back(live(kind, t));
+        run_together([&](size_t t) {
+            for (size_t round = 0; round < 5; ++round)
+                EXPECT_EQ(live(kind, t), expected[t]);
+        });
+    }
 }
 
 }  // namespace

@@ -319,6 +319,28 @@ TEST(ObservedWalk, AgreesForIntegersOf8Bits) {
         walk({512, 1, block_size, 25, 60, true}, ++seed, 30);
 }
 
+// The longest rows whose distances are exact, at the largest distance that they can have.
+TEST(Int8, IsExactUpToTheStatedLength) {
+    constexpr size_t LONGEST = 66051;
+    const VEKFeatureGroupSettings settings = Group::int8_settings(LONGEST);
+    PlainModel model{settings.comparison, true, {}};
+    const Group group(settings);
+    const std::vector<int> ends[] = {std::vector<int>(LONGEST, 127),
+                                     std::vector<int>(LONGEST, -128)};
+    Query query;
+    query.nr_query = 2;
+    query.k = 2;
+    for (uint64_t id : {0, 1}) {
+        model.insert({{id, ends[id], {}}}, false);
+        const std::vector<int8_t> bytes(ends[id].begin(), ends[id].end());
+        ASSERT_EQ(group.insert({id}, bytes), VEK_OK);
+        query.bytes.insert(query.bytes.end(), bytes.begin(), bytes.end());
+    }
+    const Found found = group.search(query);
+    EXPECT_EQ(found.ids, (std::vector<uint64_t>{1, 0, 0, 1}));  // the farther one first
+    EXPECT_TRUE(found == model.search(query, {ends[0], ends[1]}));
+}
+
 // Several blocks of the default size.
 TEST(ObservedWalk, AgreesBeyondOneDefaultBlock) {
     walk({3, 2, 0, 25, 6000}, 77, 3 * 8192 / 2);
