@@ -20,8 +20,8 @@ using kern::TensorLayout;
 using orb::ElementwiseOperator;
 using orb::GraphVar;
 
-// Planned memory of a graph. The runtime asks when it has given back what it had: `granted` bytes,
-// which counts what it has now.
+// Planned memory of a graph, of which it has `granted` bytes. The runtime gives those back before it
+// asks for more.
 orb::StaticMemorySource make_memory_source(size_t& granted) {
     return [&granted](orb::CompNode node, size_t bytes) {
         const size_t wanted = grown_size(std::exchange(granted, 0), bytes);
