@@ -31,6 +31,7 @@ extern size_t qemu_plugin_tb_n_insns(const struct qemu_plugin_tb*);
 extern uint64_t qemu_plugin_tb_vaddr(const struct qemu_plugin_tb*);
 extern struct qemu_plugin_insn* qemu_plugin_tb_get_insn(const struct qemu_plugin_tb*, size_t);
 extern uint64_t qemu_plugin_insn_vaddr(const struct qemu_plugin_insn*);
+extern const char* qemu_plugin_insn_symbol(const struct qemu_plugin_insn*);
 extern char* qemu_plugin_insn_disas(const struct qemu_plugin_insn*);
 extern void qemu_plugin_register_vcpu_tb_trans_cb(qemu_plugin_id_t,
                                                   void (*)(qemu_plugin_id_t,
@@ -57,7 +58,7 @@ static const char* cname[NCLS] = {"neon_fma", "neon_other", "neon_ldst", "vfp",
                                   "load",     "store",      "branch",    "other"};
 static uint64_t total, cls[NCLS];
 static uint64_t mem_ops[2], mem_bytes[2], l1_miss[2], l2_miss[2];
-static bool do_mem, do_hot;
+static bool do_mem, do_hot, do_symbols;
 static FILE* out;
 
 // ---- simple LRU cache model (L1D, L2), line 64
@@ -162,6 +163,27 @@ static hot_t* hot_get(uint64_t va, uint64_t n) {
     return p;
 }
 
+// ---- instructions by the symbol that their block begins in
+typedef struct symbol {
+    char* name;
+    uint64_t insns, before;
+    struct symbol* next;
+} symbol_t;
+static symbol_t* symbols;
+static symbol_t* symbol_get(const char* name) {
+    if (!name || !*name)
+        name = "?";
+    for (symbol_t* p = symbols; p; p = p->next)
+        if (!strcmp(p->name, name))
+            return p;
+    symbol_t* p = calloc(1, sizeof *p);
+    p->name = malloc(strlen(name) + 1);
+    strcpy(p->name, name);
+    p->next = symbols;
+    symbols = p;
+    return p;
+}
+
 static void on_tb(qemu_plugin_id_t id, struct qemu_plugin_tb* tb) {
     (void)id;
     size_t n = qemu_plugin_tb_n_insns(tb);
@@ -187,6 +209,10 @@ static void on_tb(qemu_plugin_id_t id, struct qemu_plugin_tb* tb) {
             qemu_plugin_register_vcpu_mem_cb(in, on_mem, CB_NO_REGS, MEM_RW, NULL);
     }
     qemu_plugin_register_vcpu_tb_exec_inline(tb, INLINE_ADD_U64, &total, n);
+    if (do_symbols) {
+        symbol_t* symbol = symbol_get(qemu_plugin_insn_symbol(qemu_plugin_tb_get_insn(tb, 0)));
+        qemu_plugin_register_vcpu_tb_exec_inline(tb, INLINE_ADD_U64, &symbol->insns, n);
+    }
     for (int k = 0; k < NCLS; k++)
         if (c[k])
             qemu_plugin_register_vcpu_tb_exec_inline(tb, INLINE_ADD_U64, &cls[k], c[k]);
@@ -234,12 +260,18 @@ static void on_sys(qemu_plugin_id_t id, unsigned cpu, int64_t num, uint64_t a1, 
     (void)a8;
     if ((uint32_t)a1 != 0x564B4649u)
         return;
-    if (a2 == 1)
+    if (a2 == 1) {
+        for (symbol_t* p = symbols; p; p = p->next)
+            p->before = p->insns;
         take(&s0);
-    else if (a2 == 2) {
+    } else if (a2 == 2) {
         char t[32];
         snprintf(t, sizeof t, "roi[%u]", (unsigned)a3);
         report(t, &s0);
+        for (symbol_t* p = symbols; p; p = p->next)
+            if (p->insns > p->before)
+                fprintf(out, "symbol[%u] %" PRIu64 " %s\n", (unsigned)a3, p->insns - p->before,
+                        p->name);
     }
 }
 static int cmp(const void* a, const void* b) {
@@ -276,6 +308,8 @@ EXPORT int qemu_plugin_install(qemu_plugin_id_t id, const qemu_info_t* info, int
     for (int i = 0; i < argc; i++) {
         if (!strcmp(argv[i], "mem=on"))
             do_mem = true;
+        else if (!strcmp(argv[i], "symbols=on"))
+            do_symbols = true;
         else if (!strcmp(argv[i], "hot=on"))
             do_hot = true;
         else if (!strncmp(argv[i], "out=", 4)) {

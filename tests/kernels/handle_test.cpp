@@ -1,5 +1,6 @@
 #include "kernels/handle.h"
 
+#include <typeindex>
 #include <typeinfo>
 
 #include "kernels/arg_max.h"
