@@ -1,17 +1,53 @@
 #include "group/selection.h"
 
+#include <algorithm>
+
 #include "group/id_table.h"
 #include "group/unaligned.h"
 #include "kernels/check.h"
+#include "kernels/simd/f32x4_functions.h"
 
 namespace vek {
 namespace {
 
+using kern::simd::F32x4;
+using kern::simd::I32x4;
+
+F32x4 load_as_float(const float* scores) {
+    return kern::simd::load(scores);
+}
+F32x4 load_as_float(const int32_t* scores) {
+    return kern::simd::to_float(kern::simd::load(scores));
+}
+
+constexpr size_t SCAN_WIDTH = 16;
+
+// Whether all of SCAN_WIDTH scores are below the bar. "No" may be wrong for a denormal score, which
+// counts as zero on NEON; "yes" never is, and a NaN is not below anything.
+template <typename Raw>
+bool all_below(const Raw* scores, F32x4 bar) {
+    const auto below = [&](size_t first) {
+        return kern::simd::greater(bar, load_as_float(scores + first));
+    };
+    return kern::simd::all_set((below(0) & below(4)) & (below(8) & below(12)));
+}
+
 // Integer scores become floats before anything is compared, so that those which are one float tie.
+// Almost all scores are below the bar, so they are looked at many at a time.
 template <typename Raw>
 void select_row(const Raw* row, size_t columns, TopKHeap& heap) {
-    for (size_t slot = 0; slot < columns; ++slot)
-        heap.offer(static_cast<uint32_t>(slot), static_cast<float>(row[slot]));
+    size_t slot = 0;
+    const auto offer_up_to = [&](size_t end) {
+        for (; slot < end; ++slot)
+            heap.offer(static_cast<uint32_t>(slot), static_cast<float>(row[slot]));
+    };
+    while (slot + SCAN_WIDTH <= columns) {
+        const F32x4 bar = kern::simd::broadcast(heap.bar());
+        while (slot + SCAN_WIDTH <= columns && all_below(row + slot, bar))
+            slot += SCAN_WIDTH;
+        offer_up_to(std::min(slot + SCAN_WIDTH, columns));
+    }
+    offer_up_to(columns);
 }
 
 // The predicate sees every pair, also those below the threshold.

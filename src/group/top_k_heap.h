@@ -25,6 +25,8 @@ public:
     // From best to worst instead of heap order; nothing can be offered afterwards.
     void sort();
 
+    // What is below it is not taken in. It never falls.
+    float bar() const { return m_bar; }
     size_t size() const { return m_raws.size(); }
     uint32_t slot(size_t index) const { return m_slots[index]; }
     float raw(size_t index) const { return m_raws[index]; }

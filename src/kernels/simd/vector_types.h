@@ -119,4 +119,11 @@ inline To bit_cast(From value) {
     return result;
 }
 
+// Whether the mask's bits are set in every lane.
+inline bool all_set(I32x4 mask) {
+    uint64_t halves[2];
+    std::memcpy(halves, &mask, sizeof(mask));
+    return (halves[0] & halves[1]) == UINT64_MAX;
+}
+
 }  // namespace kern::simd
