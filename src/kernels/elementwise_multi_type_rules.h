@@ -8,7 +8,7 @@
 
 #include "kernels/elementwise_formulas.h"
 #include "kernels/elementwise_multi_type.h"
-#include "kernels/type_cvt_rules.h"
+#include "kernels/quantise.h"
 
 namespace kern::multi_type {
 
@@ -82,14 +82,11 @@ struct QuantisedAdd {
 
     float x_scale;
     float y_scale;
-    float out_scale;
-    int32_t zero_point;  // of the output
+    Quantisation out;
 
     Output operator()(int8_t x, int8_t y) const {
-        float sum = static_cast<float>(x) * x_scale + static_cast<float>(y) * y_scale;
-        if (RELU && !(sum > 0))
-            sum = 0;
-        return saturate<Out>(int64_t{truncate_to_int(std::round(sum / out_scale))} + zero_point);
+        const float sum = static_cast<float>(x) * x_scale + static_cast<float>(y) * y_scale;
+        return out.nearest<Out>(RELU && !(sum > 0) ? 0 : sum);
     }
 };
 
@@ -116,20 +113,14 @@ template <bool RELU, typename Function>
 void with_quantised_add(const BroadcastSet& inputs, DType output, Function function) {
     const float x_scale = dtype_of(inputs, 0).param<QuantizedS8Param>().scale;
     const float y_scale = dtype_of(inputs, 1).param<QuantizedS8Param>().scale;
+    const Quantisation out = Quantisation::of(output);
     switch (output.enum_value()) {
-        case DTypeEnum::QUANTIZED_S8: {
-            const float scale = output.param<QuantizedS8Param>().scale;
-            return function(QuantisedAdd<RELU, int8_t>{x_scale, y_scale, scale, 0});
-        }
-        case DTypeEnum::QUANTIZED8_ASYMM: {
-            const auto& param = output.param<Quantized8AsymmParam>();
-            return function(
-                QuantisedAdd<RELU, uint8_t>{x_scale, y_scale, param.scale, param.zero_point});
-        }
-        default: {
-            const float scale = output.param<QuantizedS32Param>().scale;
-            return function(QuantisedAdd<RELU, int32_t>{x_scale, y_scale, scale, 0});
-        }
+        case DTypeEnum::QUANTIZED_S8:
+            return function(QuantisedAdd<RELU, int8_t>{x_scale, y_scale, out});
+        case DTypeEnum::QUANTIZED8_ASYMM:
+            return function(QuantisedAdd<RELU, uint8_t>{x_scale, y_scale, out});
+        default:
+            return function(QuantisedAdd<RELU, int32_t>{x_scale, y_scale, out});
     }
 }
 

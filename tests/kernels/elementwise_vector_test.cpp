@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "kernels/arm_common/elementwise_plan.h"
+#include "kernels/image_format.h"
 #include "tests/kernels/elementwise_reference.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -199,6 +200,35 @@ TEST(ElementwisePlan, StridedInputsHaveNoVectorForm) {
                       {{nullptr, strided({1}, {7}, f)}, {nullptr, TensorLayout({1}, f)}},
                       TensorLayout({1}, f)),
               VectorForm::DENSE_DENSE);
+}
+
+// Images of pixels with four elements, whose rows have no padding: a pixel against all of them.
+TEST(ElementwisePlan, PixelsOfAnImage) {
+    std::mt19937 random(1);
+    const kern::TensorFormat* format = kern::image_pack4_format(2, 4);
+    for (DType dtype : {DType::Float32(), DType::Int32(), DType::Int16(), DType::Int8()}) {
+        const TensorLayout layout({2, 3, 5, 4}, dtype, format);
+        const Tensor image(layout), pixel(TensorLayout({1, 1, 1, 4}, dtype, format)),
+            column(TensorLayout({1, 3, 1, 4}, dtype, format)), wanted(layout), got(layout);
+        fill_with_extremes(image, random);
+        fill_with_extremes(pixel, random);
+        fill_with_extremes(column, random);
+        const auto check = [&](ElementwiseMode mode, const Tensor& x, const Tensor& y,
+                               VectorForm form) {
+            const std::vector<RawTensor> inputs = {x.raw(), y.raw()};
+            EXPECT_EQ(form_of(mode, inputs, layout), form);
+            run(NAIVE, mode, inputs, wanted.raw());
+            run(ARMV7, mode, inputs, got.raw());
+            expect_same(mode, wanted, got);
+        };
+        check(ElementwiseMode::SUB, image, pixel, VectorForm::DENSE_CHANNEL);
+        check(ElementwiseMode::MAX, pixel, image, VectorForm::CHANNEL_DENSE);
+        check(ElementwiseMode::SUB, pixel, image, VectorForm::NONE);
+        check(ElementwiseMode::SUB, image, column, VectorForm::NONE);
+        check(ElementwiseMode::SUB, image, image, VectorForm::DENSE_DENSE);
+    }
+    const Tensor padded(TensorLayout({2, 3, 4}, DType::Float32(), kern::image_pack4_format(2, 64)));
+    EXPECT_DEATH(run(ARMV7, ElementwiseMode::ABS, {padded.raw()}, padded.raw()), "");
 }
 
 }  // namespace

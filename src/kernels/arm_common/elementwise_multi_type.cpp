@@ -2,7 +2,6 @@
 
 #include "kernels/arm_common/vector_loop.h"
 #include "kernels/elementwise_multi_type_rules.h"
-#include "kernels/format.h"
 #include "kernels/simd/f32x4_functions.h"
 
 namespace kern::arm_common {
@@ -101,10 +100,10 @@ public:
     explicit VectorQuantisedAdd(const QuantisedAdd<RELU, Out>& rule)
         : m_x_scale(simd::broadcast(rule.x_scale)),
           m_y_scale(simd::broadcast(rule.y_scale)),
-          m_out_scale(simd::broadcast(rule.out_scale)),
-          m_least(simd::broadcast(int32_t{Limits::min()} - rule.zero_point)),
-          m_most(simd::broadcast(int32_t{Limits::max()} - rule.zero_point)),
-          m_zero_point(simd::broadcast(rule.zero_point)) {}
+          m_out_scale(simd::broadcast(rule.out.scale)),
+          m_least(simd::broadcast(int32_t{Limits::min()} - rule.out.zero_point)),
+          m_most(simd::broadcast(int32_t{Limits::max()} - rule.out.zero_point)),
+          m_zero_point(simd::broadcast(rule.out.zero_point)) {}
 
     I32x8 operator()(I32x8 x, I32x8 y) const {
         return {sum(x.first, y.first), sum(x.last, y.last)};

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <optional>
 
-#include "kernels/format.h"
+#include "kernels/image_format.h"
 
 namespace kern::arm_common {
 namespace {
@@ -29,7 +29,8 @@ bool has_strides(const TensorLayout& view, std::initializer_list<ptrdiff_t> want
 
 // Four values, one for each lane of an image's pixels, the same in all pixels.
 bool is_pixel(const TensorLayout& view) {
-    if (view.format->type() != TensorFormat::Type::IMAGE || view.ndim < 3 || view.ndim > 4)
+    if (view.format->type() != TensorFormat::Type::IMAGE || view.ndim < 3 || view.ndim > 4 ||
+        static_cast<const Image2DFormat*>(view.format)->align_axis() != 1)
         return false;
     const size_t last = view.ndim - 1;
     for (size_t axis = 0; axis < last; ++axis) {
