@@ -5,9 +5,11 @@
 
 #include "kernels/arg_max.h"
 #include "kernels/armv7/matrix_mul.h"
+#include "kernels/batched_matrix_mul.h"
 #include "kernels/cond_take.h"
 #include "kernels/cumsum.h"
 #include "kernels/elementwise.h"
+#include "kernels/elementwise_multi_type.h"
 #include "kernels/fallback/matrix_mul.h"
 #include "kernels/naive/matrix_mul.h"
 #include "kernels/naive/relayout.h"
@@ -83,7 +85,9 @@ void expect_thread_safe(bool wanted) {
 TEST(Handle, OnlyStatelessOperatorsAreThreadSafe) {
     expect_thread_safe<kern::MatrixMul>(true);
     expect_thread_safe<kern::Relayout>(true);
+    expect_thread_safe<kern::BatchedMatrixMul>(false);
     expect_thread_safe<kern::Elementwise>(false);
+    expect_thread_safe<kern::ElementwiseMultiType>(false);
     expect_thread_safe<kern::Reduce>(false);
     expect_thread_safe<kern::CondTake>(false);
     expect_thread_safe<kern::Cumsum>(false);
