@@ -1,6 +1,7 @@
 #include "group/brute_force_engine.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -42,7 +43,8 @@ BruteForceEngine::BruteForceEngine(const CompareKind& kind, EngineFunctions func
       m_tag_bytes(tag_bytes),
       m_comp_node(orb::CompNode::load("cpu:default")),
       m_rows(m_comp_node, kind.feature_dtype.element_bytes(), feature_dim, tag_bytes),
-      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(kind, m_rows.features())) {}
+      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(kind, m_rows.features())),
+      m_all_scores(m_comp_node, kind.score_dtype) {}
 
 // ---- search
 
@@ -63,13 +65,25 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     const ScoreMap score_map(comparison);
     const bool encrypted = call.options && call.options->encrypted != 0;
     const Buffer plain = decrypted(call.features, call.nr_query, encrypted);
-    std::vector<TopKHeap> heaps = make_heaps(call, score_map.raw_threshold(call.threshold));
+    const float raw_threshold = score_map.raw_threshold(call.threshold);
     const uint8_t* queries = plain ? plain.get() : call.features;
-    with_enough_memory([&] { compare_all(queries, call.nr_query); });
-    TagFilter filter;
-    if (m_tag_bytes != 0 && call.predicate)
-        filter = {call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes};
-    select_candidates(m_graphs.copy_scores_to_host(), filter, heaps);
+    std::vector<TopKHeap> heaps = make_heaps(call, raw_threshold);
+    if (m_tag_bytes != 0 && call.predicate) {
+        // It is called query by query, so it can begin only when all blocks are through. What it
+        // throws is not a lack of memory.
+        with_enough_memory([&] { keep_all_scores(queries, call.nr_query); });
+        const TagFilter filter{call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes};
+        select_candidates(m_all_scores.as_raw(), 0, filter, heaps);
+    } else {
+        bool first_try = true;
+        with_enough_memory([&] {
+            if (!std::exchange(first_try, false))
+                heaps = make_heaps(call, raw_threshold);
+            compare_all(queries, call.nr_query, [&](size_t first, const kern::RawTensor& scores) {
+                select_candidates(scores, first, {}, heaps);
+            });
+        });
+    }
 
     if (call.options && call.options->sorted > 0)
         std::for_each(heaps.begin(), heaps.end(), [](TopKHeap& heap) { heap.sort(); });
@@ -105,27 +119,45 @@ void BruteForceEngine::with_enough_memory(const Use& use) {
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {
     }
-    m_graphs.release_memory();
+    release_memory();
     try {
         use();
     } catch (const std::exception&) {
-        m_graphs.release_memory();
+        release_memory();
         throw;
     }
 }
 
-// Leaves the raw scores of all pairs in the graphs' score matrix.
-void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query) {
+void BruteForceEngine::release_memory() {
+    m_graphs.release_memory();
+    drop_memory(m_all_scores);
+}
+
+void BruteForceEngine::keep_all_scores(const uint8_t* queries, size_t nr_query) {
+    const size_t score_bytes = m_all_scores.dtype().element_bytes();
+    reserve_bytes(m_all_scores, size_product(size_product(nr_query, size()), score_bytes));
+    m_all_scores.resize({nr_query, size()});
+    uint8_t* matrix = m_all_scores.raw_ptr();
+    compare_all(queries, nr_query, [&](size_t first, const kern::RawTensor& scores) {
+        const size_t row_bytes = scores.layout[1] * score_bytes;
+        for (size_t query = 0; query < nr_query; ++query)
+            std::memcpy(matrix + (query * size() + first) * score_bytes,
+                        scores.ptr<const uint8_t>() + query * row_bytes, row_bytes);
+    });
+}
+
+void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query,
+                                   const CompareGraphs::ScoreSink& sink) {
     const auto blocks = m_rows.features().get_all_elements();
     const auto sqr_blocks = m_rows.sqrs().get_all_elements();
-    m_graphs.bind_queries(queries, nr_query, size());
+    m_graphs.bind_queries(queries, nr_query);
     size_t offset = 0;
     for (size_t i = 0; i < blocks.size(); ++i) {
         const size_t rows = blocks[i].second;
         if (i >= sqr_blocks.size() || sqr_blocks[i].second != rows)
             throw Error(VEK_INTERNAL_ERROR, "base and its sqr conflict!",
                         m_functions.search.c_str());
-        m_graphs.compare_block(*blocks[i].first, *sqr_blocks[i].first, rows, offset);
+        m_graphs.compare_block(*blocks[i].first, *sqr_blocks[i].first, rows, offset, sink);
         offset += rows;
     }
 }
@@ -141,7 +173,7 @@ BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, si
 // ---- changes
 
 void BruteForceEngine::shrink() {
-    m_graphs.release_memory();
+    release_memory();
     m_rows.shrink();
 }
 

@@ -20,8 +20,8 @@ using kern::TensorLayout;
 using orb::ElementwiseOperator;
 using orb::GraphVar;
 
-// Planned memory of a graph, of which it has `granted` bytes. The runtime gives those back before it
-// asks for more.
+// Planned memory of a graph, of which it has `granted` bytes. The runtime gives those back before
+// it asks for more.
 orb::StaticMemorySource make_memory_source(size_t& granted) {
     return [&granted](orb::CompNode node, size_t bytes) {
         const size_t wanted = grown_size(std::exchange(granted, 0), bytes);
@@ -53,9 +53,7 @@ CompareGraphs::CompareGraphs(orb::CompNode comp_node, const CompareKind& kind, s
       m_block_tensor(make_tensor(kind.feature_dtype)),
       m_block_sqr_tensor(make_tensor(kind.score_dtype)),
       m_norm_input_tensor(make_tensor(kind.feature_dtype)),
-      m_norm_output(comp_node, kind.score_dtype),
-      m_score_tensor(comp_node, kind.score_dtype),
-      m_score_host(comp_node, kind.score_dtype) {
+      m_norm_output(comp_node, kind.score_dtype) {
     build_norm_graph();
     build_compare_graph();
 }
@@ -99,12 +97,9 @@ void CompareGraphs::build_compare_graph() {
     GraphVar* dots = orb::MatrixMultiply::make(queries, block, product);
     GraphVar* scores =
         ElementwiseOperator::subtract(ElementwiseOperator::subtract(dots, query_sqrs), block_sqrs);
-    m_compare_func = m_compare_graph->compile(
-        {{scores, [this](const orb::DeviceTensorND& value) {
-              const orb::TensorSlice columns{
-                  static_cast<ptrdiff_t>(m_column_begin), static_cast<ptrdiff_t>(m_column_end), {}};
-              m_score_tensor[{{}, columns}].copy_from_fixlayout(value);
-          }}});
+    m_compare_func = m_compare_graph->compile({{scores, [this](const orb::DeviceTensorND& value) {
+                                                    (*m_sink)(m_first_slot, value.as_raw());
+                                                }}});
 }
 
 void CompareGraphs::load_rows(orb::DeviceTensorND& tensor, const uint8_t* rows, size_t n) {
@@ -129,15 +124,10 @@ void CompareGraphs::compute_sqrs(const uint8_t* rows, size_t n, const NormSink& 
     }
 }
 
-void CompareGraphs::bind_queries(const uint8_t* rows, size_t nr_query, size_t columns) {
-    const size_t score_bytes = m_kind.score_dtype.element_bytes();
-    const size_t matrix_bytes = size_product(size_product(nr_query, columns), score_bytes);
+void CompareGraphs::bind_queries(const uint8_t* rows, size_t nr_query) {
     load_rows(*m_query_tensor, rows, nr_query);
-    reserve_bytes(*m_query_sqr_tensor, size_product(nr_query, score_bytes));
+    reserve_bytes(*m_query_sqr_tensor, size_product(nr_query, m_kind.score_dtype.element_bytes()));
     m_query_sqr_tensor->resize({nr_query, 1});
-    reserve_bytes(m_score_tensor, matrix_bytes);
-    m_score_tensor.resize({nr_query, columns});
-    reserve_bytes(m_score_host, matrix_bytes);
     compute_sqrs(rows, nr_query, [this](size_t first, const orb::HostTensorND& norms) {
         const orb::TensorSlice piece{
             static_cast<ptrdiff_t>(first), static_cast<ptrdiff_t>(first + norms.shape(0)), {}};
@@ -148,19 +138,30 @@ void CompareGraphs::bind_queries(const uint8_t* rows, size_t nr_query, size_t co
 
 void CompareGraphs::compare_block(const orb::DeviceTensorStorage& block,
                                   const orb::DeviceTensorStorage& sqr_block, size_t rows,
-                                  size_t column_begin) {
-    check_plan_fits(m_query_tensor->shape(0), rows);
-    m_block_tensor->reset(block, TensorLayout({rows, m_feature_dim}, m_kind.feature_dtype));
-    m_block_sqr_tensor->reset(sqr_block, TensorLayout({rows, 1}, m_kind.score_dtype));
-    m_column_begin = column_begin;
-    m_column_end = column_begin + rows;
-    m_compare_func->execute().wait();
+                                  size_t first_slot, const ScoreSink& sink) {
+    const size_t nr_query = m_query_tensor->shape(0);
+    const size_t most = rows_of_a_run(nr_query);
+    check_plan_fits(nr_query, std::min(most, rows));
+    m_sink = &sink;
+    for (size_t first = 0; first < rows; first += most) {
+        const size_t count = std::min(most, rows - first);
+        const size_t sqr_bytes = m_kind.score_dtype.element_bytes();
+        m_block_tensor->reset(block.sub(first * m_row_bytes),
+                              TensorLayout({count, m_feature_dim}, m_kind.feature_dtype));
+        m_block_sqr_tensor->reset(sqr_block.sub(first * sqr_bytes),
+                                  TensorLayout({count, 1}, m_kind.score_dtype));
+        m_first_slot = first_slot + first;
+        m_compare_func->execute().wait();
+    }
 }
 
-const orb::HostTensorND& CompareGraphs::copy_scores_to_host() {
-    m_score_host.copy_from(m_score_tensor);
-    m_comp_node.sync();
-    return m_score_host;
+// So many that their scores, which are written once and read a few times, stay in the second-level
+// cache, and enough that a run is worth its start.
+size_t CompareGraphs::rows_of_a_run(size_t nr_query) const {
+    constexpr size_t SCORE_BYTES = size_t{512} << 10, LEAST = 128;
+    return std::max(SCORE_BYTES / m_kind.score_dtype.element_bytes() / nr_query / LEAST,
+                    size_t{1}) *
+           LEAST;
 }
 
 void CompareGraphs::release_memory() {
@@ -172,8 +173,6 @@ void CompareGraphs::release_memory() {
                                        m_block_sqr_tensor, m_norm_input_tensor})
         drop_memory(*tensor);
     drop_memory(m_norm_output);
-    drop_memory(m_score_tensor);
-    drop_memory(m_score_host);
 }
 
 // The runtime stops the process on a size that does not fit, so a run's planned memory is bounded

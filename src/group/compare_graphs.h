@@ -29,6 +29,9 @@ class CompareGraphs final {
 public:
     // Receives the norms, shape (n, 1), of n rows beginning at the given one.
     using NormSink = std::function<void(size_t first, const orb::HostTensorND& norms)>;
+    // Receives the raw scores, shape (nr_query, rows), of the rows beginning at slot `first`. They
+    // are in host memory, dense, and valid during the call.
+    using ScoreSink = std::function<void(size_t first, const kern::RawTensor& scores)>;
 
     // The largest piece of rows whose norms are computed in one run is `max_norm_rows`.
     CompareGraphs(orb::CompNode comp_node, const CompareKind& kind, size_t feature_dim,
@@ -40,14 +43,13 @@ public:
     // rows beside it.
     void compute_sqrs(const uint8_t* rows, size_t n, const NormSink& sink);
 
-    // Begins a comparison of packed query rows with `columns` stored rows.
-    void bind_queries(const uint8_t* rows, size_t nr_query, size_t columns);
-    // Scores of all queries against the rows of one block, which become the columns from
-    // `column_begin` on. The blocks are read where they are.
+    // Begins a comparison of packed query rows with stored rows.
+    void bind_queries(const uint8_t* rows, size_t nr_query);
+    // Scores of all queries against the rows of one block, the first of which is slot `first_slot`,
+    // in pieces whose scores stay in the cache. The block is read where it is.
     void compare_block(const orb::DeviceTensorStorage& block,
-                       const orb::DeviceTensorStorage& sqr_block, size_t rows, size_t column_begin);
-    // All raw scores, shape (nr_query, columns). Valid until the next comparison.
-    const orb::HostTensorND& copy_scores_to_host();
+                       const orb::DeviceTensorStorage& sqr_block, size_t rows, size_t first_slot,
+                       const ScoreSink& sink);
 
     // Gives back all memory that is in proportion to rows or queries, and the blocks that were read
     // last. The next run takes what it needs, without room to grow.
@@ -61,6 +63,7 @@ private:
     void build_compare_graph();
     void run_norms(const uint8_t* rows, size_t n);
     void load_rows(orb::DeviceTensorND& tensor, const uint8_t* rows, size_t n);
+    size_t rows_of_a_run(size_t nr_query) const;
     void check_plan_fits(size_t nr_query, size_t rows) const;
 
     orb::CompNode m_comp_node;
@@ -75,11 +78,9 @@ private:
     SharedTensor m_block_sqr_tensor;
     SharedTensor m_norm_input_tensor;
     orb::HostTensorND m_norm_output;
-    orb::DeviceTensorND m_score_tensor;
-    orb::HostTensorND m_score_host;
-    // The columns of `m_score_tensor` that the running block fills.
-    size_t m_column_begin = 0;
-    size_t m_column_end = 1;
+    // Where the scores of the running piece go, and its first slot.
+    const ScoreSink* m_sink = nullptr;
+    size_t m_first_slot = 0;
 
     // Bytes of the graphs' planned memory.
     size_t m_norm_granted = 0;

@@ -35,53 +35,54 @@ bool all_below(const Raw* scores, F32x4 bar) {
 // Integer scores become floats before anything is compared, so that those which are one float tie.
 // Almost all scores are below the bar, so they are looked at many at a time.
 template <typename Raw>
-void select_row(const Raw* row, size_t columns, TopKHeap& heap) {
-    size_t slot = 0;
+void select_row(const Raw* row, size_t columns, size_t first, TopKHeap& heap) {
+    size_t column = 0;
     const auto offer_up_to = [&](size_t end) {
-        for (; slot < end; ++slot)
-            heap.offer(static_cast<uint32_t>(slot), static_cast<float>(row[slot]));
+        for (; column < end; ++column)
+            heap.offer(static_cast<uint32_t>(first + column), static_cast<float>(row[column]));
     };
-    while (slot + SCAN_WIDTH <= columns) {
+    while (column + SCAN_WIDTH <= columns) {
         const F32x4 bar = kern::simd::broadcast(heap.bar());
-        while (slot + SCAN_WIDTH <= columns && all_below(row + slot, bar))
-            slot += SCAN_WIDTH;
-        offer_up_to(std::min(slot + SCAN_WIDTH, columns));
+        while (column + SCAN_WIDTH <= columns && all_below(row + column, bar))
+            column += SCAN_WIDTH;
+        offer_up_to(std::min(column + SCAN_WIDTH, columns));
     }
     offer_up_to(columns);
 }
 
 // The predicate sees every pair, also those below the threshold.
 template <typename Raw>
-void select_row(const Raw* row, size_t columns, const TagFilter& filter, void* context,
-                TopKHeap& heap) {
-    const uint8_t* tag = filter.tags;
-    for (size_t slot = 0; slot < columns; ++slot, tag += filter.tag_bytes) {
+void select_row(const Raw* row, size_t columns, size_t first, const TagFilter& filter,
+                void* context, TopKHeap& heap) {
+    const uint8_t* tag = filter.tags + first * filter.tag_bytes;
+    for (size_t column = 0; column < columns; ++column, tag += filter.tag_bytes) {
         if (filter.predicate(context, tag) > 0)
-            heap.offer(static_cast<uint32_t>(slot), static_cast<float>(row[slot]));
+            heap.offer(static_cast<uint32_t>(first + column), static_cast<float>(row[column]));
     }
 }
 
 template <typename Raw>
-void select_rows(const Raw* row, size_t columns, const TagFilter& filter,
+void select_rows(const Raw* row, size_t columns, size_t first, const TagFilter& filter,
                  std::vector<TopKHeap>& heaps) {
     for (size_t query = 0; query < heaps.size(); ++query, row += columns) {
         if (filter.predicate)
-            select_row(row, columns, filter, filter.contexts[query], heaps[query]);
+            select_row(row, columns, first, filter, filter.contexts[query], heaps[query]);
         else
-            select_row(row, columns, heaps[query]);
+            select_row(row, columns, first, heaps[query]);
     }
 }
 
 }  // namespace
 
-void select_candidates(const orb::HostTensorND& scores, const TagFilter& filter,
+void select_candidates(const kern::RawTensor& scores, size_t first, const TagFilter& filter,
                        std::vector<TopKHeap>& heaps) {
-    KERN_CHECK(scores.shape().ndim == 2 && scores.shape(0) == heaps.size());
-    if (scores.dtype() == kern::DType::Float32()) {
-        select_rows(scores.ptr<float>(), scores.shape(1), filter, heaps);
+    const kern::TensorLayout& layout = scores.layout;
+    KERN_CHECK(layout.ndim == 2 && layout[0] == heaps.size() && layout.is_dense());
+    if (layout.dtype == kern::DType::Float32()) {
+        select_rows(scores.ptr<const float>(), layout[1], first, filter, heaps);
     } else {
-        KERN_CHECK(scores.dtype() == kern::DType::Int32());
-        select_rows(scores.ptr<int32_t>(), scores.shape(1), filter, heaps);
+        KERN_CHECK(layout.dtype == kern::DType::Int32());
+        select_rows(scores.ptr<const int32_t>(), layout[1], first, filter, heaps);
     }
 }
 

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <vector>
 
-#include "graph/tensor/tensor.h"
 #include "group/score_map.h"
 #include "group/top_k_heap.h"
+#include "kernels/layout.h"
 #include "vekfind/vekfind.h"
 
 namespace vek {
@@ -20,9 +20,10 @@ struct TagFilter {
     size_t tag_bytes = 0;
 };
 
-// Offers each slot, from 0 up, to the heap of each query, in the order of the queries. `scores` has
-// a row for each heap and a column for each slot. What a predicate throws passes through.
-void select_candidates(const orb::HostTensorND& scores, const TagFilter& filter,
+// Offers each slot, from `first` up, to the heap of each query, in the order of the queries.
+// `scores`, dense Float32 or Int32 in host memory, has a row for each heap and a column for each
+// slot. What a predicate throws passes through.
+void select_candidates(const kern::RawTensor& scores, size_t first, const TagFilter& filter,
                        std::vector<TopKHeap>& heaps);
 
 // Writes places of the caller's arrays, which may be unaligned.

@@ -92,7 +92,7 @@ TEST(Memory, InsertAndSearchInTurnsDoNotReallocateEachTime) {
         for (uint64_t row = 0; row < ROWS; ++row) {
             ASSERT_EQ(VEK_insert_features_to_feature_group(
                           group.context(), bytes_of(features) + row * DIM * sizeof(float), &row,
-                          &tags[row * 3], 1, nullptr),
+                          &tags[static_cast<size_t>(row) * 3], 1, nullptr),
                       VEK_OK);
             search(group);
         }
@@ -198,13 +198,17 @@ TEST_F(MemoryInUse, ReserveIsExact) {
 TEST_F(MemoryInUse, AFailedSearchReturnsItsMemory) {
     const struct {
         size_t rows, least, allowed;
-    } cases[] = {{50000, 100000, 1}, {50000, 100000, 2}, {1000, 100 * 1000 * sizeof(float) + 1, 0}};
+    } cases[] = {{50000, 100000, 0}, {50000, 100000, 1}, {1000, 100 * 1000 * sizeof(float), 0}};
     for (const auto& c : cases) {
-        const Group group(1);
-        ASSERT_EQ(group.insert(running_ids(c.rows), small_integers(c.rows, 1)), VEK_OK);
-        Query query;
+        const Group group(1, 1);
+        ASSERT_EQ(group.insert(running_ids(c.rows), small_integers(c.rows, 1),
+                               std::vector<uint8_t>(c.rows)),
+                  VEK_OK);
+        Query query;  // with a predicate, so that all scores are kept
         query.features = small_integers(100, 1);
         query.nr_query = 100;
+        query.contexts.resize(100);
+        query.predicate = [](void*, const uint8_t*) { return 1; };
         const size_t before = bytes_in_use();
         {
             const Watch watch(c.least, c.allowed);
