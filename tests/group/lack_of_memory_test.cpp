@@ -198,8 +198,8 @@ TEST(LackOfMemory, OfCallsThatLeaveTheGroupAlone) {
 // Searches of different numbers of queries on one group, with a predicate: those keep all scores.
 class SearchMemory : public testing::Test {
 protected:
-    static constexpr size_t ROWS = 2000;
-    static constexpr size_t QUERIES = 64;
+    static constexpr size_t ROWS = 4000;
+    static constexpr size_t QUERIES = 128;
     const Group m_group{DIM, 1};
     const std::vector<float> m_queries = small_integers(2 * QUERIES, DIM, 3);
     std::vector<uint64_t> m_ids = std::vector<uint64_t>(2 * QUERIES);

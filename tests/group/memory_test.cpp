@@ -10,6 +10,12 @@ namespace {
 using allocation_watch::Watch;
 
 constexpr size_t MOST_OF_RUNTIME = 4096;
+// What the product takes whatever its sizes are.
+#if defined(__ARM_NEON)
+constexpr size_t PRODUCT_SCRATCH = 1 << 20;
+#else
+constexpr size_t PRODUCT_SCRATCH = 0;
+#endif
 
 const uint8_t* bytes_of(const std::vector<float>& features) {
     const void* bytes = features.data();
@@ -40,11 +46,11 @@ private:
 };
 
 TEST(Memory, AHeapHasRoomForNoMoreThanTheRows) {
-    constexpr size_t K = 100000;
+    constexpr size_t K = 1000000;
     const Group group(6);
     ASSERT_EQ(group.insert(running_ids(20), small_integers(20, 6)), VEK_OK);
     Search search(1, 6, K);
-    const Watch watch(K);
+    const Watch watch(K + PRODUCT_SCRATCH);
     search(group);
     EXPECT_EQ(watch.seen(), 0u);
 }
@@ -62,7 +68,10 @@ TEST(Memory, AWarmSearchAllocatesNothingInProportionToRows) {
             search(group);
             return watch.seen();
         };
-        EXPECT_GT(seen(ROWS * sizeof(float)), 0u) << "the first one makes room for its scores";
+        const size_t made_room = seen(16 * 1024);
+        if (nr_query == 1) {
+            EXPECT_GT(made_room, 0u) << "for the scores of a block";
+        }
         EXPECT_EQ(seen(2048), 0u) << "less than a bit for each row";
         EXPECT_LT(seen(1), 250u) << "records of queries, blocks and operators";
     }
@@ -113,7 +122,8 @@ TEST(Memory, OfASearchIsInProportionToTheRowsThatAreThere) {
         Search search(1000, 2, 1);
         const Watch watch(1);
         search(group);
-        EXPECT_LE(watch.largest(), std::max<size_t>(1000 * c.rows * sizeof(float), 64 * 1024))
+        EXPECT_LE(watch.largest(),
+                  std::max<size_t>(1000 * c.rows * sizeof(float), 64 * 1024) + PRODUCT_SCRATCH)
             << c.rows << " rows";
     }
 }
