@@ -5,15 +5,28 @@
 
 #include "kernels/check.h"
 #include "kernels/relayout.h"
+#if defined(__x86_64__)
+#include "kernels/x86/cpu.h"
+#endif
 
 namespace kern {
 namespace {
 
-#if defined(__ARM_NEON)
-constexpr HandleLevel BEST_LEVEL = HandleLevel::ARMV7;
+bool has_x86_level() {
+#if defined(__x86_64__)
+    return x86::best_instruction_set() != x86::InstructionSet::NONE;
 #else
-constexpr HandleLevel BEST_LEVEL = HandleLevel::FALLBACK;
+    return false;
 #endif
+}
+
+HandleLevel best_level() {
+#if defined(__ARM_NEON)
+    return HandleLevel::ARMV7;
+#else
+    return has_x86_level() ? HandleLevel::X86 : HandleLevel::FALLBACK;
+#endif
+}
 
 std::atomic<size_t> naive_image_pitch_alignment{1};
 
@@ -78,13 +91,14 @@ std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int 
         return nullptr;
     KERN_CHECK(computing.platform == Platform::CPU);
     KERN_CHECK(debug_level >= 0 && debug_level <= 2);
-    constexpr HandleLevel LEVELS[] = {BEST_LEVEL, HandleLevel::FALLBACK, HandleLevel::NAIVE};
+    const HandleLevel LEVELS[] = {best_level(), HandleLevel::FALLBACK, HandleLevel::NAIVE};
     return make_handle_of_level(computing, LEVELS[debug_level]);
 }
 
 std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
                                                    HandleLevel level) {
     KERN_CHECK(level != HandleLevel::ARM_COMMON);
+    KERN_CHECK(level != HandleLevel::X86 || has_x86_level());
     return std::make_unique<KernelHandle>(computing, level);
 }
 

@@ -20,8 +20,9 @@
 
 namespace kern {
 
-// ARM_COMMON is the part of the ladder that all Arm targets would share; no handle has it.
-enum class HandleLevel : int32_t { NAIVE = 0, FALLBACK = 1, ARM_COMMON = 3, ARMV7 = 4 };
+// ARM_COMMON is the part of the ladder that all Arm targets would share; no handle has it. X86 is a
+// branch of its own above FALLBACK.
+enum class HandleLevel : int32_t { NAIVE = 0, FALLBACK = 1, X86 = 2, ARM_COMMON = 3, ARMV7 = 4 };
 
 class KernelHandle;
 class Relayout;
@@ -56,7 +57,7 @@ public:
 
     HandleLevel level() const { return m_level; }
     // Alignment in bytes that buffers of this device should have.
-    virtual size_t alignment_requirement() const { return 32; }
+    virtual size_t alignment_requirement() const { return m_level == HandleLevel::X86 ? 64 : 32; }
     // Alignment of image rows in bytes; only the naive level has one, elsewhere the call stops the
     // process.
     virtual size_t image_pitch_alignment() const;
@@ -99,11 +100,12 @@ private:
 void set_naive_image_pitch_alignment(size_t bytes);
 
 // A handle for the device, or null for a platform whose kernels live elsewhere. `debug_level` 0
-// takes the best level of this machine (armv7 where there is NEON, otherwise fallback), 1 fallback,
-// 2 naive; anything else stops the process.
+// takes the best level of this machine (armv7 where there is NEON, x86 on an x86-64 CPU with AVX2
+// and FMA, otherwise fallback), 1 fallback, 2 naive; anything else stops the process.
 std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int debug_level);
-// A CPU handle of a given level. Every level runs on every machine: its vector code is compiled for
-// NEON where there is NEON and for the compiler's own vectors elsewhere.
+// A CPU handle of a given level. Every level but x86 runs on every machine: its vector code is
+// compiled for NEON where there is NEON and for the compiler's own vectors elsewhere. Asking for
+// x86 on a machine without it stops the process.
 std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
                                                    HandleLevel level);
 

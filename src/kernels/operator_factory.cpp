@@ -24,27 +24,40 @@
 #include "kernels/naive/relayout.h"
 #include "kernels/naive/sorting.h"
 #include "kernels/naive/type_cvt.h"
+#if defined(__x86_64__)
+#include "kernels/x86/matrix_mul.h"
+#endif
 
 namespace kern {
 
-#define KERN_OPERATOR(position, Operator, Naive, Fallback, ArmCommon, Armv7) \
-    template <>                                                              \
-    std::unique_ptr<Operator> KernelHandle::create_operator<Operator>() {    \
-        switch (m_level) {                                                   \
-            case HandleLevel::NAIVE:                                         \
-                return std::make_unique<Naive>(this);                        \
-            case HandleLevel::FALLBACK:                                      \
-                return std::make_unique<Fallback>(this);                     \
-            case HandleLevel::ARM_COMMON:                                    \
-                return std::make_unique<ArmCommon>(this);                    \
-            case HandleLevel::ARMV7:                                         \
-                return std::make_unique<Armv7>(this);                        \
-            default:                                                         \
-                KERN_FAIL();                                                 \
-        }                                                                    \
+#if defined(__x86_64__)
+#define KERN_X86_CASE(Class) \
+    case HandleLevel::X86:   \
+        return std::make_unique<Class>(this);
+#else
+#define KERN_X86_CASE(Class)
+#endif
+
+#define KERN_OPERATOR(position, Operator, Naive, Fallback, ArmCommon, Armv7, X86Class) \
+    template <>                                                                        \
+    std::unique_ptr<Operator> KernelHandle::create_operator<Operator>() {              \
+        switch (m_level) {                                                             \
+            case HandleLevel::NAIVE:                                                   \
+                return std::make_unique<Naive>(this);                                  \
+            case HandleLevel::FALLBACK:                                                \
+                return std::make_unique<Fallback>(this);                               \
+            case HandleLevel::ARM_COMMON:                                              \
+                return std::make_unique<ArmCommon>(this);                              \
+            case HandleLevel::ARMV7:                                                   \
+                return std::make_unique<Armv7>(this);                                  \
+                KERN_X86_CASE(X86Class)                                                \
+            default:                                                                   \
+                KERN_FAIL();                                                           \
+        }                                                                              \
     }
 #include "kernels/operator_table.inc"
 #undef KERN_OPERATOR
+#undef KERN_X86_CASE
 
 std::unique_ptr<Relayout> KernelHandle::create_shared_relayout() {
     if (m_level == HandleLevel::NAIVE)

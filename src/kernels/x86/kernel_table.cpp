@@ -1,0 +1,14 @@
+#include "kernels/x86/kernel_table.h"
+
+#include "kernels/check.h"
+
+namespace kern::x86 {
+
+const KernelTable& kernel_table(InstructionSet set) {
+    static constexpr KernelTable AVX2{"avx2", &avx2::float_product};
+    static constexpr KernelTable AVX512{"avx512", &avx512::float_product};
+    KERN_CHECK(set != InstructionSet::NONE);
+    return set == InstructionSet::AVX512 ? AVX512 : AVX2;
+}
+
+}  // namespace kern::x86
