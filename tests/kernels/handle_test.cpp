@@ -29,8 +29,10 @@ TEST(Handle, LevelsAndTheirClasses) {
 #if defined(__ARM_NEON)
     constexpr auto BEST = ARMV7;
 #else
-    constexpr auto BEST = FALLBACK;
+    const auto BEST = x86_levels().empty() ? FALLBACK : kern::HandleLevel::X86;
 #endif
+    EXPECT_EQ(kern::inplace_handle()->alignment_requirement(),
+              BEST == kern::HandleLevel::X86 ? 64u : 32u);
     EXPECT_EQ(kern::make_handle(inline_computing(), 0)->level(), BEST);
     EXPECT_EQ(kern::inplace_handle()->level(), BEST);
     EXPECT_EQ(kern::make_handle(inline_computing(), 1)->level(), FALLBACK);

@@ -13,6 +13,9 @@
 
 #include "kernels/dtype_switch.h"
 #include "kernels/handle.h"
+#if defined(__x86_64__)
+#include "kernels/x86/cpu.h"
+#endif
 
 namespace kern_test {
 
@@ -27,17 +30,53 @@ using Sizes = std::vector<size_t>;
 constexpr auto NAIVE = kern::HandleLevel::NAIVE;
 constexpr auto FALLBACK = kern::HandleLevel::FALLBACK;
 constexpr auto ARMV7 = kern::HandleLevel::ARMV7;
-constexpr kern::HandleLevel LEVELS[] = {NAIVE, FALLBACK, ARMV7};
+// The x86 level with one of its instruction sets forced.
+constexpr auto X86_AVX2 = static_cast<kern::HandleLevel>(1001);
+constexpr auto X86_AVX512 = static_cast<kern::HandleLevel>(1002);
+
+// The forced levels that this machine has.
+inline std::vector<kern::HandleLevel> x86_levels() {
+    std::vector<kern::HandleLevel> levels;
+#if defined(__x86_64__)
+    if (kern::x86::best_instruction_set() >= kern::x86::InstructionSet::AVX2)
+        levels.push_back(X86_AVX2);
+    if (kern::x86::best_instruction_set() >= kern::x86::InstructionSet::AVX512)
+        levels.push_back(X86_AVX512);
+#endif
+    return levels;
+}
+
+inline const std::vector<kern::HandleLevel> LEVELS = [] {
+    std::vector<kern::HandleLevel> levels{NAIVE, FALLBACK, ARMV7};
+    for (kern::HandleLevel level : x86_levels())
+        levels.push_back(level);
+    return levels;
+}();
 
 inline const char* level_name(kern::HandleLevel level) {
-    return level == NAIVE ? "naive" : level == FALLBACK ? "fallback" : "armv7";
+    return level == NAIVE        ? "naive"
+           : level == FALLBACK   ? "fallback"
+           : level == X86_AVX2   ? "x86, avx2"
+           : level == X86_AVX512 ? "x86, avx512"
+                                 : "armv7";
 }
 
 inline kern::ComputingHandle inline_computing() {
     return {kern::Platform::CPU, std::make_shared<kern::InlineDispatcher>()};
 }
 
+// A forced instruction set stays in force until the next handle is made here.
 inline std::unique_ptr<kern::KernelHandle> make_handle(kern::HandleLevel level) {
+#if defined(__x86_64__)
+    using kern::x86::InstructionSet;
+    const bool forced = level == X86_AVX2 || level == X86_AVX512;
+    if (kern::x86::best_instruction_set() != InstructionSet::NONE)
+        kern::x86::force_instruction_set(level == X86_AVX2     ? InstructionSet::AVX2
+                                         : level == X86_AVX512 ? InstructionSet::AVX512
+                                                               : kern::x86::best_instruction_set());
+    if (forced)
+        level = kern::HandleLevel::X86;
+#endif
     return kern::make_handle_of_level(inline_computing(), level);
 }
 

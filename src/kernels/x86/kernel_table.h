@@ -23,7 +23,7 @@ struct Product {
     size_t depth;
     void* c;  // row i, column j: line i of A times line j of B
     ptrdiff_t c_row;
-    void* workspace;  // aligned to 64 bytes; see `packed_lines` for its size
+    void* workspace;  // aligned to 64 bytes
 };
 
 // 16 partial sums make up one element of a float product: partial l adds the products of
@@ -32,18 +32,32 @@ struct Product {
 // All kernels of all sets give these bits.
 constexpr size_t NR_PARTIALS = 16;
 
-// Lines of A that are packed side by side, and how many of them are packed at a time: as many as
-// the second-level cache holds beside the result.
-constexpr size_t A_GROUP = 32;
-constexpr size_t A_BLOCK_BYTES = 256 * 1024;
-constexpr size_t a_block_lines(size_t depth) {
-    const size_t lines = depth == 0 ? A_GROUP : A_BLOCK_BYTES / sizeof(float) / depth;
-    return lines < A_GROUP ? A_GROUP : lines - lines % A_GROUP;
+// The workspace of an integer product: a panel of lines of B and a block of lines of A, prepared.
+// The widest form takes two bytes an element, 16 bytes at a time, and a vector for every two lines.
+constexpr size_t INT8_PANEL = 16;
+constexpr size_t INT8_STEP_BYTES = 16;
+constexpr size_t int8_line_bytes(size_t depth) {
+    return (depth + 7) / 8 * INT8_STEP_BYTES;
+}
+constexpr size_t int8_panel_bytes(size_t depth) {
+    return INT8_PANEL * int8_line_bytes(depth);
+}
+// Lines of A in a block stay in the second-level cache while the lines of B pass by.
+constexpr size_t int8_block_lines(size_t depth) {
+    constexpr size_t BLOCK_BYTES = 256 * 1024, UNIT = 16;
+    const size_t lines = BLOCK_BYTES / (int8_line_bytes(depth) + INT8_STEP_BYTES);
+    return lines < UNIT ? UNIT : lines / UNIT * UNIT;
+}
+constexpr size_t int8_workspace(size_t a_count, size_t depth) {
+    const size_t block = int8_block_lines(depth);
+    const size_t lines = a_count < block ? (a_count + 3) / 4 * 4 : block;
+    return int8_panel_bytes(depth) + lines * (int8_line_bytes(depth) + INT8_STEP_BYTES);
 }
 
 struct KernelTable {
     const char* name;
     void (*float_product)(const Product& product);
+    void (*int8_product)(const Product& product);
 };
 
 // Stops the process on NONE.
@@ -51,10 +65,12 @@ const KernelTable& kernel_table(InstructionSet set);
 
 namespace avx2 {
 void float_product(const Product& product);
+void int8_product(const Product& product);
 }  // namespace avx2
 
 namespace avx512 {
 void float_product(const Product& product);
+void int8_product(const Product& product);
 }  // namespace avx512
 
 }  // namespace kern::x86

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "kernels/check.h"
 #include "kernels/checked_math.h"
 #include "kernels/matrix_mul_args.h"
 
@@ -12,20 +11,6 @@ namespace {
 // Lines of a B stored as K x N that are turned at a time: whole panels of every kernel.
 constexpr size_t TURNED_LINES = 192;
 constexpr size_t ALIGNMENT = 64;
-
-// The parts of the workspace: lines of A that the kernel packs, and the operands whose lines along
-// k are not contiguous, turned.
-WorkspaceBundle parts(const MatrixMul::Param& param, size_t element_bytes, size_t a_count,
-                      size_t b_count, size_t depth, void* base) {
-    const auto bytes = [&](size_t lines) {
-        return checked_mul(checked_mul(lines, depth), element_bytes);
-    };
-    const size_t packed = std::min(round_up(a_count, NR_PARTIALS), a_block_lines(depth));
-    return {base,
-            {bytes(packed), param.transpose_a ? bytes(a_count) : 0,
-             param.transpose_b ? 0 : bytes(std::min(b_count, TURNED_LINES))},
-            ALIGNMENT};
-}
 
 // Copies `count` lines, elements of neighbouring lines side by side, to lines that are contiguous.
 template <typename T>
@@ -38,11 +23,27 @@ void turn(const void* source, ptrdiff_t k_step, size_t count, size_t depth, void
     }
 }
 
-using Kernel = void (*)(const Product&);
+// The parts of the workspace: the kernel's own, and the operands whose lines along k are not
+// contiguous, turned.
+template <typename In>
+WorkspaceBundle parts(const MatrixMul::Param& param, size_t a_count, size_t b_count, size_t depth,
+                      void* base) {
+    const auto turned = [depth](size_t lines) {
+        return checked_mul(checked_mul(lines, depth), sizeof(In));
+    };
+    // Its size is at most a few times that of 32 lines, and of what A takes.
+    KERN_CHECK(depth < SIZE_MAX / 1024);
+    return {base,
+            {sizeof(In) == 1 ? int8_workspace(a_count, depth) : 0,
+             param.transpose_a ? turned(a_count) : 0,
+             param.transpose_b ? 0 : turned(std::min(b_count, TURNED_LINES))},
+            ALIGNMENT};
+}
 
 template <typename In, typename Out>
-void multiply(Kernel kernel, const MatrixMul::Param& param, const MatrixMulArgs& args,
-              const WorkspaceBundle& workspace) {
+void multiply(void (*kernel)(const Product&), const MatrixMul::Param& param,
+              const MatrixMulArgs& args, void* base) {
+    const auto workspace = parts<In>(param, args.rows, args.columns, args.depth, base);
     Product product{args.a,       args.a_row, args.rows, args.b,     args.b_column,
                     args.columns, args.depth, args.c,    args.c_row, workspace.get(0)};
     const auto dense_step = static_cast<ptrdiff_t>(args.depth);
@@ -71,26 +72,36 @@ void multiply(Kernel kernel, const MatrixMul::Param& param, const MatrixMulArgs&
 MatrixMulImpl::MatrixMulImpl(KernelHandle* handle)
     : fallback::MatrixMulImpl(handle), m_kernels(kernel_table(instruction_set())) {}
 
+bool MatrixMulImpl::can_run_int8(const TensorLayout& a) const {
+    return m_param.data_type == MatrixMulDataType::INT8_TO_INT32 &&
+           (a.dtype.enum_value() == DTypeEnum::INT8 ||
+            a.dtype.enum_value() == DTypeEnum::QUANTIZED_S8);
+}
+
 size_t MatrixMulImpl::workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
                                          const TensorLayout& c) {
-    if (!can_run_float(a))
-        return fallback::MatrixMulImpl::workspace_in_bytes(a, b, c);
     const size_t depth = a[m_param.transpose_a ? 0 : 1];
-    return parts(m_param, sizeof(float), c[0], c[1], depth, nullptr).total_size();
+    if (can_run_float(a))
+        return parts<float>(m_param, c[0], c[1], depth, nullptr).total_size();
+    if (can_run_int8(a))
+        return parts<int8_t>(m_param, c[0], c[1], depth, nullptr).total_size();
+    return fallback::MatrixMulImpl::workspace_in_bytes(a, b, c);
 }
 
 void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                          const Workspace& workspace) {
-    if (!can_run_float(a.layout)) {
+    const bool is_int8 = can_run_int8(a.layout);
+    if (!is_int8 && !can_run_float(a.layout)) {
         fallback::MatrixMulImpl::exec(a, b, c, workspace);
         return;
     }
     check_exec(a.layout, b.layout, c.layout, workspace.size);
-    dispatch([kernel = m_kernels.float_product, param = m_param,
+    dispatch([is_int8, kernels = &m_kernels, param = m_param,
               args = MatrixMulArgs(m_param, a, b, c), base = workspace.raw_ptr] {
-        multiply<float, float>(
-            kernel, param, args,
-            parts(param, sizeof(float), args.rows, args.columns, args.depth, base));
+        if (is_int8)
+            multiply<int8_t, int32_t>(kernels->int8_product, param, args, base);
+        else
+            multiply<float, float>(kernels->float_product, param, args, base);
     });
 }
 

@@ -1,7 +1,7 @@
 // Matrix products with AVX2 or AVX-512: Float32, and 8-bit integers into 32 bits. Everything else
 // runs at the fallback level.
 //
-// A Float32 product is 16 partial sums, fused and then added as a tree (kernel_table.h). The order
+// A Float32 product is 16 partial sums, fused and then added as a tree (kernel_table.h). That order
 // is the same for every size, form, place and instruction set, but not that of the levels below.
 #pragma once
 
@@ -12,6 +12,7 @@ namespace kern::x86 {
 
 class MatrixMulImpl final : public fallback::MatrixMulImpl {
 public:
+    // Uses the instruction set that is chosen now.
     explicit MatrixMulImpl(KernelHandle* handle);
     void exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
               const Workspace& workspace) override;
@@ -20,6 +21,8 @@ public:
     const KernelTable& kernels() const { return m_kernels; }
 
 private:
+    bool can_run_int8(const TensorLayout& a) const;
+
     const KernelTable& m_kernels;
 };
 

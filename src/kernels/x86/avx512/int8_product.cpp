@@ -1,0 +1,12 @@
+#include "kernels/x86/avx512/bytes.h"
+#include "kernels/x86/kernel_table.h"
+
+#include "kernels/x86/int8_product.inc"
+
+namespace kern::x86 {
+
+void avx512::int8_product(const Product& product) {
+    multiply(product);
+}
+
+}  // namespace kern::x86
