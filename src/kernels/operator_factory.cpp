@@ -25,6 +25,7 @@
 #include "kernels/naive/sorting.h"
 #include "kernels/naive/type_cvt.h"
 #if defined(__x86_64__)
+#include "kernels/x86/elementwise.h"
 #include "kernels/x86/matrix_mul.h"
 #endif
 

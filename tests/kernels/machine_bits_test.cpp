@@ -66,6 +66,9 @@ TEST(MachineBits, ScoresOfRealFeatures) {
     for (kern::HandleLevel level : {FALLBACK, ARMV7})
         EXPECT_EQ(hash(scores(*make_handle(level), queries, rows)), 2591025541587773602u)
             << level_name(level);
+    for (kern::HandleLevel level : x86_levels())
+        EXPECT_EQ(hash(scores(*make_handle(level), queries, rows)), 520378550619427573u)
+            << level_name(level);
 }
 
 }  // namespace

@@ -54,10 +54,16 @@ constexpr size_t int8_workspace(size_t a_count, size_t depth) {
     return int8_panel_bytes(depth) + lines * (int8_line_bytes(depth) + INT8_STEP_BYTES);
 }
 
+// One row of x - y, broadcast as fallback's row kernels do it; `out` may be the memory of an input.
+using SubtractRow = void (*)(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride,
+                             void* out, size_t count);
+
 struct KernelTable {
     const char* name;
     void (*float_product)(const Product& product);
     void (*int8_product)(const Product& product);
+    SubtractRow subtract_float;
+    SubtractRow subtract_int32;
 };
 
 // Stops the process on NONE.
@@ -66,6 +72,10 @@ const KernelTable& kernel_table(InstructionSet set);
 namespace avx2 {
 void float_product(const Product& product);
 void int8_product(const Product& product);
+void subtract_float(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride, void* out,
+                    size_t count);
+void subtract_int32(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride, void* out,
+                    size_t count);
 }  // namespace avx2
 
 namespace avx512 {
