@@ -68,8 +68,7 @@ TEST(BatchedMatrixMul, IsTheProductOfEachBatch) {
                                  matrix_of(wanted.raw(), n), {});
                 for (kern::HandleLevel level : LEVELS) {
                     const auto dispatcher = std::make_shared<HoldingDispatcher>();
-                    const auto handle =
-                        kern::make_handle_of_level({kern::Platform::CPU, dispatcher}, level);
+                    const auto handle = make_handle(level, {kern::Platform::CPU, dispatcher});
                     const auto op = handle->create_operator<kern::BatchedMatrixMul>();
                     op->param() = single->param();
                     const Tensor c(wanted.layout());
@@ -116,7 +115,7 @@ TEST(BatchedMatrixMul, WrongArgumentsStopTheProcess) {
     std::vector<uint8_t> memory(size_t{1} << 21);
     for (kern::HandleLevel level : LEVELS) {
         const auto dispatcher = std::make_shared<HoldingDispatcher>();
-        const auto handle = kern::make_handle_of_level({kern::Platform::CPU, dispatcher}, level);
+        const auto handle = make_handle(level, {kern::Platform::CPU, dispatcher});
         const auto op = handle->create_operator<kern::BatchedMatrixMul>();
         const auto exec = [&](const TensorShape& a, const TensorShape& b, const TensorLayout& c) {
             op->exec({memory.data(), TensorLayout(a, f)},

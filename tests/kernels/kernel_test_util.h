@@ -66,7 +66,8 @@ inline kern::ComputingHandle inline_computing() {
 }
 
 // A forced instruction set stays in force until the next handle is made here.
-inline std::unique_ptr<kern::KernelHandle> make_handle(kern::HandleLevel level) {
+inline std::unique_ptr<kern::KernelHandle> make_handle(
+    kern::HandleLevel level, const kern::ComputingHandle& computing = inline_computing()) {
 #if defined(__x86_64__)
     using kern::x86::InstructionSet;
     const bool forced = level == X86_AVX2 || level == X86_AVX512;
@@ -77,7 +78,7 @@ inline std::unique_ptr<kern::KernelHandle> make_handle(kern::HandleLevel level) 
     if (forced)
         level = kern::HandleLevel::X86;
 #endif
-    return kern::make_handle_of_level(inline_computing(), level);
+    return kern::make_handle_of_level(computing, level);
 }
 
 inline const std::vector<DType>& number_types() {

@@ -4,58 +4,24 @@
 #include <limits>
 
 #include "kernels/x86/matrix_mul.h"
-#include "tests/kernels/kernel_test_util.h"
+#include "tests/kernels/matrix_mul_test_util.h"
 
 namespace kern_test {
 namespace {
 
-using kern::MatrixMulDataType;
 using kern::x86::InstructionSet;
 
-struct Problem {
-    size_t rows, columns, depth;
-    bool transpose_a = false, transpose_b = true;
-    size_t padding = 0;  // elements between lines of memory
-
-    TensorLayout layout(size_t height, size_t width, bool transposed, DType dtype) const {
-        if (transposed)
-            std::swap(height, width);
-        return strided({height, width}, {static_cast<ptrdiff_t>(width + padding), 1}, dtype);
-    }
-    Tensor a(DType dtype) const { return Tensor(layout(rows, depth, transpose_a, dtype)); }
-    Tensor b(DType dtype) const { return Tensor(layout(depth, columns, transpose_b, dtype)); }
-    Tensor c(DType dtype) const { return Tensor(layout(rows, columns, false, dtype)); }
-    // Element k of a line of A or of B.
-    template <typename T>
-    T a_at(const Tensor& a, size_t i, size_t k) const {
-        return a.at<T>(transpose_a ? k * rows + i : i * depth + k);
-    }
-    template <typename T>
-    T b_at(const Tensor& b, size_t j, size_t k) const {
-        return b.at<T>(transpose_b ? j * depth + k : k * columns + j);
-    }
-    std::string text() const {
-        return std::to_string(rows) + "x" + std::to_string(depth) + "x" + std::to_string(columns) +
-               (transpose_a ? " ta" : "") + (transpose_b ? " tb" : "");
-    }
-};
-
-void run(kern::HandleLevel level, const Problem& problem, MatrixMulDataType data_type,
-         const Tensor& a, const Tensor& b, const Tensor& c) {
-    const auto handle = make_handle(level);
-    const auto op = handle->create_operator<kern::MatrixMul>();
-    op->param() = {problem.transpose_a, problem.transpose_b, data_type};
-    const size_t bytes = op->workspace_in_bytes(a.layout(), b.layout(), c.layout());
-    const GuardedBuffer workspace(bytes);
-    op->exec(a.raw(), b.raw(), c.raw(), {workspace.data(), bytes});
+// Lines along k that are contiguous, as in a search, unless stated otherwise.
+Problem problem_of(size_t rows, size_t columns, size_t depth) {
+    return {rows, columns, depth, false, true, 0};
 }
 
 // The sum that every kernel of the level must give.
 float dot(const Problem& problem, const Tensor& a, size_t i, const Tensor& b, size_t j) {
     float partials[16] = {};
     for (size_t k = 0; k < problem.depth; ++k)
-        partials[k % 16] =
-            std::fma(problem.a_at<float>(a, i, k), problem.b_at<float>(b, j, k), partials[k % 16]);
+        partials[k % 16] = std::fma(a.at<float>(problem.a_position(i, k)),
+                                    b.at<float>(problem.b_position(k, j)), partials[k % 16]);
     for (size_t width = 8; width > 0; width /= 2)
         for (size_t l = 0; l < width; ++l)
             partials[l] += partials[l + width];
@@ -69,9 +35,9 @@ std::vector<Problem> problems() {
     for (size_t rows : Sizes{1, 2, 3, 4, 5, 7, 8, 9, 13, 16, 17, 35})
         for (size_t columns : Sizes{1, 3, 11, 12, 13, 15, 16, 17, 24, 33, 65})
             for (size_t depth : Sizes{0, 1, 7, 8, 9, 15, 16, 17, 31, 64, 65, 131})
-                result.push_back({rows, columns, depth});
+                result.push_back(problem_of(rows, columns, depth));
     for (size_t depth : Sizes{256, 257, 343, 520, 9000})
-        result.push_back({33, 37, depth});
+        result.push_back(problem_of(33, 37, depth));
     const size_t plain = result.size();
     for (size_t i = 0; i < plain; i += 5) {  // five and the sizes above share no factor
         for (int flags = 0; flags < 4; ++flags) {
@@ -82,7 +48,7 @@ std::vector<Problem> problems() {
             result.push_back(form);
         }
     }
-    result.push_back({3, 401, 20, false, false});  // more lines than are turned at a time
+    result.push_back({3, 401, 20, false, false, 0});  // more lines than are turned at a time
     return result;
 }
 
@@ -111,11 +77,11 @@ TEST_P(X86, TheForcedSetRuns) {
 TEST_P(X86, FloatProductsHaveTheBitsOfThePair) {
     std::mt19937 random(1);
     for (const Problem& problem : problems()) {
-        Tensor a = problem.a(DType::Float32());
+        Tensor a(problem.a(DType::Float32()));
         a.fill_uniform(random, -1, 1);
-        Tensor b = problem.b(DType::Float32());
+        Tensor b(problem.b(DType::Float32()));
         b.fill_uniform(random, -1, 1);
-        const Tensor wanted = problem.c(DType::Float32()), c = problem.c(DType::Float32());
+        const Tensor wanted(problem.c(DType::Float32())), c(problem.c(DType::Float32()));
         for (size_t i = 0; i < problem.rows; ++i)
             for (size_t j = 0; j < problem.columns; ++j)
                 wanted.at<float>(i * problem.columns + j) = dot(problem, a, i, b, j);
@@ -127,14 +93,14 @@ TEST_P(X86, FloatProductsHaveTheBitsOfThePair) {
 TEST_P(X86, IntegerProductsAreExactAndWrap) {
     std::mt19937 random(2);
     std::vector<Problem> all = problems();
-    all.push_back({3, 5, 140000});  // 2^31 is passed at a depth of 2^17
-    all.push_back({17, 17, 140000});
+    all.push_back(problem_of(3, 5, 140000));  // 2^31 is passed at a depth of 2^17
+    all.push_back(problem_of(17, 17, 140000));
     for (const Problem& problem : all) {
         for (int highest : {127, -128}) {
-            Tensor a = problem.a(DType::Int8()), b = problem.b(DType::Int8());
+            Tensor a(problem.a(DType::Int8())), b(problem.b(DType::Int8()));
             a.fill_integers(random, -128, highest);
             b.fill_integers(random, -128, highest);
-            const Tensor wanted = problem.c(DType::Int32()), c = problem.c(DType::Int32());
+            const Tensor wanted(problem.c(DType::Int32())), c(problem.c(DType::Int32()));
             run(NAIVE, problem, MatrixMulDataType::INT8_TO_INT32, a, b, wanted);
             run(GetParam(), problem, MatrixMulDataType::INT8_TO_INT32, a, b, c);
             ASSERT_EQ(c.bytes(), wanted.bytes()) << problem.text() << " up to " << highest;
@@ -145,14 +111,15 @@ TEST_P(X86, IntegerProductsAreExactAndWrap) {
 TEST_P(X86, NoNumberStaysInItsOwnLine) {
     constexpr float NO_NUMBER = std::numeric_limits<float>::quiet_NaN();
     constexpr float INFINITE = std::numeric_limits<float>::infinity();
-    for (const Problem& problem : {Problem{1, 40, 21}, Problem{6, 40, 21}, Problem{17, 40, 144}}) {
-        Tensor a = problem.a(DType::Float32());
+    for (const Problem& problem :
+         {problem_of(1, 40, 21), problem_of(6, 40, 21), problem_of(17, 40, 144)}) {
+        Tensor a(problem.a(DType::Float32()));
         a.fill([] { return 1; });
-        Tensor b = problem.b(DType::Float32());
+        Tensor b(problem.b(DType::Float32()));
         b.fill([] { return -1; });
         b.at<float>(18 * problem.depth + 19) = NO_NUMBER;
         b.at<float>(39 * problem.depth + 20) = INFINITE;
-        const Tensor c = problem.c(DType::Float32());
+        const Tensor c(problem.c(DType::Float32()));
         run(GetParam(), problem, MatrixMulDataType::DEFAULT, a, b, c);
         for (size_t i = 0; i < problem.rows * problem.columns; ++i) {
             const float value = c.at<float>(i);
@@ -173,12 +140,12 @@ TEST_P(X86, NoNumberStaysInItsOwnLine) {
 // A product that is too small for a float leaves a negative zero, which the lanes that a short last
 // step does not use must keep.
 TEST_P(X86, LanesWithoutAProductKeepTheirSigns) {
-    const Problem problem{5, 17, 17};
-    Tensor a = problem.a(DType::Float32());
+    const Problem problem = problem_of(5, 17, 17);
+    Tensor a(problem.a(DType::Float32()));
     a.fill([] { return -1e-30; });
-    Tensor b = problem.b(DType::Float32());
+    Tensor b(problem.b(DType::Float32()));
     b.fill([] { return 1e-30; });
-    const Tensor c = problem.c(DType::Float32());
+    const Tensor c(problem.c(DType::Float32()));
     run(GetParam(), problem, MatrixMulDataType::DEFAULT, a, b, c);
     for (size_t i = 0; i < 5 * 17; ++i)
         EXPECT_TRUE(std::signbit(c.at<float>(i)) && c.at<float>(i) == 0);
