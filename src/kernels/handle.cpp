@@ -5,28 +5,9 @@
 
 #include "kernels/check.h"
 #include "kernels/relayout.h"
-#if defined(__x86_64__)
-#include "kernels/x86/cpu.h"
-#endif
 
 namespace kern {
 namespace {
-
-bool has_x86_level() {
-#if defined(__x86_64__)
-    return x86::best_instruction_set() != x86::InstructionSet::NONE;
-#else
-    return false;
-#endif
-}
-
-HandleLevel best_level() {
-#if defined(__ARM_NEON)
-    return HandleLevel::ARMV7;
-#else
-    return has_x86_level() ? HandleLevel::X86 : HandleLevel::FALLBACK;
-#endif
-}
 
 std::atomic<size_t> naive_image_pitch_alignment{1};
 
@@ -98,7 +79,7 @@ std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int 
 std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
                                                    HandleLevel level) {
     KERN_CHECK(level != HandleLevel::ARM_COMMON);
-    KERN_CHECK(level != HandleLevel::X86 || has_x86_level());
+    KERN_CHECK(level != HandleLevel::X86 || best_level() == HandleLevel::X86);
     return std::make_unique<KernelHandle>(computing, level);
 }
 

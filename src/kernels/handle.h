@@ -103,6 +103,8 @@ void set_naive_image_pitch_alignment(size_t bytes);
 // takes the best level of this machine (armv7 where there is NEON, x86 on an x86-64 CPU with AVX2
 // and FMA, otherwise fallback), 1 fallback, 2 naive; anything else stops the process.
 std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int debug_level);
+// The level of a default handle on this machine.
+HandleLevel best_level();
 // A CPU handle of a given level. Every level but x86 runs on every machine: its vector code is
 // compiled for NEON where there is NEON and for the compiler's own vectors elsewhere. Asking for
 // x86 on a machine without it stops the process.

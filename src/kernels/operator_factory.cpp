@@ -1,4 +1,4 @@
-// The factory of operators, generated from the table of levels.
+// The factory of operators, generated from the table of levels, and which level this machine takes.
 #include "kernels/arm_common/elementwise.h"
 #include "kernels/arm_common/elementwise_multi_type.h"
 #include "kernels/arm_common/type_cvt.h"
@@ -25,11 +25,23 @@
 #include "kernels/naive/sorting.h"
 #include "kernels/naive/type_cvt.h"
 #if defined(__x86_64__)
+#include "kernels/x86/cpu.h"
 #include "kernels/x86/elementwise.h"
 #include "kernels/x86/matrix_mul.h"
 #endif
 
 namespace kern {
+
+HandleLevel best_level() {
+#if defined(__ARM_NEON)
+    return HandleLevel::ARMV7;
+#elif defined(__x86_64__)
+    const bool has_x86 = x86::best_instruction_set() != x86::InstructionSet::NONE;
+    return has_x86 ? HandleLevel::X86 : HandleLevel::FALLBACK;
+#else
+    return HandleLevel::FALLBACK;
+#endif
+}
 
 #if defined(__x86_64__)
 #define KERN_X86_CASE(Class) \

@@ -88,11 +88,12 @@ TEST(CompNode, ReportsAlignedMemory) {
     node.env().set_memory_callback([&](bool is_device, void* ptr, size_t size) {
         reports.emplace_back(is_device, ptr, size);
     });
-    EXPECT_EQ(node.memory_alignment(), 32u);
+    const size_t alignment = node.memory_alignment();
+    EXPECT_EQ(alignment, kern::best_level() == kern::HandleLevel::X86 ? 64u : 32u);
     void* device = node.alloc_device(100);
     void* host = node.alloc_host(1);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(device) % 32, 0u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(host) % 32, 0u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(device) % alignment, 0u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(host) % alignment, 0u);
     node.free_device(device);
     node.free_host(host);
     EXPECT_EQ(reports,
