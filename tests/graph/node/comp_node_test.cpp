@@ -12,6 +12,7 @@
 #include "graph/node/comp_node_event.h"
 #include "graph/node/node_bound_object.h"
 #include "graph/node/task_recorder.h"
+#include "kernels/handle.h"
 #include "graph/tensor/tensor.h"
 #include "kernels/relayout.h"
 
