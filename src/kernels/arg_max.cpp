@@ -6,7 +6,7 @@ namespace kern {
 
 void ArgSelect::check_exec(const TensorLayout& src, const TensorLayout& dst,
                            size_t workspace_size) {
-    KERN_CHECK(src.is_dense() && dst.is_dense());
+    KERN_CHECK(src.is_contiguous() && dst.is_contiguous());
     KERN_CHECK(dst.same_shape(collapse_axis(src, m_param.axis)));
     KERN_CHECK(src.dtype.valid() && dst.dtype == DType::Int32());
     KERN_CHECK(AxisSplit::of(src, m_param.axis).length <= INT32_MAX);

@@ -36,9 +36,9 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // `data` and `mask` are dense and of one shape, the mask of plain numbers. Waits for all tasks
-    // of the dispatcher, because the outputs are allocated only once their length is known; they
-    // are filled by a further task. The workspace is aligned to 4 bytes.
+    // `data` and `mask` are contiguous and of one shape, the mask of plain numbers. Waits for all
+    // tasks of the dispatcher, because the outputs are allocated only once their length is known;
+    // they are filled by a further task. The workspace is aligned to 4 bytes.
     virtual Outputs exec(const RawTensor& data, const RawTensor& mask, const Workspace& workspace,
                          const OutputAllocator& output_allocator) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& data, const TensorLayout& mask) = 0;

@@ -10,7 +10,7 @@ int32_t Cumsum::axis_of(const TensorLayout& src) const {
 
 void Cumsum::check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size) {
     KERN_CHECK(src.dtype.valid() && src.same_layout(dst));
-    KERN_CHECK(src.is_dense() && dst.is_dense());
+    KERN_CHECK(src.is_contiguous() && dst.is_contiguous());
     KERN_CHECK(workspace_in_bytes(src, dst) <= workspace_size);
 }
 

@@ -17,7 +17,7 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // Dense tensors of one layout, Float32, Float16 or integers that wrap around. Every sum is
+    // Contiguous tensors of one layout, Float32, Float16 or integers that wrap around. Every sum is
     // rounded to the dtype before the next element is added. `dst` may be the memory of `src`.
     virtual void exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) = 0;

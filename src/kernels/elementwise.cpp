@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "kernels/broadcast.h"
 #include "kernels/check.h"
 
 namespace kern {
@@ -78,21 +77,11 @@ void Elementwise::check_exec(const std::vector<RawTensor>& inputs, const RawTens
     KERN_CHECK(dtype.valid() && trait.accepts(dtype.category()));
     for (const RawTensor& input : inputs)
         KERN_CHECK(input.layout.dtype == dtype);
-    // Not empty: a layout with a zero-length axis is not dense. Kernels write the output in order,
-    // so rows of an image must not be padded.
-    KERN_CHECK(output.layout.is_dense() && output.layout.is_dense_raw() && output.layout.ndim != 0);
+    // Not empty: a layout with a zero-length axis is not dense. Kernels write the output in order.
+    KERN_CHECK(output.layout.is_contiguous() && output.layout.ndim != 0);
     KERN_CHECK(output.layout.dtype == dtype);
     if (m_param.mode == ElementwiseMode::FUSE_MUL_ADD4)
         check_fused_pairs(inputs, output.layout);
-}
-
-BroadcastSet::BroadcastSet(const std::vector<RawTensor>& inputs, const TensorShape& output) {
-    KERN_CHECK(inputs.size() <= MAX_ARITY);
-    element_count = output.element_count();
-    for (size_t i = 0; i < inputs.size(); ++i) {
-        views[i] = {inputs[i].raw_ptr, inputs[i].layout.broadcast_to(output).collapsed()};
-        max_ndim = std::max(max_ndim, static_cast<int>(views[i].layout.ndim));
-    }
 }
 
 }  // namespace kern

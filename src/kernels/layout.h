@@ -65,6 +65,9 @@ struct TensorLayout : TensorShape {
     bool is_dense() const;
     // The default format's test, whatever the format.
     bool is_dense_raw() const;
+    // Dense without the padding that the rows of an image may have. Kernels that walk the
+    // memory in order ask for this.
+    bool is_contiguous() const { return is_dense() && is_dense_raw(); }
     // Dense once axes of stride 0 are left out.
     bool is_dense_allow_broadcast() const;
     // Magnitudes of strides do not grow towards the last axis.

@@ -19,8 +19,8 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // All dense and of shape {rows, length}: `src` and `dst` Float32, `indices` Int32. `dst` may
-    // not be the memory of `src`.
+    // All contiguous and of shape {rows, length}: `src` and `dst` Float32, `indices` Int32. `dst`
+    // may not be the memory of `src`.
     virtual void exec(const RawTensor& src, const RawTensor& dst, const RawTensor& indices,
                       const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst,
