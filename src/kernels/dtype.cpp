@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <unordered_map>
 
 #include "kernels/check.h"
@@ -68,7 +69,7 @@ bool same_param(const Param& a, const Param& b) {
 }  // namespace
 
 // Interns the records of one quantised type. Records are never freed: pointers to them are the
-// identity of the types made so far.
+// identity of the types made so far. Any thread may call.
 template <typename Param>
 class QuantisedTypeTable {
 public:
@@ -76,6 +77,7 @@ public:
 
     DType get(const Param& param) {
         KERN_CHECK(!std::isnan(param.scale));
+        const std::lock_guard<std::mutex> lock(m_mutex);
         auto& slot = m_records[param];
         if (!slot)
             slot.reset(new ParamDTypeRecord<Param>{m_fields, param});
@@ -91,6 +93,7 @@ private:
     };
 
     const DTypeRecord& m_fields;
+    std::mutex m_mutex;
     std::unordered_map<Param, std::unique_ptr<ParamDTypeRecord<Param>>, Hash, Equal> m_records;
 };
 

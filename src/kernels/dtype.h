@@ -1,6 +1,6 @@
 // Data types of tensor elements. A DType is one pointer to an immutable record that lives until the
 // process ends, so it is copied and compared freely on any thread. Quantised types are interned by
-// their parameters; they must be made from one thread at a time.
+// their parameters; they too may be made on any thread.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,7 @@
 #include "kernels/layout.h"
 
+#include <thread>
+
 #include "kernels/check.h"
 #include "kernels/format.h"
 #include "tests/kernels/kernel_test_util.h"
@@ -130,6 +132,18 @@ TEST(DType, NumbersSizesAndInterning) {
     EXPECT_EQ(DType::QuantizedS32(0.0f), DType::QuantizedS32(-0.0f));
     EXPECT_NE(DType::Quantized8Asymm(0.5f, 1), DType::Quantized8Asymm(0.5f, 2));
     EXPECT_EQ(DType::Quantized8Asymm(0.5f, 7).param<kern::Quantized8AsymmParam>().zero_point, 7);
+    // Many threads make the same types.
+    std::vector<std::vector<DType>> made(4);
+    std::vector<std::thread> threads;
+    for (auto& types : made)
+        threads.emplace_back([&types] {
+            for (int scale = 1; scale <= 2000; ++scale)
+                types.push_back(DType::QuantizedS32(static_cast<float>(scale)));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const auto& types : made)
+        EXPECT_TRUE(types == made[0]);
     EXPECT_DEATH(DType::QuantizedS8(NAN), "");
     EXPECT_DEATH(DType::QuantizedS8(1.0f).param<kern::QuantizedS32Param>(), "");
     EXPECT_DEATH(DType::IntB1().size_log2(), "");
