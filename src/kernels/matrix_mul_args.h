@@ -2,6 +2,7 @@
 // A value: tasks carry copies. Borrows the operands' memory.
 #pragma once
 
+#include "kernels/lines.h"
 #include "kernels/matrix_mul.h"
 
 namespace kern {
@@ -31,11 +32,5 @@ struct MatrixMulArgs {
           b_column(param.transpose_b ? b_tensor.layout.stride[0] : 1),
           c_row(c_tensor.layout.stride[0]) {}
 };
-
-// Element `index * step` behind `base`; for counts, which are never negative.
-template <typename T>
-T* at_step(T* base, size_t index, ptrdiff_t step) {
-    return base + static_cast<ptrdiff_t>(index) * step;
-}
 
 }  // namespace kern

@@ -6,26 +6,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "kernels/matrix_mul_args.h"
+#include "kernels/lines.h"
 #include "kernels/simd/f32x4.h"
 
 namespace kern {
-
-// Some lines of an operand. Both steps are in elements, and one of them is 1.
-struct FloatLines {
-    const float* first;
-    size_t count;
-    ptrdiff_t line_step;
-    ptrdiff_t k_step;
-
-    // At most `most` lines from `line` on, each from `k` on.
-    FloatLines block(size_t line, size_t most, size_t k) const {
-        return {at_step(at_step(first, line, line_step), k, k_step), std::min(most, count - line),
-                line_step, k_step};
-    }
-    // All lines from `line` on.
-    FloatLines from(size_t line) const { return block(line, count, 0); }
-};
 
 namespace packing {
 
@@ -80,7 +64,7 @@ void turn_lines(const float* first, ptrdiff_t line_step, ptrdiff_t ahead, size_t
 
 // At most four lines, one value at a time, to lanes of a panel; missing lines are zeros.
 template <size_t WIDTH>
-void copy_lines(const FloatLines& lines, size_t depth, float* target) {
+void copy_lines(const Lines<float>& lines, size_t depth, float* target) {
     const size_t count = std::min(LANES, lines.count);
     for (size_t k = 0; k < depth; ++k, target += WIDTH) {
         const float* source = at_step(lines.first, k, lines.k_step);
@@ -94,7 +78,7 @@ void copy_lines(const FloatLines& lines, size_t depth, float* target) {
 
 // Packs the first WIDTH lines as a depth x WIDTH array; missing lines are zeros.
 template <size_t WIDTH>
-void pack_panel(const FloatLines& lines, size_t depth, float* panel) {
+void pack_panel(const Lines<float>& lines, size_t depth, float* panel) {
     if (lines.count >= WIDTH && lines.line_step == 1) {
         for (size_t k = 0; k < depth; ++k)
             std::memcpy(panel + k * WIDTH, at_step(lines.first, k, lines.k_step),
@@ -118,7 +102,7 @@ void pack_panel(const FloatLines& lines, size_t depth, float* panel) {
 
 // Packs all lines, panel behind panel. Returns the number of values packed, with the zeros.
 template <size_t WIDTH>
-size_t pack_panels(const FloatLines& lines, size_t depth, float* panels) {
+size_t pack_panels(const Lines<float>& lines, size_t depth, float* panels) {
     size_t line = 0;
     for (; line < lines.count; line += WIDTH)
         pack_panel<WIDTH>(lines.from(line), depth, panels + line * depth);

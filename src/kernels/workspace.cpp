@@ -21,8 +21,7 @@ size_t WorkspaceBundle::total_size() const {
 
 void* WorkspaceBundle::get(size_t index) const {
     KERN_CHECK(index < m_sizes.size());
-    const size_t misalignment = reinterpret_cast<uintptr_t>(m_base) % m_alignment;
-    uint8_t* part = m_base + (misalignment == 0 ? 0 : m_alignment - misalignment);
+    uint8_t* part = align_up(m_base, m_alignment);
     for (size_t i = 0; i < index; ++i)
         part += m_sizes[i];
     return part;

@@ -21,6 +21,12 @@ struct Workspace {
     }
 };
 
+// The first address from `pointer` on that is a multiple of `unit`.
+inline uint8_t* align_up(void* pointer, size_t unit) {
+    const size_t misalignment = reinterpret_cast<uintptr_t>(pointer) % unit;
+    return static_cast<uint8_t*>(pointer) + (misalignment == 0 ? 0 : unit - misalignment);
+}
+
 // Carves one workspace into aligned parts. The total holds one alignment more than the parts need,
 // so that the first part can be aligned after the fact.
 class WorkspaceBundle {

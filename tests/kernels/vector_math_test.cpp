@@ -1,10 +1,11 @@
 // The vector forms of exp, sigmoid, tanh and the rational tanh against their formulas in double
-// precision, over a grid and over the bit patterns of all magnitudes.
+// precision, over a grid and over the bit patterns of all magnitudes; sums of integers that wrap.
 #include <cfloat>
 #include <cmath>
 #include <functional>
 
 #include "kernels/elementwise.h"
+#include "kernels/simd/integers.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
@@ -95,6 +96,40 @@ TEST(VectorMath, ExpSigmoidTanhAndRationalTanh) {
         [](double x) { return x * (27 + x * x) / (27 + 9 * x * x); }, static_cast<double>(FLT_MIN),
         [](float x) { return std::fabs(x) < 6.9e12f && (x == 0 || std::fabs(x) > 1e-36f); });
     EXPECT_LE(rational_error.most, QUOTIENT_ERROR);
+}
+
+// Out of line, so that nothing is known of the lanes. A compiler to which a sum cannot overflow
+// compares without adding.
+template <typename V>
+[[gnu::noinline]] V sum_is_greater(V a, V b) {
+    return kern::simd::greater(kern::simd::add(a, b), a);
+}
+template <typename V>
+[[gnu::noinline]] V difference_is_greater(V a, V b) {
+    return kern::simd::greater(a, kern::simd::sub(a, b));
+}
+template <typename V>
+[[gnu::noinline]] V magnitude_is_negative(V a) {
+    return kern::simd::greater(V{}, kern::simd::absolute(a));
+}
+
+template <typename T>
+void expect_integers_wrap() {
+    using Limits = std::numeric_limits<T>;
+    const auto all = [](T lane) { return kern::simd::broadcast(lane); };
+    const auto one = all(1);
+    EXPECT_EQ(sum_is_greater(all(Limits::max()), one)[0], 0);
+    EXPECT_EQ(sum_is_greater(all(1), one)[0], -1);
+    EXPECT_EQ(difference_is_greater(all(Limits::min()), one)[0], 0);
+    EXPECT_EQ(magnitude_is_negative(all(Limits::min()))[0], -1);
+    EXPECT_EQ(kern::simd::mul(all(Limits::max()), all(2))[0], -2);
+    EXPECT_EQ(kern::simd::add_product(all(Limits::max()), one, one)[0], Limits::min());
+}
+
+TEST(VectorMath, IntegersWrapAround) {
+    expect_integers_wrap<int32_t>();
+    expect_integers_wrap<int16_t>();
+    expect_integers_wrap<int8_t>();
 }
 
 TEST(VectorMath, ClampsAndKeepsNan) {

@@ -7,6 +7,7 @@
 #include "kernels/arm_common/vector_loop.h"
 #include "kernels/arm_common/vector_math.h"
 #include "kernels/check.h"
+#include "kernels/elementwise_formulas.h"
 
 namespace kern::arm_common {
 namespace {
@@ -21,7 +22,7 @@ V relu(V x) {
 template <typename V>
 V add_relu(V x, V y) {
     if constexpr (std::is_same<V, simd::I16x8>::value || std::is_same<V, simd::I8x16>::value)
-        return simd::select(simd::greater(x, ~y), x + y, V{});
+        return simd::select(simd::greater(x, ~y), simd::add(x, y), V{});
     else
         return relu(simd::add(x, y));
 }
@@ -148,19 +149,13 @@ struct TernaryKernel {
 
 using Function = void (*)(const VectorPlan& plan, const BroadcastSet& set, void* output);
 
-constexpr uint32_t ARITIES[] = {
-#define KERN_ELEMENTWISE_MODE(number, NAME, text, arity, ...) arity,
-#include "kernels/elementwise_modes.inc"
-#undef KERN_ELEMENTWISE_MODE
-};
-
 template <ElementwiseMode MODE, VectorTypes TYPE, typename T>
 constexpr Function kernel_of() {
     if constexpr ((VectorFormula<MODE>::TYPES & TYPE) == 0)
         return nullptr;
-    else if constexpr (ARITIES[static_cast<size_t>(MODE)] == 1)
+    else if constexpr (Formula<MODE>::TRAIT.arity == 1)
         return &UnaryKernel<MODE, T>::run;
-    else if constexpr (ARITIES[static_cast<size_t>(MODE)] == 2)
+    else if constexpr (Formula<MODE>::TRAIT.arity == 2)
         return &BinaryKernel<MODE, T>::run;
     else
         return &TernaryKernel<MODE, T>::run;

@@ -6,9 +6,9 @@
 
 #include "kernels/armv7/float_small.h"
 #include "kernels/armv7/float_tile.h"
-#include "kernels/matrix_mul_args.h"
 #include "kernels/panel_packing.h"
 #include "kernels/simd/f32x4.h"
+#include "kernels/workspace.h"
 
 namespace kern::armv7 {
 namespace {
@@ -44,28 +44,26 @@ void multiply_block(const float* a_panels, const float* b_panels, size_t depth, 
 }
 
 void multiply_blocks(const FloatProduct& product, void* workspace) {
-    const auto misalignment = reinterpret_cast<uintptr_t>(workspace) % FLOAT_PANEL_ALIGNMENT;
-    auto* base = static_cast<uint8_t*>(workspace) +
-                 (misalignment == 0 ? 0 : FLOAT_PANEL_ALIGNMENT - misalignment);
+    uint8_t* base = align_up(workspace, FLOAT_PANEL_ALIGNMENT);
     void* b_area = base;
     void* a_area = base + FLOAT_A_PANELS_OFFSET;
     auto* a_panels = static_cast<float*>(a_area);
     auto* b_panels = static_cast<float*>(b_area);
 
     const ptrdiff_t lda = product.lda, ldb = product.ldb;
-    const FloatLines a{product.a, product.rows, product.transpose_a ? lda : 1,
-                       product.transpose_a ? 1 : lda};
-    const FloatLines b{product.b, product.columns, product.transpose_b ? 1 : ldb,
-                       product.transpose_b ? ldb : 1};
+    const Lines<float> a{product.a, product.rows, product.transpose_a ? lda : 1,
+                         product.transpose_a ? 1 : lda};
+    const Lines<float> b{product.b, product.columns, product.transpose_b ? 1 : ldb,
+                         product.transpose_b ? ldb : 1};
     size_t k = 0;
     do {  // once for a depth of 0, which leaves beta * C
         const size_t depth = std::min(DEPTH_BLOCK, product.depth - k);
         const float c_factor = k == 0 ? product.beta : 1.0f;
         for (size_t j = 0; j < product.columns; j += COLUMN_BLOCK) {
-            const FloatLines b_block = b.block(j, COLUMN_BLOCK, k);
+            const Lines<float> b_block = b.block(j, COLUMN_BLOCK, k);
             pack_panels<TILE_COLUMNS>(b_block, depth, b_panels);
             for (size_t i = 0; i < product.rows; i += ROW_BLOCK) {
-                const FloatLines a_block = a.block(i, ROW_BLOCK, k);
+                const Lines<float> a_block = a.block(i, ROW_BLOCK, k);
                 const size_t a_values = pack_panels<TILE_ROWS>(a_block, depth, a_panels);
                 if (product.alpha != 1)
                     scale_panels(a_panels, a_values, product.alpha);

@@ -4,6 +4,7 @@
 
 #include "kernels/checked_math.h"
 #include "kernels/simd/i8x16.h"
+#include "kernels/workspace.h"
 
 namespace kern::armv7 {
 namespace {
@@ -37,7 +38,7 @@ struct PanelPlaces {
 };
 
 template <size_t WIDTH>
-void pack_contiguous(const Int8Lines& lines, size_t depth, const PanelPlaces<WIDTH>& places) {
+void pack_contiguous(const Lines<int8_t>& lines, size_t depth, const PanelPlaces<WIDTH>& places) {
     ptrdiff_t step = WIDTH * STEP;
     simd::keep_in_register(step);
     for (size_t line = 0; line < lines.count; ++line) {
@@ -55,15 +56,15 @@ template <size_t WIDTH>
 inline void turn_block(const int8_t* source, ptrdiff_t k_step, int8_t* target, size_t panel_bytes) {
     I8x8 block[TURNED];
     for (size_t i = 0; i < TURNED; ++i, source += k_step)
-        block[i] = simd::load_half(source);
+        block[i] = simd::load_eight(source);
     simd::transpose(block);
     for (size_t i = 0; i < TURNED; ++i)
-        simd::store_half(target + i / WIDTH * panel_bytes + i % WIDTH * STEP, block[i]);
+        simd::store_eight(target + i / WIDTH * panel_bytes + i % WIDTH * STEP, block[i]);
 }
 
 // For lines that are neighbours in memory.
 template <size_t WIDTH>
-void pack_turned(const Int8Lines& lines, size_t depth, const PanelPlaces<WIDTH>& places) {
+void pack_turned(const Lines<int8_t>& lines, size_t depth, const PanelPlaces<WIDTH>& places) {
     for (size_t line = 0; line < lines.count; line += TURNED) {
         const size_t count = std::min(TURNED, lines.count - line);
         const int8_t* source = lines.first + line;
@@ -133,7 +134,7 @@ void multiply_panels(const int8_t* a, size_t rows, const int8_t* b, size_t steps
 }  // namespace
 
 template <size_t WIDTH>
-void pack_int8_panels(const Int8Lines& lines, size_t depth, int8_t* panels) {
+void pack_int8_panels(const Lines<int8_t>& lines, size_t depth, int8_t* panels) {
     const PanelPlaces<WIDTH> places{panels, round_up(depth, STEP)};
     if (lines.k_step == 1)
         pack_contiguous(lines, depth, places);
@@ -141,8 +142,8 @@ void pack_int8_panels(const Int8Lines& lines, size_t depth, int8_t* panels) {
         pack_turned(lines, depth, places);
 }
 
-template void pack_int8_panels<PANEL_ROWS>(const Int8Lines&, size_t, int8_t*);
-template void pack_int8_panels<PANEL_COLUMNS>(const Int8Lines&, size_t, int8_t*);
+template void pack_int8_panels<PANEL_ROWS>(const Lines<int8_t>&, size_t, int8_t*);
+template void pack_int8_panels<PANEL_COLUMNS>(const Lines<int8_t>&, size_t, int8_t*);
 
 size_t int8_product_workspace(size_t rows, size_t columns, size_t depth) {
     const size_t panels = checked_add(panel_bytes(rows, PANEL_ROWS, depth),
@@ -151,23 +152,21 @@ size_t int8_product_workspace(size_t rows, size_t columns, size_t depth) {
 }
 
 void int8_product(const MatrixMulArgs& args, void* workspace) {
-    const auto misalignment = reinterpret_cast<uintptr_t>(workspace) % PANEL_ALIGNMENT;
-    auto* a_panels =
-        static_cast<int8_t*>(workspace) + (misalignment == 0 ? 0 : PANEL_ALIGNMENT - misalignment);
+    void* a_area = align_up(workspace, PANEL_ALIGNMENT);
+    auto* a_panels = static_cast<int8_t*>(a_area);
     int8_t* b_panels = a_panels + panel_bytes(args.rows, PANEL_ROWS, args.depth) + PANEL_ALIGNMENT;
     const size_t steps = round_up(args.depth, STEP) / STEP;
-    const auto* a = static_cast<const int8_t*>(args.a);
-    const auto* b = static_cast<const int8_t*>(args.b);
+    const Lines<int8_t> a{static_cast<const int8_t*>(args.a), args.rows, args.a_row, args.a_k};
+    const Lines<int8_t> b{static_cast<const int8_t*>(args.b), args.columns, args.b_column,
+                          args.b_k};
     auto* c = static_cast<int32_t*>(args.c);
 
-    pack_int8_panels<PANEL_ROWS>({a, args.rows, args.a_row, args.a_k}, args.depth, a_panels);
+    pack_int8_panels<PANEL_ROWS>(a, args.depth, a_panels);
     // A block of B is used up before the next is packed, so all take the same place, which stays in
     // the nearest cache.
     for (size_t block = 0; block < args.columns; block += BLOCK_COLUMNS) {
         const size_t end = std::min(block + BLOCK_COLUMNS, args.columns);
-        pack_int8_panels<PANEL_COLUMNS>(
-            {at_step(b, block, args.b_column), end - block, args.b_column, args.b_k}, args.depth,
-            b_panels);
+        pack_int8_panels<PANEL_COLUMNS>(b.block(block, BLOCK_COLUMNS), args.depth, b_panels);
         const int8_t* b_panel = b_panels;
         for (size_t j = block; j < end; j += PANEL_COLUMNS, b_panel += PANEL_COLUMNS * steps * STEP)
             end - j == 1

@@ -17,18 +17,10 @@ size_t int8_product_workspace(size_t rows, size_t columns, size_t depth);
 // `workspace` needs no alignment.
 void int8_product(const MatrixMulArgs& args, void* workspace);
 
-// Lines (rows of A, columns of B) of an operand. One of the steps, in elements, is 1.
-struct Int8Lines {
-    const int8_t* first;
-    size_t count;
-    ptrdiff_t line_step;
-    ptrdiff_t k_step;
-};
-
 // Packs lines in panels of WIDTH: a panel has for each 16 bytes of depth those of its first line,
 // then those of its second, and so on. The last 16 bytes are filled up with zeros. The places of
 // lines that the last panel lacks are not written. Made for a WIDTH of 4 and of 2.
 template <size_t WIDTH>
-void pack_int8_panels(const Int8Lines& lines, size_t depth, int8_t* panels);
+void pack_int8_panels(const Lines<int8_t>& lines, size_t depth, int8_t* panels);
 
 }  // namespace kern::armv7

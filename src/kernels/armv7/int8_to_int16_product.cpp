@@ -58,10 +58,10 @@ void multiply_tile(Packed a, Packed b, size_t depth, int16_t* c, ptrdiff_t c_row
         I8x8 b_values[VECTORS];
 #pragma GCC unroll 2
         for (size_t v = 0; v < VECTORS; ++v)
-            b_values[v] = simd::load_half_next(b.values);
+            b_values[v] = simd::load_eight_next(b.values);
 #pragma GCC unroll 4
         for (size_t row = 0; row < ROWS; ++row) {
-            const I8x8 factor = simd::broadcast_next(a.values);
+            const I8x8 factor = simd::load_lane_next(a.values);
 #pragma GCC unroll 2
             for (size_t v = 0; v < VECTORS; ++v)
                 sums[row][v] = simd::add_product(sums[row][v], b_values[v], factor);

@@ -5,6 +5,7 @@
 #include "kernels/checked_math.h"
 #include "kernels/panel_packing.h"
 #include "kernels/simd/f32x4.h"
+#include "kernels/workspace.h"
 
 namespace kern::fallback {
 namespace {
@@ -89,9 +90,7 @@ size_t packed_product_workspace(size_t rows, size_t columns, size_t depth) {
 void packed_product(const MatrixMulArgs& args, void* workspace) {
     if (args.rows == 0 || args.columns == 0)
         return;
-    const auto misalignment = reinterpret_cast<uintptr_t>(workspace) % PANEL_ALIGNMENT;
-    auto* base =
-        static_cast<uint8_t*>(workspace) + (misalignment == 0 ? 0 : PANEL_ALIGNMENT - misalignment);
+    uint8_t* base = align_up(workspace, PANEL_ALIGNMENT);
     void* a_area = base;
     void* b_area = base + panel_bytes(args.rows, PANEL_ROWS, args.depth) + PANEL_ALIGNMENT;
     auto* a_panels = static_cast<float*>(a_area);
@@ -100,8 +99,8 @@ void packed_product(const MatrixMulArgs& args, void* workspace) {
     const auto* a = static_cast<const float*>(args.a);
     const auto* b = static_cast<const float*>(args.b);
     auto* c = static_cast<float*>(args.c);
-    const FloatLines a_lines{a, args.rows, args.a_row, args.a_k};
-    const FloatLines b_lines{b, args.columns, args.b_column, args.b_k};
+    const Lines<float> a_lines{a, args.rows, args.a_row, args.a_k};
+    const Lines<float> b_lines{b, args.columns, args.b_column, args.b_k};
     pack_panels<PANEL_ROWS>(a_lines, args.depth, a_panels);
     // A panel of B is used up before the next is packed, so all take the same place, which stays in
     // the nearest cache.

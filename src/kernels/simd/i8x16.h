@@ -3,23 +3,15 @@
 // NEON.
 #pragma once
 
-#include "kernels/simd/vector_types.h"
+#include "kernels/simd/integers.h"
 
 namespace kern::simd {
 
-inline I8x8 load_half(const int8_t* source) {
-    I8x8 result;
-    std::memcpy(&result, source, sizeof(result));
-    return result;
-}
-inline I8x8 load_half_next(const int8_t*& source) {
-    const I8x8 result = load_half(source);
+inline I8x8 load_eight_next(const int8_t*& source) {
+    const I8x8 result = load_eight(source);
     source += sizeof(result);
     keep_in_register(source);
     return result;
-}
-inline void store_half(int8_t* target, I8x8 value) {
-    std::memcpy(target, &value, sizeof(value));
 }
 
 #if defined(__ARM_NEON)
@@ -35,7 +27,7 @@ inline I16x8 add_product_high(I16x8 sum, I8x16 a, I8x16 b) {
 inline I16x8 add_product(I16x8 sum, I8x8 a, I8x8 b) {
     return vmlal_s8(sum, a, b);
 }
-inline I8x8 broadcast(const int8_t* source) {
+inline I8x8 load_lane(const int8_t* source) {
     return vld1_dup_s8(source);
 }
 // Lane i of the sum and the lanes 2i and 2i + 1 of the values, in 32 bits.
@@ -77,13 +69,6 @@ inline void swap_quads(I8x8& a, I8x8& b) {
 
 namespace detail {
 
-// Signed lanes would not be allowed to wrap.
-typedef uint16_t U16x8 __attribute__((vector_size(16)));
-typedef uint32_t U32x4 __attribute__((vector_size(16)));
-
-inline I16x8 widen(I8x8 values) {
-    return __builtin_convertvector(values, I16x8);
-}
 inline I8x8 low(I8x16 values) {
     return __builtin_shufflevector(values, values, 0, 1, 2, 3, 4, 5, 6, 7);
 }
@@ -91,7 +76,7 @@ inline I8x8 high(I8x16 values) {
     return __builtin_shufflevector(values, values, 8, 9, 10, 11, 12, 13, 14, 15);
 }
 inline int32_t sum_lanes(I32x4 values) {
-    const auto lanes = bit_cast<U32x4>(values);
+    const U32x4 lanes = to_unsigned(values);
     return static_cast<int32_t>(lanes[0] + lanes[1] + lanes[2] + lanes[3]);
 }
 
@@ -114,24 +99,23 @@ inline void swap_quads(I8x8& a, I8x8& b) {
 }  // namespace detail
 
 inline I16x8 add_product(I16x8 sum, I8x8 a, I8x8 b) {
-    const I16x8 product = detail::widen(a) * detail::widen(b);
-    return bit_cast<I16x8>(bit_cast<detail::U16x8>(sum) + bit_cast<detail::U16x8>(product));
+    return add(sum, to_int16(a) * to_int16(b));
 }
 inline I16x8 mul_low(I8x16 a, I8x16 b) {
-    return detail::widen(detail::low(a)) * detail::widen(detail::low(b));
+    return to_int16(detail::low(a)) * to_int16(detail::low(b));
 }
 inline I16x8 add_product_high(I16x8 sum, I8x16 a, I8x16 b) {
     return add_product(sum, detail::high(a), detail::high(b));
 }
-inline I8x8 broadcast(const int8_t* source) {
+inline I8x8 load_lane(const int8_t* source) {
     const int8_t value = *source;
     return I8x8{value, value, value, value, value, value, value, value};
 }
 inline I32x4 add_pairs(I32x4 sum, I16x8 values) {
     // Both lanes of a pair lie in one 32-bit lane, the first in its low half.
     const auto odd = bit_cast<I32x4>(values) >> 16;
-    const auto even = bit_cast<I32x4>(bit_cast<detail::U32x4>(values) << 16) >> 16;
-    return bit_cast<I32x4>(bit_cast<detail::U32x4>(sum) + bit_cast<detail::U32x4>(odd + even));
+    const auto even = bit_cast<I32x4>(bit_cast<U32x4>(values) << 16) >> 16;
+    return add(sum, odd + even);
 }
 inline void store_sum(int32_t* target, I32x4 a) {
     *target = detail::sum_lanes(a);
@@ -143,8 +127,8 @@ inline void store_sums(int32_t* target, I32x4 a, I32x4 b) {
 
 #endif
 
-inline I8x8 broadcast_next(const int8_t*& source) {
-    const I8x8 result = broadcast(source);
+inline I8x8 load_lane_next(const int8_t*& source) {
+    const I8x8 result = load_lane(source);
     ++source;
     keep_in_register(source);
     return result;

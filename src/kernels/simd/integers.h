@@ -10,27 +10,48 @@
 
 namespace kern::simd {
 
+// The vectors of integers, each with that of the unsigned type: its lanes may wrap around, while
+// the compiler takes for granted that signed ones do not (the intrinsics are no better: they are
+// the same operators inside).
 template <typename V>
-using IfIntegers =
-    std::enable_if_t<std::is_same<V, I32x4>::value || std::is_same<V, I16x8>::value ||
-                         std::is_same<V, I8x16>::value,
-                     V>;
+struct UnsignedOf;
+template <>
+struct UnsignedOf<I32x4> {
+    using Type = U32x4;
+};
+template <>
+struct UnsignedOf<I16x8> {
+    using Type = U16x8;
+};
+template <>
+struct UnsignedOf<I8x16> {
+    using Type = U8x16;
+};
+
+// V, for a V that is a vector of integers.
+template <typename V>
+using IfIntegers = std::enable_if_t<sizeof(typename UnsignedOf<V>::Type) == sizeof(V), V>;
+
+template <typename V>
+inline typename UnsignedOf<V>::Type to_unsigned(V x) {
+    return bit_cast<typename UnsignedOf<V>::Type>(x);
+}
 
 template <typename V>
 inline IfIntegers<V> add(V a, V b) {
-    return a + b;
+    return bit_cast<V>(to_unsigned(a) + to_unsigned(b));
 }
 template <typename V>
 inline IfIntegers<V> sub(V a, V b) {
-    return a - b;
+    return bit_cast<V>(to_unsigned(a) - to_unsigned(b));
 }
 template <typename V>
 inline IfIntegers<V> mul(V a, V b) {
-    return a * b;
+    return bit_cast<V>(to_unsigned(a) * to_unsigned(b));
 }
 template <typename V>
 inline IfIntegers<V> add_product(V sum, V a, V b) {
-    return sum + a * b;
+    return add(sum, mul(a, b));
 }
 // All bits set in the lanes where the comparison holds.
 template <typename V>
@@ -49,7 +70,7 @@ inline IfIntegers<V> select(V mask, V a, V b) {
 template <typename V>
 inline IfIntegers<V> absolute(V x) {
     const V sign = x < 0;
-    return (x ^ sign) - sign;
+    return sub(x ^ sign, sign);
 }
 
 #if defined(__ARM_NEON)

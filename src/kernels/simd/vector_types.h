@@ -1,6 +1,7 @@
 // The 16-byte vectors of the kernels and what works on each of them alike. On Arm they are the NEON
 // types, elsewhere the compiler's own vectors, so that one text of a kernel runs on both. Integer
-// vectors take the ordinary operators, which wrap around; those of floats are in f32x4.h, because
+// vectors take the ordinary operators where nothing can overflow, which is as undefined in a lane
+// as in an int; those that wrap around are in integers.h. Those of floats are in f32x4.h, because
 // the compiler would turn their operators into scalar code on NEON.
 #pragma once
 
@@ -20,12 +21,18 @@ using I32x4 = int32x4_t;
 using I16x8 = int16x8_t;
 using I8x16 = int8x16_t;
 using I8x8 = int8x8_t;
+using U32x4 = uint32x4_t;
+using U16x8 = uint16x8_t;
+using U8x16 = uint8x16_t;
 #else
 typedef float F32x4 __attribute__((vector_size(16)));
 typedef int32_t I32x4 __attribute__((vector_size(16)));
 typedef int16_t I16x8 __attribute__((vector_size(16)));
 typedef int8_t I8x16 __attribute__((vector_size(16)));
 typedef int8_t I8x8 __attribute__((vector_size(8)));
+typedef uint32_t U32x4 __attribute__((vector_size(16)));
+typedef uint16_t U16x8 __attribute__((vector_size(16)));
+typedef uint8_t U8x16 __attribute__((vector_size(16)));
 #endif
 
 // The vector type of an element type, and its number of lanes.
