@@ -232,29 +232,35 @@ TEST(MatrixMulInt, PanelsAreLaidOutInStepsOf16) {
     }
 }
 
-// The paths of a level need different workspaces; that by whole rows has its test to be asked.
+// What runs, and the workspace that it needs.
 TEST(MatrixMulInt, PathsAndTheirWorkspaces) {
-    struct Probe : kern::armv7::MatrixMulImpl {
-        using kern::armv7::MatrixMulImpl::can_accumulate_rows;
-        using kern::armv7::MatrixMulImpl::MatrixMulImpl;
-    };
+    using Fallback = kern::fallback::MatrixMulImpl;
+    using Arm = kern::armv7::MatrixMulImpl;
+    using Path = Fallback::Path;
+    using ArmPath = Arm::IntegerPath;
     const struct {
         Problem problem;
         const Kind* kind;
         size_t fallback, armv7;
-        bool rows;
+        Path path;
+        ArmPath arm_path;
     } cases[] = {
-        {{2, 3, 100, false, false, 0}, &to_int16(), 0, 0, true},
-        {{3, 5, 100, false, false, 0}, &to_int16(), 0, 1536 + 1536 + 512, false},
-        {{3, 5, 100, true, false, 0}, &to_int16(), 0, 0, false},
-        {{2, 5, 100, false, true, 0}, &to_int16(), 0, 0, false},
-        {{2, 3, 17, false, false, 0}, &to_int32(), 0, 0, true},
-        {{2, 3, 17, false, true, 0}, &to_int32(), 0, 128 + 128 + 32, false},
-        {{1, 1, 1, true, false, 0}, &to_int32(), 0, 64 + 64 + 32, false},
-        {{5, 3, 17, false, false, 0}, &to_int32(), 0, 256 + 128 + 32, false},
-        {{2, 3, 17, false, false, 0}, &kinds()[2], 0, 0, true},
-        {{5, 3, 17, true, true, 0}, &kinds()[2], 0, 256 + 128 + 32, false},
-        {{2, 3, 17, false, false, 0}, &kinds()[3], 0, 0, false},
+        {{2, 3, 100, false, false, 0}, &to_int16(), 0, 0, Path::ROWS, ArmPath::FALLBACK},
+        {{3, 5, 100, false, false, 0},
+         &to_int16(),
+         0,
+         1536 + 1536 + 512,
+         Path::NAIVE,
+         ArmPath::INT8_TO_INT16},
+        {{3, 5, 100, true, false, 0}, &to_int16(), 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {{2, 5, 100, false, true, 0}, &to_int16(), 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {{2, 3, 17, false, false, 0}, &to_int32(), 0, 0, Path::ROWS, ArmPath::FALLBACK},
+        {{2, 3, 17, false, true, 0}, &to_int32(), 0, 128 + 128 + 32, Path::NAIVE, ArmPath::INT8},
+        {{1, 1, 1, true, false, 0}, &to_int32(), 0, 64 + 64 + 32, Path::NAIVE, ArmPath::INT8},
+        {{5, 3, 17, false, false, 0}, &to_int32(), 0, 256 + 128 + 32, Path::NAIVE, ArmPath::INT8},
+        {{2, 3, 17, false, false, 0}, &kinds()[2], 0, 0, Path::ROWS, ArmPath::FALLBACK},
+        {{5, 3, 17, true, true, 0}, &kinds()[2], 0, 256 + 128 + 32, Path::NAIVE, ArmPath::INT8},
+        {{2, 3, 17, false, false, 0}, &kinds()[3], 0, 0, Path::NAIVE, ArmPath::FALLBACK},
     };
     for (const auto& row : cases) {
         const Kind& kind = *row.kind;
@@ -270,9 +276,14 @@ TEST(MatrixMulInt, PathsAndTheirWorkspaces) {
                 << row.problem.text() << " " << kind.name << " level " << level_name(level);
         }
         const auto handle = make_handle(ARMV7);
-        Probe probe(handle.get());
-        probe.param() = {row.problem.transpose_a, row.problem.transpose_b, kind.data_type};
-        EXPECT_EQ(probe.can_accumulate_rows(a, c), row.rows) << row.problem.text();
+        const kern::MatrixMul::Param param = {row.problem.transpose_a, row.problem.transpose_b,
+                                              kind.data_type};
+        Fallback fallback(handle.get());
+        Arm arm(handle.get());
+        fallback.param() = arm.param() = param;
+        EXPECT_EQ(fallback.path(a, c), row.path) << row.problem.text();
+        EXPECT_EQ(arm.path(a, c), row.path) << row.problem.text();
+        EXPECT_EQ(arm.integer_path(a, c), row.arm_path) << row.problem.text();
     }
 }
 

@@ -9,39 +9,39 @@ namespace kern::armv7 {
 void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                          const Workspace& workspace) {
     check_exec(a.layout, b.layout, c.layout, workspace.size);
-    switch (path(a.layout, c.layout)) {
-        case Path::INT8_TO_INT16:
+    switch (integer_path(a.layout, c.layout)) {
+        case IntegerPath::INT8_TO_INT16:
             dispatch([args = MatrixMulArgs(m_param, a, b, c), areas = workspace.raw_ptr] {
                 int8_to_int16_product(args, areas);
             });
             return;
-        case Path::INT8:
+        case IntegerPath::INT8:
             return exec_int8(a, b, c, workspace);
-        case Path::FALLBACK:
+        case IntegerPath::FALLBACK:
             return fallback::MatrixMulImpl::exec(a, b, c, workspace);
     }
 }
 
 size_t MatrixMulImpl::workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
                                          const TensorLayout& c) {
-    switch (path(a, c)) {
-        case Path::INT8_TO_INT16:
+    switch (integer_path(a, c)) {
+        case IntegerPath::INT8_TO_INT16:
             return int8_to_int16_product_workspace(c[0], c[1], a[1]);
-        case Path::INT8:
+        case IntegerPath::INT8:
             return int8_workspace_in_bytes(a, c);
         default:
             return fallback::MatrixMulImpl::workspace_in_bytes(a, b, c);
     }
 }
 
-// The fallback level asks for short products and for floats itself, in this order.
-MatrixMulImpl::Path MatrixMulImpl::path(const TensorLayout& a, const TensorLayout& c) const {
-    if (can_accumulate_rows(a, c))
-        return Path::FALLBACK;
+MatrixMulImpl::IntegerPath MatrixMulImpl::integer_path(const TensorLayout& a,
+                                                       const TensorLayout& c) const {
+    if (path(a, c) == Path::ROWS)
+        return IntegerPath::FALLBACK;
     if (m_param.data_type == MatrixMulDataType::INT8_TO_INT16 && !m_param.transpose_a &&
         !m_param.transpose_b)
-        return Path::INT8_TO_INT16;
-    return can_run_int8() ? Path::INT8 : Path::FALLBACK;
+        return IntegerPath::INT8_TO_INT16;
+    return can_run_int8() ? IntegerPath::INT8 : IntegerPath::FALLBACK;
 }
 
 void MatrixMulImpl::exec_float(const RawTensor& a, const RawTensor& b, const RawTensor& c,

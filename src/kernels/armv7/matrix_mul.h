@@ -15,6 +15,10 @@ public:
     size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
                               const TensorLayout& c) override;
 
+    enum class IntegerPath { INT8_TO_INT16, INT8, FALLBACK };
+    // What `exec` does with arguments of these layouts; the fallback level has its own paths.
+    IntegerPath integer_path(const TensorLayout& a, const TensorLayout& c) const;
+
 protected:
     void exec_float(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                     const Workspace& workspace) override;
@@ -24,10 +28,6 @@ protected:
                            const Workspace& workspace);
     virtual size_t int8_workspace_in_bytes(const TensorLayout& a, const TensorLayout& c) const;
     virtual bool can_run_int8() const;
-
-private:
-    enum class Path { INT8_TO_INT16, INT8, FALLBACK };
-    Path path(const TensorLayout& a, const TensorLayout& c) const;
 };
 
 }  // namespace kern::armv7

@@ -5,30 +5,43 @@
 #include "kernels/matrix_mul_args.h"
 
 namespace kern::fallback {
+
 size_t MatrixMulImpl::workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
                                          const TensorLayout& c) {
-    if (can_accumulate_rows(a, c))
-        return 0;
-    if (can_run_float(a))
-        return float_workspace_in_bytes(a, c);
-    return naive::MatrixMulImpl::workspace_in_bytes(a, b, c);
+    switch (path(a, c)) {
+        case Path::ROWS:
+            return 0;
+        case Path::FLOAT:
+            return float_workspace_in_bytes(a, c);
+        default:
+            return naive::MatrixMulImpl::workspace_in_bytes(a, b, c);
+    }
 }
 
 void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                          const Workspace& workspace) {
     check_exec(a.layout, b.layout, c.layout, workspace.size);
-    if (can_accumulate_rows(a.layout, c.layout)) {
-        const auto kernel = m_param.data_type == MatrixMulDataType::INT8_TO_INT16
-                                ? &accumulate_rows_int16
-                                : &accumulate_rows_int32;
-        dispatch([kernel, args = MatrixMulArgs(m_param, a, b, c)] { kernel(args); });
-        return;
+    switch (path(a.layout, c.layout)) {
+        case Path::ROWS:
+            return exec_rows(a, b, c);
+        case Path::FLOAT:
+            return exec_float(a, b, c, workspace);
+        case Path::NAIVE:
+            return naive::MatrixMulImpl::exec(a, b, c, workspace);
     }
-    if (can_run_float(a.layout)) {
-        exec_float(a, b, c, workspace);
-        return;
-    }
-    naive::MatrixMulImpl::exec(a, b, c, workspace);
+}
+
+MatrixMulImpl::Path MatrixMulImpl::path(const TensorLayout& a, const TensorLayout& c) const {
+    if (can_accumulate_rows(a, c))
+        return Path::ROWS;
+    return can_run_float(a) ? Path::FLOAT : Path::NAIVE;
+}
+
+void MatrixMulImpl::exec_rows(const RawTensor& a, const RawTensor& b, const RawTensor& c) {
+    const auto kernel = m_param.data_type == MatrixMulDataType::INT8_TO_INT16
+                            ? &accumulate_rows_int16
+                            : &accumulate_rows_int32;
+    dispatch([kernel, args = MatrixMulArgs(m_param, a, b, c)] { kernel(args); });
 }
 
 void MatrixMulImpl::exec_float(const RawTensor& a, const RawTensor& b, const RawTensor& c,
