@@ -1,6 +1,7 @@
 #include "kernels/arm_common/elementwise_multi_type.h"
 
-#include "kernels/arm_common/vector_loop.h"
+#include "kernels/arm_common/elementwise_plan.h"
+#include "kernels/arm_common/wide_packet.h"
 #include "kernels/elementwise_multi_type_rules.h"
 #include "kernels/simd/f32x4_functions.h"
 
@@ -11,53 +12,6 @@ using multi_type::QuantisedAdd;
 using multi_type::ShiftTo;
 using simd::F32x4;
 using simd::I32x4;
-
-struct I32x8 {
-    I32x4 first;
-    I32x4 last;
-};
-
-inline simd::I16x8 load_eight_int16(const int8_t* source) {
-    return simd::to_int16(simd::load_eight(source));
-}
-inline simd::I16x8 load_eight_int16(const int16_t* source) {
-    return simd::load(source);
-}
-inline void store_saturated(int8_t* target, simd::I16x8 value) {
-    simd::store_eight(target, simd::saturate_to_int8(value));
-}
-inline void store_saturated(uint8_t* target, simd::I16x8 value) {
-    const simd::I8x8 bytes = simd::saturate_to_uint8(value);
-    std::memcpy(target, &bytes, sizeof(bytes));
-}
-inline void store_saturated(int16_t* target, simd::I16x8 value) {
-    simd::store(target, value);
-}
-
-// Eight elements of any width in 32-bit lanes; saturated to the width when stored.
-template <typename T>
-struct WidePacket {
-    using Element = T;
-    using Value = I32x8;
-    static constexpr size_t WIDTH = 8;
-
-    static Value load(const T* source) {
-        if constexpr (sizeof(T) == 4) {
-            return {simd::load(source), simd::load(source + 4)};
-        } else {
-            const simd::I16x8 values = load_eight_int16(source);
-            return {simd::first_to_int32(values), simd::last_to_int32(values)};
-        }
-    }
-    static void store(T* target, Value value) {
-        if constexpr (sizeof(T) == 4) {
-            simd::store(target, value.first);
-            simd::store(target + 4, value.last);
-        } else {
-            store_saturated(target, simd::saturate_to_int16(value.first, value.last));
-        }
-    }
-};
 
 // multi_type::rounding_shift_right of vectors.
 class RoundingShift {
@@ -127,26 +81,18 @@ private:
     I32x4 m_least, m_most, m_zero_point;
 };
 
-bool is_dense(const BroadcastView& view) {
-    return view.layout.is_dense_raw();
-}
-
-bool is_scalar(const BroadcastView& view) {
-    return view.layout.ndim == 1 && (view.layout.stride[0] == 0 || view.layout.shape[0] == 1);
-}
-
 template <bool RELU, typename Out>
 void run(QuantisedAdd<RELU, Out> rule, const BroadcastSet& inputs, void* output) {
     using Packet = WidePacket<int8_t>;
     auto* out = static_cast<Out*>(output);
     auto* x = static_cast<const int8_t*>(inputs.views[0].raw_ptr);
     auto* y = static_cast<const int8_t*>(inputs.views[1].raw_ptr);
-    if (is_dense(inputs.views[0]) && is_dense(inputs.views[1])) {
+    if (inputs.views[0].layout.is_dense_raw() && inputs.views[1].layout.is_dense_raw()) {
         map_packets<WidePacket<Out>>(out, inputs.element_count, VectorQuantisedAdd(rule),
                                      Stream<Packet>{x}, Stream<Packet>{y});
         return;
     }
-    if (is_scalar(inputs.views[0])) {
+    if (is_scalar(inputs.views[0].layout)) {
         std::swap(x, y);
         std::swap(rule.x_scale, rule.y_scale);
     }
@@ -159,15 +105,16 @@ void run(QuantisedAdd<RELU, Out> rule, const BroadcastSet& inputs, void* output)
 
 bool has_vector_form(ElementwiseMultiType::Mode mode, const BroadcastSet& inputs) {
     using Mode = ElementwiseMultiType::Mode;
-    const BroadcastView& x = inputs.views[0];
-    const BroadcastView& y = inputs.views[1];
+    const TensorLayout& x = inputs.views[0].layout;
+    const TensorLayout& y = inputs.views[1].layout;
+    const bool x_dense = x.is_dense_raw(), y_dense = y.is_dense_raw();
     switch (mode) {
         case Mode::SHIFT_TO_INT8:
         case Mode::SHIFT_TO_INT16:
-            return is_dense(x) && is_scalar(y);
+            return x_dense && is_scalar(y);
         case Mode::QUANTISED_ADD:
         case Mode::QUANTISED_ADD_RELU:
-            return (is_dense(x) && (is_dense(y) || is_scalar(y))) || (is_scalar(x) && is_dense(y));
+            return (x_dense && (y_dense || is_scalar(y))) || (is_scalar(x) && y_dense);
         default:
             return false;
     }

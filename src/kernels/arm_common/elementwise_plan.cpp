@@ -9,19 +9,6 @@
 namespace kern::arm_common {
 namespace {
 
-// Contiguous memory, whatever the format: rows of an image may be padded.
-bool is_dense(const TensorLayout& view) {
-    return view.is_dense_raw();
-}
-
-bool is_scalar(const TensorLayout& view) {
-    for (size_t axis = 0; axis < view.ndim; ++axis) {
-        if (view.shape[axis] != 1 && view.stride[axis] != 0)
-            return false;
-    }
-    return view.format->is_default();
-}
-
 bool has_strides(const TensorLayout& view, std::initializer_list<ptrdiff_t> wanted) {
     return view.format->is_default() && view.ndim == wanted.size() &&
            std::equal(wanted.begin(), wanted.end(), view.stride);
@@ -67,7 +54,7 @@ VectorPlan with_form(VectorPlan plan, VectorForm form) {
 VectorPlan plan_binary(bool commutable, const BroadcastSet& set) {
     const TensorLayout& x = set.views[0].layout;
     const TensorLayout& y = set.views[1].layout;
-    const bool x_dense = is_dense(x), y_dense = is_dense(y);
+    const bool x_dense = x.is_dense_raw(), y_dense = y.is_dense_raw();
     VectorPlan whole;
     whole.inner = set.element_count;
     if (x_dense && y_dense)
@@ -124,6 +111,14 @@ unsigned vector_type(DTypeEnum dtype) {
     }
 }
 
+bool is_scalar(const TensorLayout& view) {
+    for (size_t axis = 0; axis < view.ndim; ++axis) {
+        if (view.shape[axis] != 1 && view.stride[axis] != 0)
+            return false;
+    }
+    return view.format->is_default();
+}
+
 VectorPlan plan_vector_form(ElementwiseMode mode, DTypeEnum dtype, const BroadcastSet& set) {
     if ((vector_types(mode) & vector_type(dtype)) == 0)
         return {};
@@ -133,7 +128,7 @@ VectorPlan plan_vector_form(ElementwiseMode mode, DTypeEnum dtype, const Broadca
 
     VectorPlan whole;
     whole.inner = set.element_count;
-    const auto dense = [&](size_t i) { return is_dense(set.views[i].layout); };
+    const auto dense = [&](size_t i) { return set.views[i].layout.is_dense_raw(); };
     if (trait.arity == 1)
         return dense(0) ? with_form(whole, VectorForm::UNARY) : VectorPlan{};
     const auto dense_or_scalar = [&](size_t i) {

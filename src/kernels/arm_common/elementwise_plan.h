@@ -48,6 +48,9 @@ unsigned vector_types(ElementwiseMode mode);
 // The bit of a dtype; 0 where no mode has vector forms.
 unsigned vector_type(DTypeEnum dtype);
 
+// One value for all elements.
+bool is_scalar(const TensorLayout& view);
+
 // `set` has the inputs of a call whose arguments are checked.
 VectorPlan plan_vector_form(ElementwiseMode mode, DTypeEnum dtype, const BroadcastSet& set);
 
