@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cmath>
-#include <limits>
 #include <tuple>
 
 #include "kernels/elementwise_formulas.h"
@@ -13,14 +12,6 @@
 namespace kern::multi_type {
 
 using Mode = ElementwiseMultiType::Mode;
-
-template <typename T>
-T saturate(int64_t value) {
-    using Limits = std::numeric_limits<T>;
-    return static_cast<T>(value < Limits::min()   ? Limits::min()
-                          : value > Limits::max() ? Limits::max()
-                                                  : value);
-}
 
 // x / 2^count to the nearest number, ties away from zero. A count that shifts all bits out leaves
 // the sign. Out of line, as kernels for two dozen sets of types call it: inlined and vectorised in

@@ -21,6 +21,13 @@ inline int32_t truncate_to_int(float value) {
     return value < -LIMIT ? std::numeric_limits<int32_t>::min() : static_cast<int32_t>(value);
 }
 
+// What the type cannot hold takes its nearest value.
+template <typename T>
+T saturate(int64_t value) {
+    using Limits = std::numeric_limits<T>;
+    return static_cast<T>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
+}
+
 struct Quantisation {
     float scale;
     int32_t zero_point;
@@ -50,9 +57,7 @@ struct Quantisation {
     // cannot hold takes its nearest value. NaN becomes the zero point.
     template <typename Stored>
     Stored nearest(float value) const {
-        using Limits = std::numeric_limits<Stored>;
-        const int64_t element = int64_t{truncate_to_int(std::round(value / scale))} + zero_point;
-        return static_cast<Stored>(std::clamp<int64_t>(element, Limits::min(), Limits::max()));
+        return saturate<Stored>(int64_t{truncate_to_int(std::round(value / scale))} + zero_point);
     }
 };
 

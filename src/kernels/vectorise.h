@@ -1,5 +1,5 @@
 // Marks a loop whose iterations never depend on each other, so that the compiler may vectorise it
-// although its output may be the very memory of an input.
+// although its output may be the very memory of an input. Macros only; for the kernels' own files.
 #pragma once
 
 #if defined(__clang__)

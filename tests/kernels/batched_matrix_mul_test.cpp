@@ -1,26 +1,10 @@
 #include "kernels/batched_matrix_mul.h"
 
+#include "tests/kernels/dispatchers.h"
 #include "tests/kernels/matrix_mul_test_util.h"
 
 namespace kern_test {
 namespace {
-
-// Keeps what it is given until it is told to run it, as a queue with a worker may.
-class HoldingDispatcher final : public kern::CpuDispatcher {
-public:
-    void dispatch(kern::Task&& task) override {
-        ++m_nr_dispatched;
-        m_tasks.push_back(std::move(task));
-    }
-    void sync() override {
-        for (const kern::Task& task : m_tasks)
-            task();
-        m_tasks.clear();
-    }
-
-private:
-    std::vector<kern::Task> m_tasks;
-};
 
 // `gap` elements between the batches; a negative one puts all batches in one place.
 TensorLayout batched(size_t count, const TensorLayout& matrix, ptrdiff_t gap) {

@@ -1,7 +1,6 @@
 #include "kernels/cond_take.h"
 
-#include <thread>
-
+#include "tests/kernels/dispatchers.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
@@ -102,23 +101,6 @@ TEST(CondTake, LargeIntegersCompareExactly) {
     EXPECT_EQ(indices(CondTakeMode::EQUAL), std::vector<double>{0});
     EXPECT_EQ(indices(CondTakeMode::GREATER), (std::vector<double>{1, 2}));
 }
-
-// Tasks run on a thread of their own, each once the queue is waited for.
-class ThreadDispatcher final : public kern::CpuDispatcher {
-public:
-    ~ThreadDispatcher() override { sync(); }
-    void dispatch(kern::Task&& task) override { m_tasks.push_back(std::move(task)); }
-    void sync() override {
-        std::thread([this] {
-            for (const kern::Task& task : m_tasks)
-                task();
-        }).join();
-        m_tasks.clear();
-    }
-
-private:
-    std::vector<kern::Task> m_tasks;
-};
 
 TEST(CondTake, WaitsForTheCountOnAQueuedDispatcher) {
     const auto handle = kern::make_handle_of_level(
