@@ -162,6 +162,21 @@ TEST(Relayout, Transposes) {
             }
 }
 
+TEST(Relayout, WhatIsTransposedInBlocks) {
+    const auto transposes = [](const TensorLayout& src, DType dtype) {
+        const TensorLayout dst(src, dtype);
+        return kern::armv7::Transposition::plan(src, dst).has_value();
+    };
+    const DType f = DType::Float32(), h = DType::Float16();
+    EXPECT_TRUE(transposes(strided({4, 5}, {1, 4}, f), f));
+    EXPECT_TRUE(transposes(TensorLayout({2, 7, 4}, f).permuted({0, 2, 1}), f));
+    EXPECT_TRUE(transposes(strided({4, 4}, {1, 9}, DType::Int32()), DType::Int32()));
+    EXPECT_FALSE(transposes(strided({3, 5}, {1, 3}, f), f));
+    EXPECT_FALSE(transposes(strided({4, 5}, {2, 8}, f), f));
+    EXPECT_FALSE(transposes(strided({4, 5}, {9, 1}, f), f));
+    EXPECT_FALSE(transposes(strided({4, 5}, {1, 4}, h), h));
+}
+
 TEST(Relayout, ClassesOfTheLevels) {
     const auto class_of = [](const kern::Relayout& op) { return std::string(typeid(op).name()); };
     const std::string classes[] = {typeid(kern::naive::RelayoutImpl).name(),

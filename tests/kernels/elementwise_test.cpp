@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "kernels/fallback/elementwise.h"
 #include "tests/kernels/elementwise_reference.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -246,6 +247,36 @@ TEST(Elementwise, ExtremeValues) {
                             (c.mode == 12 && std::fabs(out.get(i) - c.result) < 0x1p-126))
                     << "mode " << c.mode << " of " << c.x << ", " << c.y << ": " << out.get(i);
         }
+    }
+}
+
+// Broadcasts that the fallback level walks by rows, and those that it leaves to the naive level.
+TEST(Elementwise, BinaryFormsOfTheFallbackLevel) {
+    struct Probe final : kern::fallback::ElementwiseImpl {
+        using kern::fallback::ElementwiseImpl::ElementwiseImpl;
+        BinaryRowKernel binary_row_kernel(kern::DTypeEnum dtype) const override {
+            walks_rows = true;
+            return kern::fallback::ElementwiseImpl::binary_row_kernel(dtype);
+        }
+        mutable bool walks_rows = false;
+    };
+    const struct {
+        TensorShape x, y;
+        bool walks_rows;
+    } cases[] = {
+        {{2, 3, 4}, {2, 3, 4}, true}, {{2, 3, 4}, {1}, true},        {{1}, {2, 3, 4}, true},
+        {{2, 3, 4}, {4}, true},       {{2, 3, 4}, {3, 1}, true},     {{2, 3, 4}, {2, 1, 1}, true},
+        {{3, 1}, {2, 3, 4}, true},    {{2, 3, 4}, {2, 1, 4}, false}, {{3, 1}, {1, 4}, false},
+    };
+    const auto handle = make_handle(FALLBACK);
+    for (const auto& item : cases) {
+        const Tensor x(item.x, DType::Float32()), y(item.y, DType::Float32());
+        const Tensor output(kern::Elementwise::deduce_output_shape({item.x, item.y}),
+                            DType::Float32());
+        Probe probe(handle.get());
+        probe.param().mode = ElementwiseMode::ADD;
+        probe.exec({x.raw(), y.raw()}, output.raw());
+        EXPECT_EQ(probe.walks_rows, item.walks_rows) << item.x.to_string() << item.y.to_string();
     }
 }
 

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 
-#include "kernels/fallback/copy_walk.h"
 #include "kernels/simd/f32x4.h"
 
 namespace kern::armv7 {
@@ -17,47 +15,24 @@ constexpr size_t BLOCK = 4;
 // Columns of `src` that are moved together: they fill whole cache lines of both tensors.
 constexpr size_t PANEL = 16;
 
-// A matrix that lies in `src` with contiguous rows and in `dst` with contiguous columns. Its
-// elements are moved as bits, whatever their dtype.
-struct Transposition {
-    size_t rows, columns;
-    ptrdiff_t src_row_step, dst_column_step;
-
-    // The two innermost axes of the walk, if they are such a matrix with room for a block.
-    static std::optional<Transposition> of(const CopyWalk& walk) {
-        if (walk.nr_axes() < 2)
-            return std::nullopt;
-        const auto match = [](const CopyAxis& column_axis,
-                              const CopyAxis& row_axis) -> std::optional<Transposition> {
-            if (column_axis.src_stride != 1 || row_axis.dst_stride != 1 ||
-                std::min(column_axis.length, row_axis.length) < BLOCK)
-                return std::nullopt;
-            return Transposition{row_axis.length, column_axis.length, row_axis.src_stride,
-                                 column_axis.dst_stride};
-        };
-        const auto result = match(walk[1], walk[0]);
-        return result ? result : match(walk[0], walk[1]);
-    }
-
-    const float* src_at(const float* src, size_t row, size_t column) const {
-        return src + static_cast<ptrdiff_t>(row) * src_row_step + column;
-    }
-    float* dst_at(float* dst, size_t row, size_t column) const {
-        return dst + static_cast<ptrdiff_t>(column) * dst_column_step + row;
-    }
-};
+const float* src_at(const Transposition& matrix, const float* src, size_t row, size_t column) {
+    return src + static_cast<ptrdiff_t>(row) * matrix.src_row_step + column;
+}
+float* dst_at(const Transposition& matrix, float* dst, size_t row, size_t column) {
+    return dst + static_cast<ptrdiff_t>(column) * matrix.dst_column_step + row;
+}
 
 void move_block(const Transposition& matrix, size_t row, size_t column, const float* src,
                 float* dst) {
-    simd::F32x4 r0 = simd::load(matrix.src_at(src, row, column));
-    simd::F32x4 r1 = simd::load(matrix.src_at(src, row + 1, column));
-    simd::F32x4 r2 = simd::load(matrix.src_at(src, row + 2, column));
-    simd::F32x4 r3 = simd::load(matrix.src_at(src, row + 3, column));
+    simd::F32x4 r0 = simd::load(src_at(matrix, src, row, column));
+    simd::F32x4 r1 = simd::load(src_at(matrix, src, row + 1, column));
+    simd::F32x4 r2 = simd::load(src_at(matrix, src, row + 2, column));
+    simd::F32x4 r3 = simd::load(src_at(matrix, src, row + 3, column));
     simd::transpose(r0, r1, r2, r3);
-    simd::store(matrix.dst_at(dst, row, column), r0);
-    simd::store(matrix.dst_at(dst, row, column + 1), r1);
-    simd::store(matrix.dst_at(dst, row, column + 2), r2);
-    simd::store(matrix.dst_at(dst, row, column + 3), r3);
+    simd::store(dst_at(matrix, dst, row, column), r0);
+    simd::store(dst_at(matrix, dst, row, column + 1), r1);
+    simd::store(dst_at(matrix, dst, row, column + 2), r2);
+    simd::store(dst_at(matrix, dst, row, column + 3), r3);
 }
 
 // The elements of the rows and columns from the given ones on, one by one.
@@ -65,7 +40,7 @@ void move_elements(const Transposition& matrix, size_t first_row, size_t first_c
                    size_t end_column, const float* src, float* dst) {
     for (size_t column = first_column; column < end_column; ++column)
         for (size_t row = first_row; row < matrix.rows; ++row)
-            std::memcpy(matrix.dst_at(dst, row, column), matrix.src_at(src, row, column),
+            std::memcpy(dst_at(matrix, dst, row, column), src_at(matrix, src, row, column),
                         sizeof(float));
 }
 
@@ -84,22 +59,34 @@ void transpose(const Transposition& matrix, const float* src, float* dst) {
 
 }  // namespace
 
+std::optional<Transposition> Transposition::plan(const TensorLayout& src, const TensorLayout& dst) {
+    if (dst.is_empty() || dst.dtype.element_bytes() != sizeof(float))
+        return std::nullopt;
+    const auto walk = CopyWalk::plan(src, dst);
+    if (!walk || walk->nr_axes() < 2)
+        return std::nullopt;
+    const auto match = [&](const CopyAxis& column_axis,
+                           const CopyAxis& row_axis) -> std::optional<Transposition> {
+        if (column_axis.src_stride != 1 || row_axis.dst_stride != 1 ||
+            std::min(column_axis.length, row_axis.length) < BLOCK)
+            return std::nullopt;
+        return Transposition{*walk, row_axis.length, column_axis.length, row_axis.src_stride,
+                             column_axis.dst_stride};
+    };
+    const auto result = match((*walk)[1], (*walk)[0]);
+    return result ? result : match((*walk)[0], (*walk)[1]);
+}
+
 void RelayoutImpl::exec(const RawTensor& src, const RawTensor& dst, KernelHandle* src_handle) {
     check_exec(src.layout, dst.layout);
-    if (!dst.layout.is_empty() && dst.layout.dtype.element_bytes() == sizeof(float)) {
-        const auto walk = CopyWalk::plan(src.layout, dst.layout);
-        const auto matrix = walk ? Transposition::of(*walk) : std::nullopt;
-        if (matrix) {
-            dispatch([walk = *walk, matrix = *matrix, from = src.ptr<const float>(),
-                      to = dst.ptr<float>()] {
-                walk.for_each_from(2, [&](ptrdiff_t src_offset, ptrdiff_t dst_offset) {
-                    transpose(matrix, from + src_offset, to + dst_offset);
-                });
-            });
-            return;
-        }
-    }
-    fallback::RelayoutImpl::exec(src, dst, src_handle);
+    const auto matrix = Transposition::plan(src.layout, dst.layout);
+    if (!matrix)
+        return fallback::RelayoutImpl::exec(src, dst, src_handle);
+    dispatch([matrix = *matrix, from = src.ptr<const float>(), to = dst.ptr<float>()] {
+        matrix.walk.for_each_from(2, [&](ptrdiff_t src_offset, ptrdiff_t dst_offset) {
+            transpose(matrix, from + src_offset, to + dst_offset);
+        });
+    });
 }
 
 }  // namespace kern::armv7

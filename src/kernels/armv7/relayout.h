@@ -2,9 +2,24 @@
 // fallback level.
 #pragma once
 
+#include <optional>
+
+#include "kernels/fallback/copy_walk.h"
 #include "kernels/fallback/relayout.h"
 
 namespace kern::armv7 {
+
+// A matrix that lies in `src` with contiguous rows and in `dst` with contiguous columns, at each
+// position of the walk's axes but the two innermost. Its elements are moved as bits, whatever their
+// dtype.
+struct Transposition {
+    fallback::CopyWalk walk;
+    size_t rows, columns;
+    ptrdiff_t src_row_step, dst_column_step;
+
+    // Nothing for other copies and for matrices without room for a block.
+    static std::optional<Transposition> plan(const TensorLayout& src, const TensorLayout& dst);
+};
 
 class RelayoutImpl final : public fallback::RelayoutImpl {
 public:
