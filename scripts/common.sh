@@ -18,15 +18,18 @@ install_missing() {
         apt-get -q -y --no-install-recommends install "${missing[@]}"
 }
 
-# build PRESET [TARGET]: configures and builds into build/PRESET, with what that needs on Debian 12.
+# build PRESET [TARGET...]: configures and builds into build/PRESET, with what that needs on Debian
+# 12.
 build() {
     install_missing g++ cmake ninja-build pkg-config libxxhash-dev googletest libbenchmark-dev
     case $1 in
         clang) install_missing clang ;;
         armv7*) install_missing g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user ;;
     esac
-    cmake --preset "$1"
-    cmake --build --preset "$1" --parallel "$(nproc)" --target "${2:-all}"
+    local preset=$1
+    shift
+    cmake --preset "$preset"
+    cmake --build --preset "$preset" --parallel "$(nproc)" --target "${@:-all}"
 }
 
 # emulator PRESET: what runs the preset's programs, one word a line; nothing for the machine's own.
