@@ -1,0 +1,11 @@
+# The stripped library stays small. Arguments: STRIP, LIBRARY, WORK_DIR, LIMIT in bytes.
+set(stripped ${WORK_DIR}/stripped.so)
+execute_process(COMMAND ${STRIP} -o ${stripped} ${LIBRARY} RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "strip: ${status}")
+endif()
+file(SIZE ${stripped} bytes)
+message(STATUS "stripped: ${bytes} bytes, limit ${LIMIT}")
+if(bytes GREATER LIMIT)
+    message(FATAL_ERROR "too large")
+endif()
