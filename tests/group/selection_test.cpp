@@ -37,8 +37,8 @@ void expect_same_as_one_by_one(kern::DType dtype, const std::vector<Raw>& scores
 // width.
 TEST(Selection, ScansAsIfOneByOne) {
     std::mt19937 random(1);
-    for (size_t columns : {1, 2, 15, 16, 17, 31, 32, 33, 100, 300}) {
-        for (size_t k : {1, 3, 20}) {
+    for (size_t columns : std::vector<size_t>{1, 2, 15, 16, 17, 31, 32, 33, 100, 300}) {
+        for (size_t k : std::vector<size_t>{1, 3, 20}) {
             for (float threshold : {-INFINITY, -2.0f, 0.0f, 1e-41f, 5.0f, NAN}) {
                 std::vector<float> floats(3 * columns);
                 for (float& score : floats) {

@@ -330,7 +330,7 @@ TEST(Int8, IsExactUpToTheStatedLength) {
     Query query;
     query.nr_query = 2;
     query.k = 2;
-    for (uint64_t id : {0, 1}) {
+    for (uint32_t id : {0u, 1u}) {
         model.insert({{id, ends[id], {}}}, false);
         const std::vector<int8_t> bytes(ends[id].begin(), ends[id].end());
         ASSERT_EQ(group.insert({id}, bytes), VEK_OK);
