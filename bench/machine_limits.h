@@ -4,11 +4,15 @@
 // one down.
 #pragma once
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 #if defined(__x86_64__)
 #include "kernels/x86/cpu.h"
@@ -100,26 +104,28 @@ inline double int8_peak([[maybe_unused]] size_t bursts = 2000) {
     return 0;
 }
 
-// Bytes per second of reading memory once from beginning to end, in pieces of 8 MB.
-inline double read_bandwidth(const std::vector<uint64_t>& memory) {
-    constexpr size_t PIECE = (8 << 20) / sizeof(uint64_t);
-    double best = 0;
-    for (size_t first = 0; first + PIECE <= memory.size(); first += PIECE) {
-        const uint64_t* words = memory.data() + first;
-        best = std::max(best, best_rate(
-                                  [words] {
-                                      uint64_t sums[8] = {};
-                                      for (size_t i = 0; i < PIECE; i += 8)
-                                          for (size_t lane = 0; lane < 8; ++lane)
-                                              sums[lane] |= words[i + lane];
-                                      volatile uint64_t sink = 0;
-                                      for (uint64_t sum : sums)
-                                          sink = sink + sum;
-                                      return static_cast<double>(PIECE * sizeof(uint64_t));
-                                  },
-                                  1));
-    }
-    return best;
+// Bytes per second of reading so many bytes once from beginning to end, in huge pages where the
+// system has them. `bytes` is cut to whole cache lines.
+inline double read_bandwidth(size_t bytes) {
+    constexpr size_t HUGE_PAGE = 2 << 20, LINE = 64, MOST = size_t{8} << 30;
+    const size_t allocated = (bytes + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
+    const std::unique_ptr<void, void (*)(void*)> memory(std::aligned_alloc(HUGE_PAGE, allocated),
+                                                        std::free);
+    madvise(memory.get(), allocated, MADV_HUGEPAGE);
+    std::memset(memory.get(), 1, allocated);
+    const auto* words = static_cast<const uint64_t*>(memory.get());
+    constexpr size_t LANES = LINE / sizeof(uint64_t);
+    const auto read_all = [words, lines = bytes / LINE] {
+        uint64_t sums[LANES] = {};
+        for (size_t line = 0; line < lines; ++line)
+            for (size_t lane = 0; lane < LANES; ++lane)
+                sums[lane] |= words[line * LANES + lane];
+        volatile uint64_t sink = 0;
+        for (uint64_t sum : sums)
+            sink = sink + sum;
+        return static_cast<double>(lines * LINE);
+    };
+    return best_rate(read_all, std::max<size_t>(MOST / (bytes + 1), 20));
 }
 
 }  // namespace machine_limits

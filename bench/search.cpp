@@ -5,6 +5,8 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
+#include <map>
+
 #include "bench/bench_util.h"
 #include "bench/machine_limits.h"
 
@@ -14,27 +16,22 @@ using namespace vek_bench;
 
 constexpr size_t K = 10;
 
-// Rates per second.
+// Rates per second, measured at first use.
 struct Limits {
-    double bandwidth;
-    double float_operations;
-    double int8_operations;
+    double float_operations = machine_limits::float_peak();
+    double int8_operations = machine_limits::int8_peak();
+    std::map<size_t, double> bandwidths;
 
-    // Measured at first use, over as many bytes as the largest groups of most lines have.
-    static const Limits& of_machine() {
-        static const Limits limits = measure();
+    static Limits& of_machine() {
+        static Limits limits;
         return limits;
     }
-
-private:
-    static Limits measure() {
-        const std::vector<uint64_t> memory(size_t{64} << 20, 1);
-        const Limits limits{machine_limits::read_bandwidth(memory), machine_limits::float_peak(),
-                            machine_limits::int8_peak()};
-        std::printf("limits: read %.1f GB/s, float %.0f Gop/s, int8 %.0f Gop/s\n",
-                    limits.bandwidth * 1e-9, limits.float_operations * 1e-9,
-                    limits.int8_operations * 1e-9);
-        return limits;
+    // Over as many bytes.
+    double bandwidth(size_t bytes) {
+        double& rate = bandwidths[bytes];
+        if (rate == 0)
+            rate = machine_limits::read_bandwidth(bytes);
+        return rate;
     }
 };
 
@@ -63,12 +60,15 @@ void search(benchmark::State& state) {
     for (auto _ : state)
         best_rate = std::max(best_rate, machine_limits::best_rate([&] { return call(), 1.0; }, 1));
 
-    const Limits& limits = Limits::of_machine();
+    Limits& limits = Limits::of_machine();
     const double elements = static_cast<double>(rows) * static_cast<double>(dim);
     const double peak = sizeof(T) == 1 ? limits.int8_operations : limits.float_operations;
-    const double reading = elements * sizeof(T) / limits.bandwidth;
+    const double bandwidth = limits.bandwidth(rows * dim * sizeof(T));
+    const double reading = elements * sizeof(T) / bandwidth;
     const double computing = peak > 0 ? 2 * elements * static_cast<double>(nr_query) / peak : 0;
     const double bound = std::max(reading, computing);
+    state.counters["read_GB/s"] = bandwidth * 1e-9;
+    state.counters["peak_Gop/s"] = peak * 1e-9;
     state.counters["best_ms"] = 1e3 / best_rate;
     state.counters["bound_ms"] = bound * 1e3;
     state.counters["share"] = bound * best_rate;

@@ -140,7 +140,7 @@ void CompareGraphs::compare_block(const orb::DeviceTensorStorage& block,
                                   const orb::DeviceTensorStorage& sqr_block, size_t rows,
                                   size_t first_slot, const ScoreSink& sink) {
     const size_t nr_query = m_query_tensor->shape(0);
-    const size_t most = rows_of_a_run(nr_query);
+    const size_t most = rows_of_a_run(nr_query, rows);
     check_plan_fits(nr_query, std::min(most, rows));
     m_sink = &sink;
     for (size_t first = 0; first < rows; first += most) {
@@ -156,12 +156,14 @@ void CompareGraphs::compare_block(const orb::DeviceTensorStorage& block,
 }
 
 // So many that their scores, which are written once and read a few times, stay in the second-level
-// cache, and enough that a run is worth its start.
-size_t CompareGraphs::rows_of_a_run(size_t nr_query) const {
-    constexpr size_t SCORE_BYTES = size_t{512} << 10, LEAST = 128;
-    return std::max(SCORE_BYTES / m_kind.score_dtype.element_bytes() / nr_query / LEAST,
-                    size_t{1}) *
-           LEAST;
+// cache, and enough that a run is worth its start; pieces of one size. Rows of scores are an odd
+// number of cache lines, so that those of neighbouring queries do not all compete for one place.
+size_t CompareGraphs::rows_of_a_run(size_t nr_query, size_t rows) const {
+    constexpr size_t SCORE_BYTES = size_t{256} << 10, LEAST = 128, LINE = 16;
+    const size_t score_bytes = m_kind.score_dtype.element_bytes();
+    const size_t most = std::max(SCORE_BYTES / score_bytes / nr_query, LEAST);
+    const size_t nr_runs = (rows + most - 1) / most;
+    return ((rows / nr_runs + LINE - 1) / LINE | 1) * LINE;
 }
 
 void CompareGraphs::release_memory() {

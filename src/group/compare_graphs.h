@@ -63,7 +63,7 @@ private:
     void build_compare_graph();
     void run_norms(const uint8_t* rows, size_t n);
     void load_rows(orb::DeviceTensorND& tensor, const uint8_t* rows, size_t n);
-    size_t rows_of_a_run(size_t nr_query) const;
+    size_t rows_of_a_run(size_t nr_query, size_t rows) const;
     void check_plan_fits(size_t nr_query, size_t rows) const;
 
     orb::CompNode m_comp_node;

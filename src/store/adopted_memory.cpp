@@ -16,17 +16,41 @@ size_t checked(size_t size, bool overflow) {
     return size;
 }
 
-// Rows are read from beginning to end, which small pages slow down. A wish: systems without huge
-// pages refuse it. Neighbouring blocks are advised up to the pages they share, so that a huge page
-// may lie across two of them. 32-bit devices have no memory to round up with.
-void ask_for_huge_pages(void* memory, size_t bytes) {
-    constexpr size_t HUGE_PAGE = size_t{2} << 20;
-    if (sizeof(void*) < 8 || bytes < HUGE_PAGE)
-        return;
-    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(memory) % page;
-    madvise(static_cast<uint8_t*>(memory) - offset, (offset + bytes + page - 1) / page * page,
-            MADV_HUGEPAGE);
+// Memory of at least so many bytes is mapped, from the beginning of a huge page on: rows are read
+// from one end to the other, which small pages slow down. 32-bit devices have no memory to round up
+// with.
+constexpr size_t HUGE_PAGE = size_t{2} << 20;
+
+bool is_mapped(size_t bytes) {
+    return sizeof(void*) >= 8 && bytes >= HUGE_PAGE;
+}
+
+size_t whole_pages(size_t bytes) {
+    static const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return size_sum(bytes, page - 1) / page * page;
+}
+
+struct Unmap {
+    size_t bytes;
+    void operator()(uint8_t* memory) const { munmap(memory, whole_pages(bytes)); }
+};
+using Mapping = std::unique_ptr<uint8_t, Unmap>;
+
+Mapping map_memory(size_t bytes) {
+    const size_t used = whole_pages(bytes);
+    const size_t mapped = size_sum(used, HUGE_PAGE);
+    void* memory =
+        mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::bad_alloc();
+    auto* begin = static_cast<uint8_t*>(memory);
+    const size_t before = HUGE_PAGE - reinterpret_cast<uintptr_t>(begin) % HUGE_PAGE;
+    munmap(begin, before);
+    begin += before;
+    if (mapped > before + used)
+        munmap(begin + used, mapped - before - used);
+    madvise(begin, used, MADV_HUGEPAGE);  // a wish, which some systems refuse
+    return {begin, Unmap{bytes}};
 }
 
 }  // namespace
@@ -44,14 +68,38 @@ size_t size_sum(size_t a, size_t b) {
 }
 
 std::shared_ptr<uint8_t> allocate_adoptable(orb::CompNode node, size_t bytes) {
+    if (is_mapped(bytes))
+        return map_memory(bytes);
     const auto alignment = static_cast<std::align_val_t>(node.memory_alignment());
     // The form that does not throw: the address sanitizer ends the process in the other one.
     void* memory = ::operator new(bytes, alignment, std::nothrow);
     if (!memory)
         throw std::bad_alloc();
-    ask_for_huge_pages(memory, bytes);
     return {static_cast<uint8_t*>(memory),
             [alignment](uint8_t* data) { ::operator delete(data, alignment); }};
+}
+
+std::vector<std::shared_ptr<uint8_t>> allocate_blocks(orb::CompNode node, size_t bytes,
+                                                      size_t count) {
+    const size_t all = size_product(bytes, count);
+    std::vector<std::shared_ptr<uint8_t>> blocks;
+    blocks.reserve(count);
+    if (is_mapped(all) && bytes == whole_pages(bytes)) {
+        for (Mapping rest = map_memory(all); blocks.size() < count;) {
+            const size_t left = rest.get_deleter().bytes - bytes;
+            uint8_t* block = rest.release();
+            rest = left > 0 ? Mapping(block + bytes, Unmap{left}) : nullptr;
+            blocks.emplace_back(block, Unmap{bytes});
+        }
+        return blocks;
+    }
+    // With a wide address space, a number out of all proportion is found out by one allocation that
+    // is given back at once, before it has taken up thousands of blocks.
+    if (sizeof(size_t) > sizeof(uint32_t) && count > 1)
+        allocate_adoptable(node, all);
+    while (blocks.size() < count)
+        blocks.push_back(allocate_adoptable(node, bytes));
+    return blocks;
 }
 
 }  // namespace vek

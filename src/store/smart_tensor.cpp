@@ -72,14 +72,12 @@ SmartTensor::Growth SmartTensor::prepare(size_t rows) {
 }
 
 std::vector<SmartTensor::Storage> SmartTensor::make_blocks(size_t count) const {
-    // With a wide address space, a number out of all proportion is found out by one allocation that
-    // is given back at once, before it has taken up thousands of blocks.
-    if (sizeof(size_t) > sizeof(uint32_t) && count > 1)
-        allocate_adoptable(m_comp_node, size_product(block_bytes(), count));
     std::vector<Storage> blocks;
     blocks.reserve(count);
-    for (size_t i = 0; i < count; ++i)
-        blocks.push_back(make_adopted<Storage>(m_comp_node, block_bytes()));
+    for (std::shared_ptr<uint8_t>& memory : allocate_blocks(m_comp_node, block_bytes(), count)) {
+        blocks.emplace_back(m_comp_node);
+        blocks.back().reset(m_comp_node, block_bytes(), std::move(memory));
+    }
     return blocks;
 }
 

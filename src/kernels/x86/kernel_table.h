@@ -33,25 +33,24 @@ struct Product {
 constexpr size_t NR_PARTIALS = 16;
 
 // The workspace of an integer product: a panel of lines of B and a block of lines of A, prepared.
-// The widest form takes two bytes an element, 16 bytes at a time, and a vector for every two lines.
-constexpr size_t INT8_PANEL = 16;
-constexpr size_t INT8_STEP_BYTES = 16;
+// At most so many lanes in a vector, and bytes of an element.
+constexpr size_t INT8_LANES = 16;
+constexpr size_t INT8_ELEMENT_BYTES = 2;
 constexpr size_t int8_line_bytes(size_t depth) {
-    return (depth + 7) / 8 * INT8_STEP_BYTES;
-}
-constexpr size_t int8_panel_bytes(size_t depth) {
-    return INT8_PANEL * int8_line_bytes(depth);
+    constexpr size_t VECTOR = 64;
+    return ((depth * INT8_ELEMENT_BYTES + VECTOR - 1) / VECTOR + 1) * VECTOR;
 }
 // Lines of A in a block stay in the second-level cache while the lines of B pass by.
 constexpr size_t int8_block_lines(size_t depth) {
-    constexpr size_t BLOCK_BYTES = 256 * 1024, UNIT = 16;
-    const size_t lines = BLOCK_BYTES / (int8_line_bytes(depth) + INT8_STEP_BYTES);
-    return lines < UNIT ? UNIT : lines / UNIT * UNIT;
+    constexpr size_t BLOCK_BYTES = 256 * 1024;
+    const size_t lines = BLOCK_BYTES / int8_line_bytes(depth);
+    return lines < INT8_LANES ? INT8_LANES : lines / INT8_LANES * INT8_LANES;
 }
 constexpr size_t int8_workspace(size_t a_count, size_t depth) {
     const size_t block = int8_block_lines(depth);
-    const size_t lines = a_count < block ? (a_count + 3) / 4 * 4 : block;
-    return int8_panel_bytes(depth) + lines * (int8_line_bytes(depth) + INT8_STEP_BYTES);
+    const size_t lines =
+        a_count < block ? (a_count + INT8_LANES - 1) / INT8_LANES * INT8_LANES : block;
+    return (INT8_LANES + lines) * int8_line_bytes(depth);
 }
 
 // One row of x - y, broadcast as fallback's row kernels do it; `out` may be the memory of an input.

@@ -1,4 +1,4 @@
-// Products of 8-bit integers, 16 bytes of each operand at a time, in 32-bit lanes that wrap around.
+// Products of 8-bit integers, four in each 32-bit lane, in sums that wrap around.
 // Everything has internal linkage: each file that includes this compiles a copy for itself.
 #pragma once
 
@@ -12,11 +12,10 @@ namespace {
 
 using Vec = __m512i;
 
-// Lines of A side by side in a vector, each with four lanes.
-constexpr size_t GROUP_LINES = 4;
-constexpr size_t TILE_GROUPS = 4;
-// Elements that a line gives to a step: 16 bytes once prepared.
-constexpr size_t STEP = 16;
+// Elements of a line that fill a vector once prepared.
+constexpr size_t CHUNK = 64;
+// Lines of A in a tile of operands as they lie.
+constexpr size_t RAW_GROUP = 4;
 
 // The instruction takes one operand as unsigned. Elements of B are moved up by 128, and every sum
 // begins at -128 times the sum of the line of A.
@@ -31,64 +30,81 @@ inline Vec load(const void* source) {
 inline void store(void* target, Vec value) {
     _mm512_storeu_si512(target, value);
 }
-// A step of one line of B, for every line of A in a vector.
+// A step of a line of B in all lanes.
 inline Vec repeat(const uint8_t* step) {
-    return _mm512_broadcast_i32x4(
-        _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(step))));
+    int32_t bytes;
+    __builtin_memcpy(&bytes, step, sizeof(bytes));
+    return _mm512_set1_epi32(bytes);
 }
+// Not the intrinsic: with that GCC 12 moves all sums of a tile to other registers at every step.
 inline Vec multiply_add(Vec a, Vec b, Vec sum) {
-    return _mm512_dpbusd_epi32(sum, b, a);
+    asm("vpdpbusd %1, %2, %0" : "+v"(sum) : "vm"(a), "v"(b));
+    return sum;
 }
 
-// A step of a line of A as `multiply_add` wants it.
-inline void prepare_a(const int8_t* source, uint8_t* target) {
-    __builtin_memcpy(target, source, STEP);
-}
-inline void prepare_b(const int8_t* source, uint8_t* target) {
-    const __m128i all =
-        _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(source)));
-    _mm_storeu_si128(static_cast<__m128i*>(static_cast<void*>(target)),
-                     _mm_xor_si128(all, _mm_set1_epi8(-128)));
-}
-
-// In each quarter of the register the sums of the four vectors' quarters.
-inline Vec sum_quarters(Vec v0, Vec v1, Vec v2, Vec v3) {
-    const Vec t0 = _mm512_add_epi32(_mm512_unpacklo_epi32(v0, v1), _mm512_unpackhi_epi32(v0, v1));
-    const Vec t1 = _mm512_add_epi32(_mm512_unpacklo_epi32(v2, v3), _mm512_unpackhi_epi32(v2, v3));
-    return _mm512_add_epi32(_mm512_unpacklo_epi64(t0, t1), _mm512_unpackhi_epi64(t0, t1));
-}
-
-// The results of GROUP_LINES lines of A with four lines of B.
-inline void store_sums(Vec v0, Vec v1, Vec v2, Vec v3, int32_t* c, ptrdiff_t row) {
-    const Vec sums = sum_quarters(v0, v1, v2, v3);
-    const auto put = [c, row](int line, __m128i results) {
-        _mm_storeu_si128(static_cast<__m128i*>(static_cast<void*>(c + line * row)), results);
-    };
-    put(0, _mm512_castsi512_si128(sums));
-    put(1, _mm512_extracti32x4_epi32(sums, 1));
-    put(2, _mm512_extracti32x4_epi32(sums, 2));
-    put(3, _mm512_extracti32x4_epi32(sums, 3));
-}
-
-// Operands as they lie: elements in a register, and lines of A in a tile.
-constexpr size_t RAW_STEP = 64;
-constexpr size_t RAW_GROUP = 4;
-
-inline Vec raw_a(const int8_t* source) {
+// A chunk of a line as `multiply_add` wants it.
+inline Vec prepare_a(const int8_t* source) {
     return load(source);
 }
-inline Vec raw_b(const int8_t* source) {
+inline Vec prepare_b(const int8_t* source) {
     return _mm512_xor_si512(load(source), _mm512_set1_epi8(-128));
 }
-// The sums of all lanes of four vectors, plus `start`.
-inline void store_all_lanes(Vec v0, Vec v1, Vec v2, Vec v3, int32_t start, int32_t* c) {
-    const Vec sums = sum_quarters(v0, v1, v2, v3);
-    const __m256i halves =
-        _mm256_add_epi32(_mm512_castsi512_si256(sums), _mm512_extracti64x4_epi64(sums, 1));
-    const __m128i all =
-        _mm_add_epi32(_mm256_castsi256_si128(halves), _mm256_extracti128_si256(halves, 1));
-    _mm_storeu_si128(static_cast<__m128i*>(static_cast<void*>(c)),
-                     _mm_add_epi32(all, _mm_set1_epi32(start)));
+
+// Lane j of vector i becomes lane i of vector j.
+inline void transpose(Vec (&v)[16]) {
+    Vec t[16];
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 16; i += 2) {
+        t[i] = _mm512_unpacklo_epi32(v[i], v[i + 1]);
+        t[i + 1] = _mm512_unpackhi_epi32(v[i], v[i + 1]);
+    }
+    // Now v[i + c]: column c of each quarter, of vectors i to i + 3.
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 16; i += 4) {
+        v[i] = _mm512_unpacklo_epi64(t[i], t[i + 2]);
+        v[i + 1] = _mm512_unpackhi_epi64(t[i], t[i + 2]);
+        v[i + 2] = _mm512_unpacklo_epi64(t[i + 1], t[i + 3]);
+        v[i + 3] = _mm512_unpackhi_epi64(t[i + 1], t[i + 3]);
+    }
+#pragma GCC unroll 4
+    for (size_t c = 0; c < 4; ++c) {
+        t[c] = _mm512_shuffle_i32x4(v[c], v[c + 4], 0x88);      // quarters 0 and 2
+        t[c + 4] = _mm512_shuffle_i32x4(v[c], v[c + 4], 0xdd);  // 1 and 3
+        t[c + 8] = _mm512_shuffle_i32x4(v[c + 8], v[c + 12], 0x88);
+        t[c + 12] = _mm512_shuffle_i32x4(v[c + 8], v[c + 12], 0xdd);
+    }
+#pragma GCC unroll 4
+    for (size_t c = 0; c < 4; ++c) {
+        v[c] = _mm512_shuffle_i32x4(t[c], t[c + 8], 0x88);
+        v[c + 4] = _mm512_shuffle_i32x4(t[c + 4], t[c + 12], 0x88);
+        v[c + 8] = _mm512_shuffle_i32x4(t[c], t[c + 8], 0xdd);
+        v[c + 12] = _mm512_shuffle_i32x4(t[c + 4], t[c + 12], 0xdd);
+    }
+}
+
+inline Vec add(Vec a, Vec b) {
+    return _mm512_add_epi32(a, b);
+}
+// Lane i is the sum of the lanes of vector i. Each step halves two vectors into one.
+inline Vec sum_lanes(const Vec (&sums)[16]) {
+    // Where the steps leave the sum of each vector.
+    constexpr size_t PLACE[] = {0, 2, 1, 3, 8, 10, 9, 11, 4, 6, 5, 7, 12, 14, 13, 15};
+    Vec v[16];
+#pragma GCC unroll 16
+    for (size_t i = 0; i < 16; ++i)
+        v[PLACE[i]] = sums[i];
+#pragma GCC unroll 8
+    for (size_t i = 0; i < 8; ++i)
+        v[i] = add(_mm512_mask_blend_epi32(0xff00, v[i], v[i + 8]),
+                   _mm512_shuffle_i32x4(v[i], v[i + 8], 0x4e));
+#pragma GCC unroll 4
+    for (size_t i = 0; i < 4; ++i)
+        v[i] = add(_mm512_shuffle_i32x4(v[i], v[i + 4], 0x88),
+                   _mm512_shuffle_i32x4(v[i], v[i + 4], 0xdd));
+#pragma GCC unroll 2
+    for (size_t i = 0; i < 2; ++i)
+        v[i] = add(_mm512_unpacklo_epi32(v[i], v[i + 2]), _mm512_unpackhi_epi32(v[i], v[i + 2]));
+    return add(_mm512_unpacklo_epi64(v[0], v[1]), _mm512_unpackhi_epi64(v[0], v[1]));
 }
 
 }  // namespace
