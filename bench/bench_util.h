@@ -71,10 +71,11 @@ struct ReleaseContext {
 using Group = std::unique_ptr<std::remove_pointer_t<VEKContext>, ReleaseContext>;
 
 template <typename T>
-VEKFeatureGroupSettings settings_for(size_t dim) {
+VEKFeatureGroupSettings settings_for(size_t dim, uint32_t tag_bytes = 0) {
     constexpr bool is_float = std::is_same_v<T, float>;
     VEKFeatureGroupSettings settings{};
     settings.feature_size = static_cast<uint32_t>(dim * sizeof(T));
+    settings.tag_size = tag_bytes;
     settings.comparison.scale =
         (is_float ? 1.0f : 1.0f / (127.0f * 127.0f)) / static_cast<float>(dim);
     settings.index_type = is_float ? VEK_INDEX_BRUTE_FORCE_FLOAT32 : VEK_INDEX_BRUTE_FORCE_INT8;
@@ -82,29 +83,31 @@ VEKFeatureGroupSettings settings_for(size_t dim) {
 }
 
 template <typename T>
-Group make_group(size_t dim) {
-    const VEKFeatureGroupSettings settings = settings_for<T>(dim);
+Group make_group(size_t dim, uint32_t tag_bytes = 0) {
+    const VEKFeatureGroupSettings settings = settings_for<T>(dim, tag_bytes);
     VEKContext context = nullptr;
     check(VEK_make_feature_group_context(&settings, &context));
     return Group(context);
 }
 
 template <typename T>
-void insert(const Group& group, const std::vector<T>& features, const std::vector<uint64_t>& ids) {
+void insert(const Group& group, const std::vector<T>& features, const std::vector<uint64_t>& ids,
+            const std::vector<uint8_t>& tags = {}) {
     check(VEK_insert_features_to_feature_group(group.get(), as_bytes(features.data()), ids.data(),
-                                               nullptr, ids.size(), nullptr));
+                                               tags.data(), ids.size(), nullptr));
 }
 
 // A group of made-up rows. They are made and inserted in pieces, so that no second copy of a large
 // group is ever held.
 template <typename T>
-Group make_filled_group(size_t rows, size_t dim) {
+Group make_filled_group(size_t rows, size_t dim, uint32_t tag_bytes = 0) {
     constexpr size_t PIECE = 16384;
-    Group group = make_group<T>(dim);
+    Group group = make_group<T>(dim, tag_bytes);
     check(VEK_reserve_feature_group_size(group.get(), rows));
     for (size_t first = 0; first < rows; first += PIECE) {
         const size_t count = std::min(PIECE, rows - first);
-        insert(group, random_features<T>(count, dim, first + 1), consecutive_ids(count, first));
+        insert(group, random_features<T>(count, dim, first + 1), consecutive_ids(count, first),
+               std::vector<uint8_t>(count * tag_bytes));
     }
     return group;
 }

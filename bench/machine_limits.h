@@ -104,15 +104,22 @@ inline double int8_peak([[maybe_unused]] size_t bursts = 2000) {
     return 0;
 }
 
-// Bytes per second of reading so many bytes once from beginning to end, in huge pages where the
-// system has them. `bytes` is cut to whole cache lines.
-inline double read_bandwidth(size_t bytes) {
-    constexpr size_t HUGE_PAGE = 2 << 20, LINE = 64, MOST = size_t{8} << 30;
+// Fresh memory of nobody, in huge pages where the system has them.
+using Memory = std::unique_ptr<void, void (*)(void*)>;
+inline Memory fresh_memory(size_t bytes) {
+    constexpr size_t HUGE_PAGE = 2 << 20;
     const size_t allocated = (bytes + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
-    const std::unique_ptr<void, void (*)(void*)> memory(std::aligned_alloc(HUGE_PAGE, allocated),
-                                                        std::free);
+    Memory memory(std::aligned_alloc(HUGE_PAGE, allocated), std::free);
     madvise(memory.get(), allocated, MADV_HUGEPAGE);
-    std::memset(memory.get(), 1, allocated);
+    return memory;
+}
+
+// Bytes per second of reading so many bytes once from beginning to end. `bytes` is cut to whole
+// cache lines.
+inline double read_bandwidth(size_t bytes) {
+    constexpr size_t LINE = 64, MOST = size_t{8} << 30;
+    const Memory memory = fresh_memory(bytes);
+    std::memset(memory.get(), 1, bytes);
     const auto* words = static_cast<const uint64_t*>(memory.get());
     constexpr size_t LANES = LINE / sizeof(uint64_t);
     const auto read_all = [words, lines = bytes / LINE] {

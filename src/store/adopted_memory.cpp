@@ -83,9 +83,10 @@ std::vector<std::shared_ptr<uint8_t>> allocate_blocks(orb::CompNode node, size_t
                                                       size_t count) {
     const size_t all = size_product(bytes, count);
     std::vector<std::shared_ptr<uint8_t>> blocks;
-    blocks.reserve(count);
     if (is_mapped(all) && bytes == whole_pages(bytes)) {
-        for (Mapping rest = map_memory(all); blocks.size() < count;) {
+        Mapping rest = map_memory(all);
+        blocks.reserve(count);
+        while (blocks.size() < count) {
             const size_t left = rest.get_deleter().bytes - bytes;
             uint8_t* block = rest.release();
             rest = left > 0 ? Mapping(block + bytes, Unmap{left}) : nullptr;
@@ -97,6 +98,7 @@ std::vector<std::shared_ptr<uint8_t>> allocate_blocks(orb::CompNode node, size_t
     // is given back at once, before it has taken up thousands of blocks.
     if (sizeof(size_t) > sizeof(uint32_t) && count > 1)
         allocate_adoptable(node, all);
+    blocks.reserve(count);
     while (blocks.size() < count)
         blocks.push_back(allocate_adoptable(node, bytes));
     return blocks;

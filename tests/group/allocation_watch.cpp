@@ -1,6 +1,9 @@
 #include "tests/group/allocation_watch.h"
 
+#include <sys/mman.h>
+
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
@@ -11,6 +14,7 @@ std::atomic<size_t> allowed{allocation_watch::Watch::NEVER};
 std::atomic<size_t> nr_seen{0};
 std::atomic<size_t> largest_seen{0};
 std::atomic<size_t> largest_runtime{0};
+std::atomic<size_t> mapped_bytes{0};
 
 void raise_to(std::atomic<size_t>& largest, size_t size) {
     size_t seen = largest.load();
@@ -18,12 +22,16 @@ void raise_to(std::atomic<size_t>& largest, size_t size) {
     }
 }
 
+bool must_fail(size_t size) {
+    if (size < watched_bytes.load())
+        return false;
+    raise_to(largest_seen, size);
+    return nr_seen.fetch_add(1) >= allowed.load();
+}
+
 void* allocate(size_t size, size_t alignment) {
-    if (size >= watched_bytes.load()) {
-        raise_to(largest_seen, size);
-        if (nr_seen.fetch_add(1) >= allowed.load())
-            return nullptr;
-    }
+    if (must_fail(size))
+        return nullptr;
     if (alignment <= alignof(std::max_align_t))
         return std::malloc(size == 0 ? 1 : size);
     const size_t rounded = (size + alignment - 1) / alignment * alignment;
@@ -62,6 +70,10 @@ size_t Watch::largest() const {
 
 size_t largest_of_runtime() {
     return largest_runtime;
+}
+
+size_t mapped() {
+    return mapped_bytes;
 }
 
 }  // namespace allocation_watch
@@ -112,7 +124,28 @@ void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noex
     std::free(memory);
 }
 
-// The linker sends all calls here (--wrap); nothing but the runtime's nodes makes any.
+// The linker sends the calls of this program's own files to the functions __wrap_*.
+extern "C" void* __real_mmap(void*, size_t, int, int, int, off_t);
+extern "C" void* __wrap_mmap(void*, size_t, int, int, int, off_t);
+void* __wrap_mmap(void* place, size_t size, int protection, int flags, int file, off_t offset) {
+    if (must_fail(size)) {
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    void* memory = __real_mmap(place, size, protection, flags, file, offset);
+    if (memory != MAP_FAILED)
+        mapped_bytes += size;
+    return memory;
+}
+
+extern "C" int __real_munmap(void*, size_t);
+extern "C" int __wrap_munmap(void*, size_t);
+int __wrap_munmap(void* memory, size_t size) {
+    mapped_bytes -= size;
+    return __real_munmap(memory, size);
+}
+
+// Nothing but the runtime's nodes calls it.
 extern "C" int __real_posix_memalign(void** memory, size_t alignment, size_t size);
 extern "C" int __wrap_posix_memalign(void** memory, size_t alignment, size_t size);
 int __wrap_posix_memalign(void** memory, size_t alignment, size_t size) {

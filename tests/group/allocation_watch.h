@@ -1,6 +1,6 @@
-// Watches the memory that the test program asks for: the operators new, which everything large in a
-// group comes from, can be made to fail; and what the graph runtime takes by its own allocator,
-// which must never be large, is recorded.
+// Watches the memory that the test program asks for: the operators new and mmap, which everything
+// large in a group comes from, can be made to fail; and what the graph runtime takes by its own
+// allocator, which must never be large, is recorded.
 #pragma once
 
 #include <cstddef>
@@ -26,5 +26,8 @@ public:
 
 // Largest allocation of the runtime's own since the start of the program.
 size_t largest_of_runtime();
+
+// Bytes that the library has mapped and not unmapped.
+size_t mapped();
 
 }  // namespace allocation_watch

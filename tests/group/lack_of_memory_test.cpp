@@ -198,7 +198,7 @@ TEST(LackOfMemory, OfCallsThatLeaveTheGroupAlone) {
 // Searches of different numbers of queries on one group, with a predicate: those keep all scores.
 class SearchMemory : public testing::Test {
 protected:
-    static constexpr size_t ROWS = 4000;
+    static constexpr size_t ROWS = 6000;
     static constexpr size_t QUERIES = 128;
     const Group m_group{DIM, 1};
     const std::vector<float> m_queries = small_integers(2 * QUERIES, DIM, 3);
