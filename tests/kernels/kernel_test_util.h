@@ -101,25 +101,18 @@ public:
     explicit GuardedBuffer(size_t bytes) {
         const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
         m_mapped = (bytes + page - 1) / page * page + page;
-        m_base = static_cast<uint8_t*>(mmap(s_last_freed, m_mapped, PROT_READ | PROT_WRITE,
-                                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        m_base = static_cast<uint8_t*>(
+            mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
         mprotect(m_base + m_mapped - page, page, PROT_NONE);
         m_data = m_base + m_mapped - page - bytes;
         std::memset(m_base, 0xff, m_mapped - page);
     }
-    ~GuardedBuffer() {
-        munmap(m_base, m_mapped);
-        s_last_freed = m_base;
-    }
+    ~GuardedBuffer() { munmap(m_base, m_mapped); }
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
     uint8_t* data() const { return m_data; }
 
 private:
-    // Asked for again: the emulator of 32-bit Arm never reuses addresses by itself, and soon hands
-    // out some that the address sanitizer does not cover.
-    static inline uint8_t* s_last_freed = nullptr;
-
     uint8_t* m_base;
     uint8_t* m_data;
     size_t m_mapped;

@@ -1,0 +1,22 @@
+// Part of the test programs that run in the emulator of 32-bit Arm with the address sanitizer. The
+// emulator hands out addresses without reusing them, and continues at the top of the four
+// gigabytes; the sanitizer covers the lower three. Those beyond are taken before any test begins.
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+[[gnu::constructor]] void take_addresses_beyond() {
+    constexpr uintptr_t BEGIN = 0xc0000000, END = 0xffff0000;  // a page of the system's follows
+    void* place = reinterpret_cast<void*>(BEGIN);
+    if (mmap(place, END - BEGIN, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0) !=
+        place) {
+        std::perror("addresses that the sanitizer does not cover");
+        std::abort();
+    }
+}
+
+}  // namespace
