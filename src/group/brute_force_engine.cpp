@@ -67,22 +67,22 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     const Buffer plain = decrypted(call.features, call.nr_query, encrypted);
     const float raw_threshold = score_map.raw_threshold(call.threshold);
     const uint8_t* queries = plain ? plain.get() : call.features;
-    std::vector<TopKHeap> heaps = make_heaps(call, raw_threshold);
-    if (m_tag_bytes != 0 && call.predicate) {
-        // It is called query by query, so it can begin only when all blocks are through. What it
-        // throws is not a lack of memory.
-        with_enough_memory([&] { keep_all_scores(queries, call.nr_query); });
+    // A predicate is called query by query, so it can begin only when all blocks are through. What
+    // it throws is not a lack of memory.
+    const bool filtered = m_tag_bytes != 0 && call.predicate;
+    std::vector<TopKHeap> heaps;
+    with_enough_memory([&] {
+        heaps = {};  // of an attempt that failed
+        heaps = make_heaps(call, raw_threshold);
+        if (filtered)
+            return keep_all_scores(queries, call.nr_query);
+        compare_all(queries, call.nr_query, [&](size_t first, const kern::RawTensor& scores) {
+            select_candidates(scores, first, {}, heaps);
+        });
+    });
+    if (filtered) {
         const TagFilter filter{call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes};
         select_candidates(m_all_scores.as_raw(), 0, filter, heaps);
-    } else {
-        bool first_try = true;
-        with_enough_memory([&] {
-            if (!std::exchange(first_try, false))
-                heaps = make_heaps(call, raw_threshold);
-            compare_all(queries, call.nr_query, [&](size_t first, const kern::RawTensor& scores) {
-                select_candidates(scores, first, {}, heaps);
-            });
-        });
     }
 
     if (call.options && call.options->sorted > 0)

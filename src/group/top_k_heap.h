@@ -25,7 +25,7 @@ public:
     // From best to worst instead of heap order; nothing can be offered afterwards.
     void sort();
 
-    // What is below it is not taken in. It never falls.
+    // What is below it is not taken in.
     float bar() const { return m_bar; }
     size_t size() const { return m_raws.size(); }
     uint32_t slot(size_t index) const { return m_slots[index]; }

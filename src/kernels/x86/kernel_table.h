@@ -1,7 +1,7 @@
 // What the files that are compiled for one instruction set offer to the rest of this level: plain
-// functions over plain data. Those files include this header, the compiler's own and nothing else:
-// an inline function of a shared header could be emitted there with instructions that not every
-// CPU has, and the linker might keep that copy for all.
+// functions over plain data. Those files include this header, the compiler's own and macros,
+// nothing else: an inline function of a shared header could be emitted there with instructions that
+// not every CPU has, and the linker might keep that copy for all.
 #pragma once
 
 #include <cstddef>
@@ -33,20 +33,21 @@ struct Product {
 constexpr size_t NR_PARTIALS = 16;
 
 // The workspace of an integer product: a panel of lines of B and a block of lines of A, prepared.
-// At most so many lanes in a vector, and bytes of an element.
+// The functions are static, so that each file of an instruction set has them for itself. At most so
+// many lanes in a vector, and bytes of an element:
 constexpr size_t INT8_LANES = 16;
 constexpr size_t INT8_ELEMENT_BYTES = 2;
-constexpr size_t int8_line_bytes(size_t depth) {
+static constexpr size_t int8_line_bytes(size_t depth) {
     constexpr size_t VECTOR = 64;
     return ((depth * INT8_ELEMENT_BYTES + VECTOR - 1) / VECTOR + 1) * VECTOR;
 }
 // Lines of A in a block stay in the second-level cache while the lines of B pass by.
-constexpr size_t int8_block_lines(size_t depth) {
+static constexpr size_t int8_block_lines(size_t depth) {
     constexpr size_t BLOCK_BYTES = 256 * 1024;
     const size_t lines = BLOCK_BYTES / int8_line_bytes(depth);
     return lines < INT8_LANES ? INT8_LANES : lines / INT8_LANES * INT8_LANES;
 }
-constexpr size_t int8_workspace(size_t a_count, size_t depth) {
+static constexpr size_t int8_workspace(size_t a_count, size_t depth) {
     const size_t block = int8_block_lines(depth);
     const size_t lines =
         a_count < block ? (a_count + INT8_LANES - 1) / INT8_LANES * INT8_LANES : block;

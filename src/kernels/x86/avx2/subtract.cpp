@@ -1,4 +1,5 @@
-// x - y along a row. For every set of this level: memory allows no more than these vectors take.
+// x - y along a row. For every set of this level: wider vectors gain nothing over rows that fill
+// the second-level cache.
 #include "kernels/vectorise.h"
 #include "kernels/x86/kernel_table.h"
 
@@ -20,6 +21,11 @@ void subtract(const void* x_ptr, ptrdiff_t x_stride, const void* y_ptr, ptrdiff_
         KERN_INDEPENDENT_LOOP
         for (size_t i = 0; i < count; ++i)
             out[i] = x[i] - all;
+    } else if (x_stride == 0 && y_stride == 1) {
+        const T all = *x;
+        KERN_INDEPENDENT_LOOP
+        for (size_t i = 0; i < count; ++i)
+            out[i] = all - y[i];
     } else {
         for (size_t i = 0; i < count; ++i, x += x_stride, y += y_stride)
             out[i] = *x - *y;
