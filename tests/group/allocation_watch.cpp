@@ -11,6 +11,7 @@ namespace {
 
 std::atomic<size_t> watched_bytes{allocation_watch::Watch::NEVER};
 std::atomic<size_t> allowed{allocation_watch::Watch::NEVER};
+std::atomic<size_t> failures{allocation_watch::Watch::NEVER};
 std::atomic<size_t> nr_seen{0};
 std::atomic<size_t> largest_seen{0};
 std::atomic<size_t> largest_runtime{0};
@@ -26,7 +27,8 @@ bool must_fail(size_t size) {
     if (size < watched_bytes.load())
         return false;
     raise_to(largest_seen, size);
-    return nr_seen.fetch_add(1) >= allowed.load();
+    const size_t before = nr_seen.fetch_add(1);
+    return before >= allowed.load() && before - allowed.load() < failures.load();
 }
 
 void* allocate(size_t size, size_t alignment) {
@@ -49,10 +51,11 @@ void* allocate_or_throw(size_t size, size_t alignment) {
 
 namespace allocation_watch {
 
-Watch::Watch(size_t bytes, size_t failing_after) {
+Watch::Watch(size_t bytes, size_t failing_after, size_t failing) {
     nr_seen = 0;
     largest_seen = 0;
     allowed = failing_after;
+    failures = failing;
     watched_bytes = bytes;
 }
 

@@ -7,13 +7,13 @@
 
 namespace allocation_watch {
 
-// From now on sees allocations of at least `bytes`; the one after `failing_after` of them, and all
-// that follow, fail. No more than one at a time.
+// From now on sees allocations of at least `bytes`; `failing` of them fail after `failing_after`
+// that do not. No more than one at a time.
 class Watch {
 public:
     static constexpr size_t NEVER = ~size_t{0};
 
-    explicit Watch(size_t bytes, size_t failing_after = NEVER);
+    explicit Watch(size_t bytes, size_t failing_after = NEVER, size_t failing = NEVER);
     ~Watch();
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "group/feature_cipher.h"
+#include "store/adopted_memory.h"
 #include "store/smart_tensor.h"
 #include "store/smart_vector.h"
 #include "tests/group/allocation_watch.h"
@@ -238,6 +239,32 @@ TEST_F(SearchMemory, OfAFailedSearchIsThereForASmallerOne) {
     EXPECT_EQ(search(QUERIES), VEK_OK);
 }
 
+// Memory that lacks once is found by giving back what the group keeps. The search begins again
+// then, also when blocks have been searched: here the second one takes larger pieces than the
+// first.
+TEST(LackOfMemory, OfOneAllocationIsNoFailureOfASearch) {
+    constexpr size_t MANY = 8192 + 3276, QUERIES = 20, K = 3;
+    const Group group(DIM);
+    ASSERT_EQ(group.insert(running_ids(MANY), small_integers(MANY, DIM)), VEK_OK);
+    OddBytes queries(small_integers(QUERIES, DIM, 9));
+    std::vector<uint64_t> wanted, ids(QUERIES * K);
+    std::vector<float> scores(QUERIES * K);
+    VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
+    for (size_t failing_after = Watch::NEVER;; ++failing_after) {  // never, and then the first one
+        ASSERT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
+        const Watch watch(1, failing_after, 1);
+        ASSERT_EQ(VEK_search_feature_group(group.context(), queries.bytes(), QUERIES, K, 0.0f,
+                                           nullptr, nullptr, nullptr, &result),
+                  VEK_OK)
+            << failing_after;
+        if (wanted.empty())
+            wanted = ids;
+        ASSERT_EQ(ids, wanted) << failing_after;
+        if (failing_after != Watch::NEVER && watch.seen() <= failing_after)
+            break;
+    }
+}
+
 // Sizes beyond the machine, and products of sizes that wrap. The arrays are too short for the
 // counts, so nothing may be read or written either.
 TEST(LackOfMemory, ImpossibleSizesAreStatus2) {
@@ -281,6 +308,23 @@ TEST(LackOfMemory, ImpossibleSizesAreStatus2) {
                                        0.0f, nullptr, nullptr, nullptr, &wrapped),
               VEK_UNKNOWN_ERROR);
     EXPECT_EQ(answers_of(group, settings), before);
+}
+
+TEST(LackOfMemory, OfBlocksLeavesNoMappingBehind) {
+    const orb::CompNode node = orb::CompNode::load("cpu:default");
+    const size_t before = allocation_watch::mapped();
+    for (size_t bytes : {size_t{1} << 20, size_t{3} << 20, (size_t{3} << 20) + 100}) {
+        bool succeeded = false;
+        for (size_t allowed = 0; !succeeded; ++allowed) {
+            try {
+                const Watch watch(1, allowed);
+                vek::allocate_blocks(node, bytes, 5);
+                succeeded = true;
+            } catch (const std::bad_alloc&) {
+            }
+            ASSERT_EQ(allocation_watch::mapped(), before) << bytes << ' ' << allowed;
+        }
+    }
 }
 
 std::vector<uint64_t> rows_of(const vek::SmartVector<uint64_t>& store) {

@@ -131,6 +131,34 @@ TEST(SameBits, InAnyBatchPlaceAndBlockSize) {
     }
 }
 
+// So many queries that rows and queries are taken in several pieces.
+TEST(SameBits, InALargeBatch) {
+    constexpr size_t MANY = 300, BATCH = 600, DIM = 128;
+    for (const auto& settings : {steep(DIM), Group::int8_settings(DIM, TAG_BYTES)}) {
+        const std::vector<uint8_t> rows = feature_bytes(settings, MANY);
+        const Group group(settings);
+        ASSERT_EQ(group.insert(running_ids(MANY), rows, std::vector<uint8_t>(MANY * TAG_BYTES)),
+                  VEK_OK);
+        Query query;
+        query.nr_query = BATCH;
+        query.k = 5;
+        query.options.sorted = 1;
+        query.bytes = feature_bytes(settings, BATCH, 2);
+        const Found batch = group.search(query);
+        const size_t row_bytes = query.bytes.size() / BATCH;
+        for (size_t q = 0; q < BATCH; q += 37) {
+            Query one = query;
+            one.nr_query = 1;
+            one.bytes.assign(&query.bytes[q * row_bytes], &query.bytes[q * row_bytes] + row_bytes);
+            const Found alone = group.search(one);
+            for (size_t i = 0; i < query.k; ++i) {
+                ASSERT_EQ(batch.ids[q * query.k + i], alone.ids[i]) << q;
+                ASSERT_EQ(batch.scores[q * query.k + i], alone.scores[i]) << q;
+            }
+        }
+    }
+}
+
 TEST(SameBits, AtAnyAddress) {
     for (size_t dim : DIMS) {
         const Case c(dim);

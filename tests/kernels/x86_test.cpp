@@ -38,6 +38,7 @@ std::vector<Problem> problems() {
                 result.push_back(problem_of(rows, columns, depth));
     for (size_t depth : Sizes{256, 257, 343, 520, 9000})
         result.push_back(problem_of(33, 37, depth));
+    result.push_back(problem_of(241, 21, 520));  // several blocks of several groups
     const size_t plain = result.size();
     for (size_t i = 0; i < plain; i += 5) {  // five and the sizes above share no factor
         for (int flags = 0; flags < 4; ++flags) {
