@@ -117,7 +117,7 @@ inline Memory fresh_memory(size_t bytes) {
 // Bytes per second of reading so many bytes once from beginning to end. `bytes` is cut to whole
 // cache lines.
 inline double read_bandwidth(size_t bytes) {
-    constexpr size_t LINE = 64, MOST = size_t{8} << 30;
+    constexpr size_t LINE = 64, MOST = size_t{4} << 30;
     const Memory memory = fresh_memory(bytes);
     std::memset(memory.get(), 1, bytes);
     const auto* words = static_cast<const uint64_t*>(memory.get());
@@ -132,7 +132,7 @@ inline double read_bandwidth(size_t bytes) {
             sink = sink + sum;
         return static_cast<double>(lines * LINE);
     };
-    return best_rate(read_all, std::max<size_t>(MOST / (bytes + 1), 20));
+    return best_rate(read_all, std::max<size_t>(MOST / (bytes + 1), 8));
 }
 
 }  // namespace machine_limits

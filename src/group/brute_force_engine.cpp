@@ -16,7 +16,6 @@ namespace {
 
 constexpr size_t MAX_K = 1073741823;
 constexpr size_t MAX_QUERIES = 107374182;
-constexpr size_t PREFETCH_AHEAD = 16;  // ids
 constexpr size_t NORM_PIECE_BYTES = size_t{1} << 18;
 
 // Rows whose norms are computed in one run: a piece that stays in the cache in the width that norms
@@ -202,27 +201,29 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
 void BruteForceEngine::check_insert_ids(const uint64_t* ids, size_t nr) const {
     IdTable seen;
     seen.reserve(nr);
-    for (size_t i = 0; i < nr; ++i) {
-        const auto id = read_unaligned<uint64_t>(ids, i);
-        if (id == IdTable::RESERVED_ID)
-            throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert.c_str());
-        if (!seen.insert(id, 0))
-            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert.c_str());
-    }
+    for_each_id(
+        ids, nr, [&](uint64_t id) { seen.prefetch(id); },
+        [&](uint64_t id, size_t) {
+            if (id == IdTable::RESERVED_ID)
+                throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert.c_str());
+            if (!seen.insert(id, 0))
+                throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert.c_str());
+        });
 }
 
 // Those of the ids that the group holds, in their order; none may be unless they are replaced.
 std::vector<uint64_t> BruteForceEngine::held_ids(const uint64_t* ids, size_t nr,
                                                  bool replace) const {
     std::vector<uint64_t> held;
-    for (size_t i = 0; i < nr; ++i) {
-        const auto id = read_unaligned<uint64_t>(ids, i);
-        if (!m_rows.holds(id))
-            continue;
-        if (!replace)
-            throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert.c_str());
-        held.push_back(id);
-    }
+    for_each_id(
+        ids, nr, [&](uint64_t id) { m_rows.prefetch(id); },
+        [&](uint64_t id, size_t) {
+            if (!m_rows.holds(id))
+                return;
+            if (!replace)
+                throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert.c_str());
+            held.push_back(id);
+        });
     return held;
 }
 
@@ -245,18 +246,18 @@ void BruteForceEngine::erase(const uint64_t* ids, size_t nr) {
 void BruteForceEngine::check_erase_ids(const uint64_t* ids, size_t nr) const {
     IdTable seen;
     seen.reserve(std::min(nr, size()));  // others are refused before they get there
-    for (size_t i = 0; i < nr; ++i) {
-        if (i + PREFETCH_AHEAD < nr) {
-            const auto ahead = read_unaligned<uint64_t>(ids, i + PREFETCH_AHEAD);
-            m_rows.prefetch(ahead);
-            seen.prefetch(ahead);
-        }
-        const auto id = read_unaligned<uint64_t>(ids, i);
-        if (!m_rows.holds(id))
-            throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase.c_str());
-        if (!seen.insert(id, 0))
-            throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.erase.c_str());
-    }
+    for_each_id(
+        ids, nr,
+        [&](uint64_t id) {
+            m_rows.prefetch(id);
+            seen.prefetch(id);
+        },
+        [&](uint64_t id, size_t) {
+            if (!m_rows.holds(id))
+                throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase.c_str());
+            if (!seen.insert(id, 0))
+                throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.erase.c_str());
+        });
 }
 
 }  // namespace vek

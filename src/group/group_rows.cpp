@@ -52,8 +52,9 @@ void GroupRows::commit(Growth growth) noexcept {
 void GroupRows::append(const void* ids, const uint8_t* features, const uint8_t* sqrs,
                        const uint8_t* tags, size_t nr) {
     const size_t base = size();
-    for (size_t i = 0; i < nr; ++i)
-        m_index.insert(read_unaligned<uint64_t>(ids, i), static_cast<uint32_t>(base + i));
+    for_each_id(
+        ids, nr, [&](uint64_t id) { prefetch(id); },
+        [&](uint64_t id, size_t i) { m_index.insert(id, static_cast<uint32_t>(base + i)); });
     m_features.add(features, nr);
     m_sqrs.add(sqrs, nr);
     m_ids.add(ids, nr);
@@ -61,18 +62,16 @@ void GroupRows::append(const void* ids, const uint8_t* features, const uint8_t* 
         m_tags.add(tags, nr);
 }
 
-// Ids come in no order of slots, so nearly every access misses the caches; what a row further on
-// will need is fetched meanwhile, its place in the index first.
+// What a row further on will need is fetched meanwhile, its place in the index first.
 void GroupRows::erase(const void* ids, size_t nr) {
     constexpr size_t ROW_AHEAD = 8;
-    constexpr size_t INDEX_AHEAD = 2 * ROW_AHEAD;
-    for (size_t i = 0; i < nr; ++i) {
-        if (i + INDEX_AHEAD < nr)
-            prefetch(read_unaligned<uint64_t>(ids, i + INDEX_AHEAD));
-        if (i + ROW_AHEAD < nr)
-            prefetch_row(read_unaligned<uint64_t>(ids, i + ROW_AHEAD));
-        erase_row(read_unaligned<uint64_t>(ids, i));
-    }
+    for_each_id(
+        ids, nr, [&](uint64_t id) { prefetch(id); },
+        [&](uint64_t id, size_t i) {
+            if (i + ROW_AHEAD < nr)
+                prefetch_row(read_unaligned<uint64_t>(ids, i + ROW_AHEAD));
+            erase_row(id);
+        });
 }
 
 // The slot may be another one by the time of the erase: then this was for nothing.

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <exception>
 
-#include "store/adopted_memory.h"
-
 namespace vek {
 namespace {
 

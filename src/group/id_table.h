@@ -9,6 +9,8 @@
 #include <optional>
 #include <vector>
 
+#include "store/adopted_memory.h"
+
 namespace vek {
 
 class IdTable final {
@@ -53,7 +55,7 @@ private:
     IdTable rehashed(size_t entries) const;
 
     size_t m_size = 0;
-    std::vector<Bucket> m_buckets;  // a power of two of them, or none
+    std::vector<Bucket, LargeAllocator<Bucket>> m_buckets;  // a power of two of them, or none
 };
 
 }  // namespace vek

@@ -1,4 +1,5 @@
-// Elements of a caller's array, which need not be aligned. No state.
+// Elements of a caller's array, which need not be aligned, and the ids of one in their order. No
+// state.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +18,19 @@ T read_unaligned(const void* array, size_t index) {
 template <typename T>
 void write_unaligned(void* array, size_t index, T value) {
     std::memcpy(static_cast<uint8_t*>(array) + index * sizeof(T), &value, sizeof(T));
+}
+
+// Calls `use` with each of the ids and its place, in their order. Ids come in no order of the
+// tables where they are looked up, so nearly every lookup misses the caches: `fetch` is called with
+// an id that comes later, to ask for its memory.
+template <typename Fetch, typename Use>
+void for_each_id(const void* ids, size_t nr, const Fetch& fetch, const Use& use) {
+    constexpr size_t AHEAD = 16;
+    for (size_t i = 0; i < nr; ++i) {
+        if (i + AHEAD < nr)
+            fetch(read_unaligned<uint64_t>(ids, i + AHEAD));
+        use(read_unaligned<uint64_t>(ids, i), i);
+    }
 }
 
 }  // namespace vek

@@ -104,4 +104,16 @@ std::vector<std::shared_ptr<uint8_t>> allocate_blocks(orb::CompNode node, size_t
     return blocks;
 }
 
+uint8_t* allocate_large(size_t bytes) {
+    return is_mapped(bytes) ? map_memory(bytes).release()
+                            : static_cast<uint8_t*>(::operator new(bytes));
+}
+
+void free_large(uint8_t* memory, size_t bytes) noexcept {
+    if (is_mapped(bytes))
+        Unmap{bytes}(memory);
+    else
+        ::operator delete(memory);
+}
+
 }  // namespace vek

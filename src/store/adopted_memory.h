@@ -25,7 +25,32 @@ std::shared_ptr<uint8_t> allocate_adoptable(orb::CompNode node, size_t bytes);
 std::vector<std::shared_ptr<uint8_t>> allocate_blocks(orb::CompNode node, size_t bytes,
                                                       size_t count);
 
-// A storage on such memory.
+// Memory of no node, aligned for every type of the language; freed with the same number of bytes.
+uint8_t* allocate_large(size_t bytes);
+void free_large(uint8_t* memory, size_t bytes) noexcept;
+
+// Of a std::vector that grows large and is read all over.
+template <typename T>
+struct LargeAllocator {
+    using value_type = T;
+
+    LargeAllocator() = default;
+    template <typename Other>
+    LargeAllocator(const LargeAllocator<Other>&) {}
+
+    T* allocate(size_t count) {
+        void* memory = allocate_large(size_product(count, sizeof(T)));
+        return static_cast<T*>(memory);
+    }
+    void deallocate(T* memory, size_t count) noexcept {
+        void* bytes = memory;
+        free_large(static_cast<uint8_t*>(bytes), count * sizeof(T));
+    }
+    friend bool operator==(LargeAllocator, LargeAllocator) { return true; }
+    friend bool operator!=(LargeAllocator, LargeAllocator) { return false; }
+};
+
+// A storage on memory that is adopted.
 template <typename Storage>
 Storage make_adopted(orb::CompNode node, size_t bytes) {
     Storage storage(node);
