@@ -296,8 +296,10 @@ TEST(ObservedWalk, AgreesWithThePlainModel) {
     unsigned seed = 1;
     for (size_t dim : {1u, 2u, 3u, 4u, 5u, 8u, 9u, 17u, 64u, 127u}) {
         for (size_t block_size : {3u, 16u, 0u}) {
-            for (uint32_t tag_size : {0u, 1u, 7u})
-                walk({dim, tag_size, block_size, 40}, ++seed, 100);
+            for (uint32_t tag_size : {0u, 1u, 7u}) {
+                if (++seed % ONE_CASE_IN == 0)
+                    walk({dim, tag_size, block_size, 40}, seed, 100);
+            }
         }
     }
     for (size_t dim : {255u, 384u, 512u}) {
@@ -311,8 +313,10 @@ TEST(ObservedWalk, AgreesForIntegersOf8Bits) {
     unsigned seed = 500;
     for (size_t dim : {1u, 2u, 3u, 16u, 17u, 64u, 127u}) {
         for (size_t block_size : {3u, 16u, 0u}) {
-            for (uint32_t tag_size : {0u, 7u})
-                walk({dim, tag_size, block_size, 30, 200, true}, ++seed, 100);
+            for (uint32_t tag_size : {0u, 7u}) {
+                if (++seed % ONE_CASE_IN == 0)
+                    walk({dim, tag_size, block_size, 30, 200, true}, seed, 100);
+            }
         }
     }
     for (size_t block_size : {3u, 0u})
@@ -343,6 +347,8 @@ TEST(Int8, IsExactUpToTheStatedLength) {
 
 // Several blocks of the default size.
 TEST(ObservedWalk, AgreesBeyondOneDefaultBlock) {
+    if (ONE_CASE_IN > 1)
+        GTEST_SKIP() << "takes many minutes in the emulator under the address sanitizer";
     walk({3, 2, 0, 25, 6000}, 77, 3 * 8192 / 2);
 }
 
