@@ -89,8 +89,13 @@ private:
     }
 
     float raw(const std::vector<int>& a, const std::vector<int>& b) const {
-        if (is_int8)
-            return static_cast<float>(product_of_bytes(a, b) - dot(a, a) / 2 - dot(b, b) / 2);
+        if (is_int8) {
+            // Where products have wrapped, the differences may as well.
+            const auto half = [](int sum) { return static_cast<unsigned>(sum / 2); };
+            const unsigned score =
+                static_cast<unsigned>(product_of_bytes(a, b)) - half(dot(a, a)) - half(dot(b, b));
+            return static_cast<float>(static_cast<int>(score));
+        }
         const int d2 = dot(a, a) - 2 * dot(a, b) + dot(b, b);
         // Of equal features, half squares subtracted from a product leave a positive zero.
         return d2 == 0 ? 0.0f : -0.5f * static_cast<float>(d2);
