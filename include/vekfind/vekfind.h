@@ -78,10 +78,11 @@
  * VEK_UNKNOWN_ERROR, when the group has rows. Integer distances are exact for rows of up to 66051
  * elements; sums over longer ones may leave 32 bits and wrap. On 32-bit Arm a distance is wrong,
  * too, where a query and a row both hold -128 at elements i and i + 8 of a run of 16: keep features
- * within -127 and 127 there. A search with a predicate on tags needs 4 bytes for each pair of a
- * query and a row; any other a few megabytes, whatever the number of rows, and about 1 KB for each
- * query beside its features. The group keeps that memory for the next search, up to half as much
- * again where one search needs a little more than the one before, until VEK_shrink_feature_group.
+ * within -127 and 127 there. A search needs a few megabytes, whatever the number of rows, and about
+ * 1 KB for each query beside its features. The group keeps that memory for the next search, up to
+ * half as much again where one search needs a little more than the one before, until
+ * VEK_shrink_feature_group. With a predicate on tags a search takes, for its own time, a bit for each
+ * pair of a query and a row.
  *
  * Counts of zero. An insert, delete or search of nothing checks its arguments as always and does
  * nothing.

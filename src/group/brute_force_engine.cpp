@@ -42,8 +42,7 @@ BruteForceEngine::BruteForceEngine(const CompareKind& kind, EngineFunctions func
       m_tag_bytes(tag_bytes),
       m_comp_node(orb::CompNode::load("cpu:default")),
       m_rows(m_comp_node, kind.feature_dtype.element_bytes(), feature_dim, tag_bytes),
-      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(kind, m_rows.features())),
-      m_all_scores(m_comp_node, kind.score_dtype) {}
+      m_graphs(m_comp_node, kind, feature_dim, norm_piece_rows(kind, m_rows.features())) {}
 
 // ---- search
 
@@ -66,23 +65,21 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     const Buffer plain = decrypted(call.features, call.nr_query, encrypted);
     const float raw_threshold = score_map.raw_threshold(call.threshold);
     const uint8_t* queries = plain ? plain.get() : call.features;
-    // A predicate is called query by query, so it can begin only when all blocks are through. What
-    // it throws is not a lack of memory.
-    const bool filtered = m_tag_bytes != 0 && call.predicate;
+    // Scores come block by block, but a predicate is called query by query: so before them. What it
+    // throws is not a lack of memory.
+    KeptRows kept;
+    if (m_tag_bytes != 0 && call.predicate) {
+        with_enough_memory([&] { kept = KeptRows(call.nr_query, size()); });
+        kept.ask(call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes);
+    }
     std::vector<TopKHeap> heaps;
     with_enough_memory([&] {
         heaps = {};  // of an attempt that failed
         heaps = make_heaps(call, raw_threshold);
-        if (filtered)
-            return keep_all_scores(queries, call.nr_query);
         compare_all(queries, call.nr_query, [&](size_t first, const kern::RawTensor& scores) {
-            select_candidates(scores, first, {}, heaps);
+            select_candidates(scores, first, kept, heaps);
         });
     });
-    if (filtered) {
-        const TagFilter filter{call.predicate, call.predicate_contexts, m_rows.tags(), m_tag_bytes};
-        select_candidates(m_all_scores.as_raw(), 0, filter, heaps);
-    }
 
     if (call.options && call.options->sorted > 0)
         std::for_each(heaps.begin(), heaps.end(), [](TopKHeap& heap) { heap.sort(); });
@@ -118,31 +115,13 @@ void BruteForceEngine::with_enough_memory(const Use& use) {
     } catch (const std::bad_alloc&) {
     } catch (const std::length_error&) {
     }
-    release_memory();
+    m_graphs.release_memory();
     try {
         use();
     } catch (const std::exception&) {
-        release_memory();
+        m_graphs.release_memory();
         throw;
     }
-}
-
-void BruteForceEngine::release_memory() {
-    m_graphs.release_memory();
-    drop_memory(m_all_scores);
-}
-
-void BruteForceEngine::keep_all_scores(const uint8_t* queries, size_t nr_query) {
-    const size_t score_bytes = m_all_scores.dtype().element_bytes();
-    reserve_bytes(m_all_scores, size_product(size_product(nr_query, size()), score_bytes));
-    m_all_scores.resize({nr_query, size()});
-    uint8_t* matrix = m_all_scores.raw_ptr();
-    compare_all(queries, nr_query, [&](size_t first, const kern::RawTensor& scores) {
-        const size_t row_bytes = scores.layout[1] * score_bytes;
-        for (size_t query = 0; query < nr_query; ++query)
-            std::memcpy(matrix + (query * size() + first) * score_bytes,
-                        scores.ptr<const uint8_t>() + query * row_bytes, row_bytes);
-    });
 }
 
 void BruteForceEngine::compare_all(const uint8_t* queries, size_t nr_query,
@@ -172,7 +151,7 @@ BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, si
 // ---- changes
 
 void BruteForceEngine::shrink() {
-    release_memory();
+    m_graphs.release_memory();
     m_rows.shrink();
 }
 

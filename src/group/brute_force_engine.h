@@ -61,11 +61,9 @@ private:
 
     void check_search(const SearchCall& call, const VEKComparisonAlgorithm& comparison) const;
     std::vector<TopKHeap> make_heaps(const SearchCall& call, float raw_threshold) const;
-    void release_memory();
     template <typename Use>
     void with_enough_memory(const Use& use);
     void compare_all(const uint8_t* queries, size_t nr_query, const CompareGraphs::ScoreSink& sink);
-    void keep_all_scores(const uint8_t* queries, size_t nr_query);
     void check_insert_ids(const uint64_t* ids, size_t nr) const;
     std::vector<uint64_t> held_ids(const uint64_t* ids, size_t nr, bool replace) const;
     void check_erase_ids(const uint64_t* ids, size_t nr) const;
@@ -79,8 +77,6 @@ private:
     orb::CompNode m_comp_node;
     GroupRows m_rows;
     CompareGraphs m_graphs;
-    // All raw scores of a search with a predicate. Kept from one search to the next.
-    orb::HostTensorND m_all_scores;
 };
 
 }  // namespace vek

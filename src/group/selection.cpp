@@ -35,11 +35,14 @@ bool all_below(const Raw* scores, F32x4 bar) {
 // Integer scores become floats before anything is compared, so that those which are one float tie.
 // Almost all scores are below the bar, so they are looked at many at a time.
 template <typename Raw>
-void select_row(const Raw* row, size_t columns, size_t first, TopKHeap& heap) {
+void select_row(const Raw* row, size_t columns, size_t first, size_t query, const KeptRows& kept,
+                TopKHeap& heap) {
     size_t column = 0;
     const auto offer_up_to = [&](size_t end) {
-        for (; column < end; ++column)
-            heap.offer(static_cast<uint32_t>(first + column), static_cast<float>(row[column]));
+        for (; column < end; ++column) {
+            if (kept.keeps(query, first + column))
+                heap.offer(static_cast<uint32_t>(first + column), static_cast<float>(row[column]));
+        }
     };
     while (column + SCAN_WIDTH <= columns) {
         const F32x4 bar = kern::simd::broadcast(heap.bar());
@@ -50,39 +53,42 @@ void select_row(const Raw* row, size_t columns, size_t first, TopKHeap& heap) {
     offer_up_to(columns);
 }
 
-// The predicate sees every pair, also those below the threshold.
 template <typename Raw>
-void select_row(const Raw* row, size_t columns, size_t first, const TagFilter& filter,
-                void* context, TopKHeap& heap) {
-    const uint8_t* tag = filter.tags + first * filter.tag_bytes;
-    for (size_t column = 0; column < columns; ++column, tag += filter.tag_bytes) {
-        if (filter.predicate(context, tag) > 0)
-            heap.offer(static_cast<uint32_t>(first + column), static_cast<float>(row[column]));
-    }
-}
-
-template <typename Raw>
-void select_rows(const Raw* row, size_t columns, size_t first, const TagFilter& filter,
+void select_rows(const Raw* row, size_t columns, size_t first, const KeptRows& kept,
                  std::vector<TopKHeap>& heaps) {
-    for (size_t query = 0; query < heaps.size(); ++query, row += columns) {
-        if (filter.predicate)
-            select_row(row, columns, first, filter, filter.contexts[query], heaps[query]);
-        else
-            select_row(row, columns, first, heaps[query]);
-    }
+    for (size_t query = 0; query < heaps.size(); ++query, row += columns)
+        select_row(row, columns, first, query, kept, heaps[query]);
 }
 
 }  // namespace
 
-void select_candidates(const kern::RawTensor& scores, size_t first, const TagFilter& filter,
+KeptRows::KeptRows(size_t nr_query, size_t rows) : m_rows(rows) {
+    m_words.resize(size_product(nr_query, words_of_query()));
+}
+
+void KeptRows::ask(VEKTagPredicate predicate, void* const* contexts, const uint8_t* tags,
+                   size_t tag_bytes) {
+    const size_t nr_query = m_words.size() / words_of_query();
+    for (size_t query = 0; query < nr_query; ++query) {
+        const uint8_t* tag = tags;
+        for (size_t first = 0; first < m_rows; first += BITS) {
+            uint64_t word = 0;
+            for (size_t bit = 0; bit < std::min(BITS, m_rows - first); ++bit, tag += tag_bytes)
+                word |= static_cast<uint64_t>(predicate(contexts[query], tag) > 0) << bit;
+            m_words[query * words_of_query() + first / BITS] = word;
+        }
+    }
+}
+
+void select_candidates(const kern::RawTensor& scores, size_t first, const KeptRows& kept,
                        std::vector<TopKHeap>& heaps) {
     const kern::TensorLayout& layout = scores.layout;
     KERN_CHECK(layout.ndim == 2 && layout[0] == heaps.size() && layout.is_dense());
     if (layout.dtype == kern::DType::Float32()) {
-        select_rows(scores.ptr<const float>(), layout[1], first, filter, heaps);
+        select_rows(scores.ptr<const float>(), layout[1], first, kept, heaps);
     } else {
         KERN_CHECK(layout.dtype == kern::DType::Int32());
-        select_rows(scores.ptr<const int32_t>(), layout[1], first, filter, heaps);
+        select_rows(scores.ptr<const int32_t>(), layout[1], first, kept, heaps);
     }
 }
 

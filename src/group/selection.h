@@ -8,22 +8,40 @@
 #include "group/score_map.h"
 #include "group/top_k_heap.h"
 #include "kernels/layout.h"
+#include "store/adopted_memory.h"
 #include "vekfind/vekfind.h"
 
 namespace vek {
 
-// A caller's predicate over the tags of the rows; without one every row is kept.
-struct TagFilter {
-    VEKTagPredicate predicate = nullptr;
-    void* const* contexts = nullptr;  // one for each query
-    const uint8_t* tags = nullptr;    // of slot 0
-    size_t tag_bytes = 0;
+// Which rows a caller's predicate keeps for each query, a bit for each pair; all rows unless it was
+// asked.
+class KeptRows final {
+public:
+    KeptRows() = default;
+    // Room for the answers; nothing is kept yet.
+    KeptRows(size_t nr_query, size_t rows);
+
+    // Asks about every pair, query by query, slot by slot. What a predicate throws passes through.
+    void ask(VEKTagPredicate predicate, void* const* contexts, const uint8_t* tags,
+             size_t tag_bytes);
+    bool keeps(size_t query, size_t slot) const {
+        if (m_words.empty())
+            return true;
+        return (m_words[query * words_of_query() + slot / BITS] >> slot % BITS & 1) != 0;
+    }
+
+private:
+    static constexpr size_t BITS = 64;
+    size_t words_of_query() const { return m_rows / BITS + 1; }
+
+    size_t m_rows = 0;
+    std::vector<uint64_t, LargeAllocator<uint64_t>> m_words;
 };
 
-// Offers each slot, from `first` up, to the heap of each query, in the order of the queries.
-// `scores`, dense Float32 or Int32 in host memory, has a row for each heap and a column for each
-// slot. What a predicate throws passes through.
-void select_candidates(const kern::RawTensor& scores, size_t first, const TagFilter& filter,
+// Offers each slot that is kept, from `first` up, to the heap of each query, in the order of the
+// queries. `scores`, dense Float32 or Int32 in host memory, has a row for each heap and a column
+// for each slot.
+void select_candidates(const kern::RawTensor& scores, size_t first, const KeptRows& kept,
                        std::vector<TopKHeap>& heaps);
 
 // Writes places of the caller's arrays, which may be unaligned.
