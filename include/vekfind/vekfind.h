@@ -81,8 +81,8 @@
  * within -127 and 127 there. A search needs a few megabytes, whatever the number of rows, and about
  * 1 KB for each query beside its features. The group keeps that memory for the next search, up to
  * half as much again where one search needs a little more than the one before, until
- * VEK_shrink_feature_group. With a predicate on tags a search takes, for its own time, a bit for each
- * pair of a query and a row.
+ * VEK_shrink_feature_group. With a predicate on tags a search takes, for its own time, a bit for
+ * each pair of a query and a row.
  *
  * Counts of zero. An insert, delete or search of nothing checks its arguments as always and does
  * nothing.
@@ -204,10 +204,11 @@ typedef struct VEKFeatureGroupSearchResult {
 
 /* A caller's filter: a result greater than 0 keeps the row whose tag (tag_size bytes, any
  * alignment, valid during the call) it is shown. Called on the searching thread, for every pair of
- * query and row, queries in order. It must not call into the same group: that would wait for
- * itself. If it leaves by an exception, the search is over, its result arrays untouched and the
- * group ready for the next: one derived from std::exception becomes VEK_UNKNOWN_ERROR, any other
- * passes through to the caller of the search. */
+ * query and row, queries in order, before any score is computed: so it must not change the queries,
+ * and a search that lacks memory may fail after it. It must not call into the same group: that
+ * would wait for itself. If it leaves by an exception, the search is over, its result arrays
+ * untouched and the group ready for the next: one derived from std::exception becomes
+ * VEK_UNKNOWN_ERROR, any other passes through to the caller of the search. */
 typedef int (*VEKTagPredicate)(void* context, const uint8_t* tag);
 
 typedef struct VEKFeatureGroupInsertOptions {

@@ -1,7 +1,6 @@
 #include "group/brute_force_engine.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -74,7 +73,7 @@ void BruteForceEngine::search(const SearchCall& call, const VEKComparisonAlgorit
     }
     std::vector<TopKHeap> heaps;
     with_enough_memory([&] {
-        heaps = {};  // of an attempt that failed
+        heaps = std::vector<TopKHeap>();  // those of an attempt that failed go first
         heaps = make_heaps(call, raw_threshold);
         compare_all(queries, call.nr_query, [&](size_t first, const kern::RawTensor& scores) {
             select_candidates(scores, first, kept, heaps);
@@ -107,7 +106,7 @@ std::vector<TopKHeap> BruteForceEngine::make_heaps(const SearchCall& call,
 }
 
 // The graphs keep the memory of earlier runs, and more than those needed. Where memory is lacking
-// it is given back and the use of the graphs begins again; one that fails leaves none behind.
+// it is given back and `use` begins again; one that fails leaves none behind.
 template <typename Use>
 void BruteForceEngine::with_enough_memory(const Use& use) {
     try {

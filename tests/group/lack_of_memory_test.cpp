@@ -236,29 +236,46 @@ TEST_F(SearchMemory, OfAFailedSearchIsThereForASmallerOne) {
     EXPECT_EQ(search(QUERIES), VEK_OK);
 }
 
+// Keeps rows with odd tags, and counts how often it is asked.
+int keep_odd(void* context, const uint8_t* tag) {
+    ++*static_cast<size_t*>(context);
+    return tag[0] % 2;
+}
+
 // Memory that lacks once is found by giving back what the group keeps. The search begins again
 // then, also when blocks have been searched: here the second one takes larger pieces than the
-// first.
+// first. A predicate is not asked again.
 TEST(LackOfMemory, OfOneAllocationIsNoFailureOfASearch) {
     constexpr size_t MANY = 8192 + 3276, QUERIES = 20, K = 3;
-    const Group group(DIM);
-    ASSERT_EQ(group.insert(running_ids(MANY), small_integers(MANY, DIM)), VEK_OK);
+    const Group group(DIM, 1);
+    std::vector<uint8_t> tags(MANY);
+    for (size_t row = 0; row < MANY; ++row)
+        tags[row] = static_cast<uint8_t>(row % 3);
+    ASSERT_EQ(group.insert(running_ids(MANY), small_integers(MANY, DIM), tags), VEK_OK);
     OddBytes queries(small_integers(QUERIES, DIM, 9));
-    std::vector<uint64_t> wanted, ids(QUERIES * K);
+    std::vector<uint64_t> ids(QUERIES * K);
     std::vector<float> scores(QUERIES * K);
+    size_t calls = 0;
+    const std::vector<void*> contexts(QUERIES, &calls);
     VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
-    for (size_t failing_after = Watch::NEVER;; ++failing_after) {  // never, and then the first one
-        ASSERT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
-        const Watch watch(1, failing_after, 1);
-        ASSERT_EQ(VEK_search_feature_group(group.context(), queries.bytes(), QUERIES, K, 0.0f,
-                                           nullptr, nullptr, nullptr, &result),
-                  VEK_OK)
-            << failing_after;
-        if (wanted.empty())
-            wanted = ids;
-        ASSERT_EQ(ids, wanted) << failing_after;
-        if (failing_after != Watch::NEVER && watch.seen() <= failing_after)
-            break;
+    for (VEKTagPredicate predicate : {VEKTagPredicate{nullptr}, VEKTagPredicate{keep_odd}}) {
+        std::vector<uint64_t> wanted;
+        // Never, and then the first one.
+        for (size_t failing_after = Watch::NEVER;; failing_after += ONE_CASE_IN) {
+            calls = 0;
+            ASSERT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
+            const Watch watch(1, failing_after, 1);
+            ASSERT_EQ(VEK_search_feature_group(group.context(), queries.bytes(), QUERIES, K, 0.0f,
+                                               contexts.data(), predicate, nullptr, &result),
+                      VEK_OK)
+                << failing_after;
+            if (wanted.empty())
+                wanted = ids;
+            ASSERT_EQ(ids, wanted) << failing_after;
+            ASSERT_EQ(calls, predicate ? QUERIES * MANY : 0);
+            if (failing_after < Watch::NEVER - ONE_CASE_IN && watch.seen() <= failing_after)
+                break;
+        }
     }
 }
 

@@ -277,6 +277,13 @@ TEST_F(Status, APredicateMayThrow) {
     const std::pair<VEKTagPredicate, bool> predicates[] = {
         {[](void*, const uint8_t*) -> int { throw 5; }, true},
         {[](void*, const uint8_t*) -> int { throw std::runtime_error("no"); }, false},
+        // Not a lack of memory of the search's, which would begin again.
+        {[](void*, const uint8_t*) -> int {
+             static int calls = 0;
+             EXPECT_EQ(++calls, 1);
+             throw std::bad_alloc();
+         },
+         false},
     };
     const Found before = contents();
     for (const auto& [predicate, is_foreign] : predicates) {

@@ -1,5 +1,8 @@
 # Files of an instruction set share no code with others: the linker might keep their copy of an inline
-# function for everybody. Argument: OBJECTS, and NM.
+# function for everybody. Arguments: NM, and OBJECTS.
+if(NOT OBJECTS)
+    message(FATAL_ERROR "no objects")
+endif()
 foreach(object IN LISTS OBJECTS)
     execute_process(COMMAND ${NM} --defined-only ${object} RESULT_VARIABLE status
                     OUTPUT_VARIABLE symbols)
