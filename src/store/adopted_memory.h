@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "graph/tensor/tensor.h"
@@ -50,12 +51,16 @@ struct LargeAllocator {
     friend bool operator!=(LargeAllocator, LargeAllocator) { return false; }
 };
 
-// A storage on memory that is adopted.
+// A storage on memory that is adopted, and one on new memory.
+template <typename Storage>
+Storage adopt(orb::CompNode node, size_t bytes, std::shared_ptr<uint8_t> memory) {
+    Storage storage(node);
+    storage.reset(node, bytes, std::move(memory));
+    return storage;
+}
 template <typename Storage>
 Storage make_adopted(orb::CompNode node, size_t bytes) {
-    Storage storage(node);
-    storage.reset(node, bytes, allocate_adoptable(node, bytes));
-    return storage;
+    return adopt<Storage>(node, bytes, allocate_adoptable(node, bytes));
 }
 
 // The size of memory for `bytes` that takes the place of `old_bytes`: at least half as much again,

@@ -72,12 +72,12 @@ SmartTensor::Growth SmartTensor::prepare(size_t rows) {
 }
 
 std::vector<SmartTensor::Storage> SmartTensor::make_blocks(size_t count) const {
+    // Before the list of them, which a number out of all proportion makes large too.
+    auto memory = allocate_blocks(m_comp_node, block_bytes(), count);
     std::vector<Storage> blocks;
     blocks.reserve(count);
-    for (std::shared_ptr<uint8_t>& memory : allocate_blocks(m_comp_node, block_bytes(), count)) {
-        blocks.emplace_back(m_comp_node);
-        blocks.back().reset(m_comp_node, block_bytes(), std::move(memory));
-    }
+    for (std::shared_ptr<uint8_t>& block : memory)
+        blocks.push_back(adopt<Storage>(m_comp_node, block_bytes(), std::move(block)));
     return blocks;
 }
 
