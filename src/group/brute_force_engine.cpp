@@ -162,47 +162,39 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
         return;
     if (nr > GroupRows::MAX_ROWS)
         throw std::length_error("rows of a group");
-    check_insert_ids(ids, nr);
+    // All that can fail comes before the first change that lasts.
     const bool replace = options && options->replace_existing != 0;
-    const std::vector<uint64_t> replaced = held_ids(ids, nr, replace);
-
-    // All that can fail comes before the first change.
+    IdClaim claim = m_rows.claim(ids, nr, replace ? count_held(ids, nr) : 0);
+    enter_ids(claim, replace);
     const bool encrypted = options && options->encrypted != 0;
     const Buffer plain = decrypted(features, nr, encrypted);
     const uint8_t* rows = plain ? plain.get() : features;
     const Buffer sqrs = compute_sqrs(rows, nr);
-    m_rows.commit(m_rows.prepare_append(size_sum(size() - replaced.size(), nr)));
-    m_rows.erase(replaced.data(), replaced.size());
-    m_rows.append(ids, rows, sqrs.get(), tags, nr);
+    m_rows.commit(m_rows.prepare_append(claim.rows_to_be()));
+    m_rows.append(claim, rows, sqrs.get(), tags);
 }
 
-void BruteForceEngine::check_insert_ids(const uint64_t* ids, size_t nr) const {
-    IdTable seen;
-    seen.reserve(nr);
-    for_each_id(
-        ids, nr, [&](uint64_t id) { seen.prefetch(id); },
-        [&](uint64_t id, size_t) {
-            if (id == IdTable::RESERVED_ID)
-                throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert.c_str());
-            if (!seen.insert(id, 0))
-                throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert.c_str());
-        });
-}
-
-// Those of the ids that the group holds, in their order; none may be unless they are replaced.
-std::vector<uint64_t> BruteForceEngine::held_ids(const uint64_t* ids, size_t nr,
-                                                 bool replace) const {
-    std::vector<uint64_t> held;
+// Ids given twice count twice.
+size_t BruteForceEngine::count_held(const uint64_t* ids, size_t nr) const {
+    size_t count = 0;
     for_each_id(
         ids, nr, [&](uint64_t id) { m_rows.prefetch(id); },
-        [&](uint64_t id, size_t) {
-            if (!m_rows.holds(id))
-                return;
-            if (!replace)
-                throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert.c_str());
-            held.push_back(id);
+        [&](uint64_t id, size_t) { count += m_rows.holds(id); });
+    return count;
+}
+
+// That an id is held is told after all of the call have been looked at.
+void BruteForceEngine::enter_ids(IdClaim& claim, bool replace) const {
+    for_each_id(
+        claim.ids(), claim.nr(), [&](uint64_t id) { m_rows.prefetch(id); },
+        [&](uint64_t id, size_t i) {
+            if (id == IdTable::RESERVED_ID)
+                throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert.c_str());
+            if (!claim.enter(id, i))
+                throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.insert.c_str());
         });
-    return held;
+    if (!replace && !claim.held().empty())
+        throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert.c_str());
 }
 
 BruteForceEngine::Buffer BruteForceEngine::compute_sqrs(const uint8_t* features, size_t nr) {
@@ -233,7 +225,7 @@ void BruteForceEngine::check_erase_ids(const uint64_t* ids, size_t nr) const {
         [&](uint64_t id, size_t) {
             if (!m_rows.holds(id))
                 throw Error(VEK_ID_NOT_FOUND, "id not found", m_functions.erase.c_str());
-            if (!seen.insert(id, 0))
+            if (seen.insert(id, 0))
                 throw Error(VEK_DUPLICATED_ID, "duplicated id", m_functions.erase.c_str());
         });
 }

@@ -64,8 +64,8 @@ private:
     template <typename Use>
     void with_enough_memory(const Use& use);
     void compare_all(const uint8_t* queries, size_t nr_query, const CompareGraphs::ScoreSink& sink);
-    void check_insert_ids(const uint64_t* ids, size_t nr) const;
-    std::vector<uint64_t> held_ids(const uint64_t* ids, size_t nr, bool replace) const;
+    size_t count_held(const uint64_t* ids, size_t nr) const;
+    void enter_ids(IdClaim& claim, bool replace) const;
     void check_erase_ids(const uint64_t* ids, size_t nr) const;
     Buffer decrypted(const uint8_t* features, size_t nr, bool encrypted) const;
     Buffer compute_sqrs(const uint8_t* features, size_t nr);

@@ -21,7 +21,7 @@ GroupRows::GroupRows(orb::CompNode comp_node, size_t element_bytes, size_t featu
 GroupRows::Growth GroupRows::prepare_stores(size_t rows) {
     if (rows > MAX_ROWS)
         throw std::length_error("rows of a group");
-    return {m_features.prepare(rows), m_sqrs.prepare(rows), {}, {}, m_index.grown(rows)};
+    return {m_features.prepare(rows), m_sqrs.prepare(rows), {}, {}};
 }
 
 void GroupRows::reserve(size_t rows) {
@@ -29,7 +29,12 @@ void GroupRows::reserve(size_t rows) {
     growth.ids = m_ids.prepare(rows);
     if (m_tag_bytes != 0)
         growth.tags = m_tags.prepare(rows);
+    m_index.reserve(rows);
     commit(std::move(growth));
+}
+
+IdClaim GroupRows::claim(const void* ids, size_t nr, size_t nr_held) {
+    return {m_index, m_ids.data(), size(), ids, nr, nr_held};
 }
 
 GroupRows::Growth GroupRows::prepare_append(size_t rows) {
@@ -45,21 +50,17 @@ void GroupRows::commit(Growth growth) noexcept {
     m_sqrs.commit(std::move(growth.sqrs));
     m_ids.commit(std::move(growth.ids));
     m_tags.commit(std::move(growth.tags));
-    if (growth.index)
-        m_index = std::move(*growth.index);
 }
 
-void GroupRows::append(const void* ids, const uint8_t* features, const uint8_t* sqrs,
-                       const uint8_t* tags, size_t nr) {
-    const size_t base = size();
-    for_each_id(
-        ids, nr, [&](uint64_t id) { prefetch(id); },
-        [&](uint64_t id, size_t i) { m_index.insert(id, static_cast<uint32_t>(base + i)); });
-    m_features.add(features, nr);
-    m_sqrs.add(sqrs, nr);
-    m_ids.add(ids, nr);
+void GroupRows::append(IdClaim& claim, const uint8_t* features, const uint8_t* sqrs,
+                       const uint8_t* tags) {
+    erase(claim.held().data(), claim.held().size());
+    claim.keep();
+    m_features.add(features, claim.nr());
+    m_sqrs.add(sqrs, claim.nr());
+    m_ids.add(claim.ids(), claim.nr());
     if (m_tag_bytes != 0)
-        m_tags.add(tags, nr);
+        m_tags.add(tags, claim.nr());
 }
 
 // What a row further on will need is fetched meanwhile, its place in the index first.

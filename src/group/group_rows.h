@@ -4,8 +4,8 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 
+#include "group/id_claim.h"
 #include "group/id_table.h"
 #include "store/smart_tensor.h"
 #include "store/smart_vector.h"
@@ -24,7 +24,6 @@ public:
         SmartTensor::Growth sqrs;
         SmartVector<uint64_t>::Growth ids;
         SmartVector<uint8_t>::Growth tags;
-        std::optional<IdTable> index;
     };
 
     // `tag_bytes` 0: no tags.
@@ -39,14 +38,16 @@ public:
 
     // Room for that many rows in all, without slack in the host stores.
     void reserve(size_t rows);
-    // The same with the growth of `append`, in two halves. The first alone can fail; nothing may
-    // come between them.
+    // A place in the index for the ids of an insert, of which the group holds `nr_held`.
+    IdClaim claim(const void* ids, size_t nr, size_t nr_held);
+    // Room in the stores for that many rows in all, in two halves. The first alone can fail;
+    // nothing may come between them.
     Growth prepare_append(size_t rows);
     void commit(Growth growth) noexcept;
-    // Appends rows under ids that are not held. Room has been made, so this does not fail. Memory
-    // of any alignment; `sqrs` holds a norm for each row, `tags` is ignored by a group without.
-    void append(const void* ids, const uint8_t* features, const uint8_t* sqrs, const uint8_t* tags,
-                size_t nr);
+    // Erases the rows whose ids a claim found held, then appends its rows. All its ids have been
+    // entered and room has been made, so this does not fail. Memory of any alignment; `sqrs` holds
+    // a norm for each row, `tags` is ignored by a group without.
+    void append(IdClaim& claim, const uint8_t* features, const uint8_t* sqrs, const uint8_t* tags);
     // Erases the rows of ids that are held, each once, in their order.
     void erase(const void* ids, size_t nr);
     // Brings the index entry of an id nearer that will be asked for soon.

@@ -44,14 +44,14 @@ const uint32_t* IdTable::find(uint64_t id) const {
     return bucket.id == id ? &bucket.slot : nullptr;
 }
 
-bool IdTable::insert(uint64_t id, uint32_t slot) {
+std::optional<uint32_t> IdTable::insert(uint64_t id, uint32_t slot) {
     reserve(m_size + 1);
     Bucket& bucket = m_buckets[locate(id)];
     if (bucket.id == id)
-        return false;
+        return bucket.slot;
     bucket = {id, slot};
     ++m_size;
-    return true;
+    return std::nullopt;
 }
 
 void IdTable::assign(uint64_t id, uint32_t slot) {

@@ -21,9 +21,9 @@ public:
     size_t size() const { return m_size; }
     // The slot of an id, null for an id that is not held. Valid until the next change.
     const uint32_t* find(uint64_t id) const;
-    // Adds an id; false when it is held already. The table grows as needed: std::bad_alloc or
-    // std::length_error then leave it as it was.
-    bool insert(uint64_t id, uint32_t slot);
+    // Adds an id, or returns the slot of one that is held already. The table grows as needed:
+    // std::bad_alloc or std::length_error then leave it as it was.
+    std::optional<uint32_t> insert(uint64_t id, uint32_t slot);
     // Sets the slot of an id that is held.
     void assign(uint64_t id, uint32_t slot);
     void erase(uint64_t id);

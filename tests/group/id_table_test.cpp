@@ -32,7 +32,7 @@ TEST(IdTable, WalksLikeAnUnorderedMap) {
             const uint64_t id = random() % pool;
             const bool growing = step / 1500 % 2 == 0;
             if (random() % 4 != (growing ? 0u : 1u) && growing) {
-                ASSERT_EQ(table.insert(id, step), model.emplace(id, step).second);
+                ASSERT_EQ(table.insert(id, step).has_value(), !model.emplace(id, step).second);
             } else if (model.count(id) != 0 && random() % 3 == 0) {
                 table.assign(id, step);
                 model[id] = step;
