@@ -28,6 +28,7 @@
 #include "kernels/x86/cpu.h"
 #include "kernels/x86/elementwise.h"
 #include "kernels/x86/matrix_mul.h"
+#include "kernels/x86/reduce.h"
 #endif
 
 namespace kern {

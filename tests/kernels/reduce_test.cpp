@@ -119,20 +119,29 @@ TEST(Reduce, LongSumsKeepTheirOrderOfAdditions) {
     }
 }
 
-TEST(Reduce, NormOfARowDoesNotDependOnTheOthers) {
-    constexpr size_t ROWS = 75, DIM = 131;
+// So the norm of a row does not depend on the rows beside it.
+TEST(Reduce, NormsAreSumsFromLeftToRight) {
     std::mt19937 random(6);
-    Tensor src({ROWS, DIM}, DType::Float32());
-    src.fill_uniform(random, -1, 1);
-    const Tensor all({ROWS, 1}, DType::Float32());
-    run(FALLBACK, ReduceMode::SUM_SQR, ReduceDataType::DEFAULT, src, all);
-    for (size_t row = 0; row < ROWS; ++row) {
-        Tensor one({1, DIM}, DType::Float32());
-        for (size_t i = 0; i < DIM; ++i)
-            one.set(i, src.get(row * DIM + i));
-        const Tensor norm({1, 1}, DType::Float32());
-        run(FALLBACK, ReduceMode::SUM_SQR, ReduceDataType::DEFAULT, one, norm);
-        ASSERT_EQ(norm.at<float>(0), all.at<float>(row));
+    for (size_t rows : Sizes{1, 7, 8, 9, 16, 75}) {
+        for (size_t length : Sizes{1, 7, 8, 131, 5001}) {
+            Tensor src({rows, length}, DType::Float32());
+            src.fill_uniform(random, -1, 1);
+            for (kern::HandleLevel level : LEVELS) {
+                if (level == NAIVE)
+                    continue;
+                const Tensor norms({rows, 1}, DType::Float32());
+                run(level, ReduceMode::SUM_SQR, ReduceDataType::DEFAULT, src, norms);
+                for (size_t row = 0; row < rows; ++row) {
+                    std::vector<float> squares;
+                    for (size_t i = 0; i < length; ++i) {
+                        const float x = src.at<float>(row * length + i);
+                        squares.push_back(x * x);
+                    }
+                    ASSERT_EQ(norms.at<float>(row), halved_sum(squares, 0, length, 4096))
+                        << level_name(level) << " " << src.layout().to_string() << " row " << row;
+                }
+            }
+        }
     }
 }
 

@@ -58,12 +58,17 @@ static constexpr size_t int8_workspace(size_t a_count, size_t depth) {
 using SubtractRow = void (*)(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride,
                              void* out, size_t count);
 
+// The sum of the squares of each of `row_count` rows of `length` floats, from left to right.
+using SumSquares = void (*)(const float* first, size_t row_step, size_t row_count, size_t length,
+                            float* results);
+
 struct KernelTable {
     const char* name;
     void (*float_product)(const Product& product);
     void (*int8_product)(const Product& product);
     SubtractRow subtract_float;
     SubtractRow subtract_int32;
+    SumSquares sum_squares;
 };
 
 // Stops the process on NONE.
@@ -76,6 +81,8 @@ void subtract_float(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t 
                     size_t count);
 void subtract_int32(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride, void* out,
                     size_t count);
+void sum_squares(const float* first, size_t row_step, size_t row_count, size_t length,
+                 float* results);
 }  // namespace avx2
 
 namespace avx512 {
