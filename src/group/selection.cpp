@@ -60,6 +60,16 @@ void select_rows(const Raw* row, size_t columns, size_t first, const KeptRows& k
         select_row(row, columns, first, query, kept, heaps[query]);
 }
 
+// The answers about a run of rows, that about the last one in the lowest bit. As little as can be
+// done beside the calls: the variables stay in registers across them.
+uint64_t ask_about(const uint8_t* tag, const uint8_t* end, size_t tag_bytes,
+                   VEKTagPredicate predicate, void* context) {
+    uint64_t answers = 0;
+    for (; tag != end; tag += tag_bytes)
+        answers = 2 * answers + (predicate(context, tag) > 0);
+    return answers;
+}
+
 }  // namespace
 
 KeptRows::KeptRows(size_t nr_query, size_t rows) : m_rows(rows) {
@@ -70,12 +80,13 @@ void KeptRows::ask(VEKTagPredicate predicate, void* const* contexts, const uint8
                    size_t tag_bytes) {
     const size_t nr_query = m_words.size() / words_of_query();
     for (size_t query = 0; query < nr_query; ++query) {
-        const uint8_t* tag = tags;
+        uint64_t* word = &m_words[query * words_of_query()];
         for (size_t first = 0; first < m_rows; first += BITS) {
-            uint64_t word = 0;
-            for (size_t bit = 0; bit < std::min(BITS, m_rows - first); ++bit, tag += tag_bytes)
-                word |= static_cast<uint64_t>(predicate(contexts[query], tag) > 0) << bit;
-            m_words[query * words_of_query() + first / BITS] = word;
+            const size_t nr = std::min(BITS, m_rows - first);
+            const uint8_t* begin = tags + first * tag_bytes;
+            const uint64_t answers =
+                ask_about(begin, begin + nr * tag_bytes, tag_bytes, predicate, contexts[query]);
+            *word++ = answers << (BITS - nr);
         }
     }
 }

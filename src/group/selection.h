@@ -27,11 +27,11 @@ public:
     bool keeps(size_t query, size_t slot) const {
         if (m_words.empty())
             return true;
-        return (m_words[query * words_of_query() + slot / BITS] >> slot % BITS & 1) != 0;
+        return (m_words[query * words_of_query() + slot / BITS] << slot % BITS >> (BITS - 1)) != 0;
     }
 
 private:
-    static constexpr size_t BITS = 64;
+    static constexpr size_t BITS = 64;  // of a word, whose highest is the first row's
     size_t words_of_query() const { return m_rows / BITS + 1; }
 
     size_t m_rows = 0;
