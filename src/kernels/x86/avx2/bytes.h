@@ -15,8 +15,6 @@ using Vec = __m256i;
 // Elements of a line that fill a vector once prepared: as 16-bit integers, since the instruction
 // for bytes would saturate and the one for those is exact.
 constexpr size_t CHUNK = 16;
-// Lines of A in a tile of operands as they lie.
-constexpr size_t RAW_GROUP = 2;
 constexpr int32_t OFFSET = 0;
 
 inline Vec zero() {
@@ -38,13 +36,39 @@ inline Vec multiply_add(Vec a, Vec b, Vec sum) {
     return _mm256_add_epi32(sum, _mm256_madd_epi16(a, b));
 }
 
-// A chunk of a line as `multiply_add` wants it.
+inline Vec widen(__m128i elements) {
+    return _mm256_cvtepi8_epi16(elements);
+}
+// The first `count` elements, fewer than a chunk, and zeros behind them.
+inline __m128i load_first(const int8_t* source, size_t count) {
+    __m128i elements = _mm_setzero_si128();
+    __builtin_memcpy(&elements, source, count);
+    return elements;
+}
+
+// A chunk of a line as `multiply_add` wants it, or the first `count` elements of one.
 inline Vec prepare_a(const int8_t* source) {
-    return _mm256_cvtepi8_epi16(
-        _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(source))));
+    return widen(_mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(source))));
+}
+inline Vec prepare_a(const int8_t* source, size_t count) {
+    return widen(load_first(source, count));
 }
 inline Vec prepare_b(const int8_t* source) {
     return prepare_a(source);
+}
+inline Vec prepare_b(const int8_t* source, size_t count) {
+    return prepare_a(source, count);
+}
+// Half a chunk of a line of B in both halves of a vector.
+inline Vec repeat_half(__m128i elements) {
+    return _mm256_broadcastsi128_si256(_mm_cvtepi8_epi16(elements));
+}
+inline Vec repeat_half(const int8_t* source) {
+    return repeat_half(
+        _mm_loadl_epi64(static_cast<const __m128i*>(static_cast<const void*>(source))));
+}
+inline Vec repeat_half(const int8_t* source, size_t count) {
+    return repeat_half(load_first(source, count));
 }
 
 // Lane j of vector i becomes lane i of vector j.
@@ -76,14 +100,23 @@ inline void transpose(Vec (&v)[8]) {
 inline Vec add(Vec a, Vec b) {
     return _mm256_add_epi32(a, b);
 }
+// Lane n of each half is the sum of the lanes in that half of vector n.
+inline Vec sum_each_half(Vec v0, Vec v1, Vec v2, Vec v3) {
+    return _mm256_hadd_epi32(_mm256_hadd_epi32(v0, v1), _mm256_hadd_epi32(v2, v3));
+}
 // Lane i is the sum of the lanes of vector i.
 inline Vec sum_lanes(const Vec (&v)[8]) {
-    const auto quads = [](Vec a, Vec b, Vec c, Vec d) {
-        return _mm256_hadd_epi32(_mm256_hadd_epi32(a, b), _mm256_hadd_epi32(c, d));
-    };
-    const Vec first = quads(v[0], v[1], v[2], v[3]), second = quads(v[4], v[5], v[6], v[7]);
+    const Vec first = sum_each_half(v[0], v[1], v[2], v[3]);
+    const Vec second = sum_each_half(v[4], v[5], v[6], v[7]);
     return add(_mm256_permute2x128_si256(first, second, 0x20),
                _mm256_permute2x128_si256(first, second, 0x31));
+}
+
+// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i.
+inline void sum_halves(const Vec (&sums)[2][4], int32_t* results) {
+#pragma GCC unroll 2
+    for (size_t i = 0; i < 2; ++i)
+        store(results + 8 * i, sum_each_half(sums[i][0], sums[i][1], sums[i][2], sums[i][3]));
 }
 
 }  // namespace

@@ -14,8 +14,6 @@ using Vec = __m512i;
 
 // Elements of a line that fill a vector once prepared.
 constexpr size_t CHUNK = 64;
-// Lines of A in a tile of operands as they lie.
-constexpr size_t RAW_GROUP = 4;
 
 // The instruction takes one operand as unsigned. Elements of B are moved up by 128, and every sum
 // begins at -128 times the sum of the line of A.
@@ -42,12 +40,34 @@ inline Vec multiply_add(Vec a, Vec b, Vec sum) {
     return sum;
 }
 
-// A chunk of a line as `multiply_add` wants it.
+// The first `count` elements, fewer than a chunk, and zeros behind them.
+inline Vec load_first(const int8_t* source, size_t count) {
+    return _mm512_maskz_loadu_epi8((uint64_t{1} << count) - 1, source);
+}
+
+// A chunk of a line as `multiply_add` wants it, or the first `count` elements of one.
 inline Vec prepare_a(const int8_t* source) {
     return load(source);
 }
+inline Vec prepare_a(const int8_t* source, size_t count) {
+    return load_first(source, count);
+}
+inline Vec move_up(Vec b) {
+    return _mm512_xor_si512(b, _mm512_set1_epi8(-128));
+}
 inline Vec prepare_b(const int8_t* source) {
-    return _mm512_xor_si512(load(source), _mm512_set1_epi8(-128));
+    return move_up(load(source));
+}
+inline Vec prepare_b(const int8_t* source, size_t count) {
+    return move_up(load_first(source, count));
+}
+// Half a chunk of a line of B in both halves of a vector.
+inline Vec repeat_half(const int8_t* source) {
+    const auto* half = static_cast<const __m256i*>(static_cast<const void*>(source));
+    return move_up(_mm512_broadcast_i64x4(_mm256_loadu_si256(half)));
+}
+inline Vec repeat_half(const int8_t* source, size_t count) {
+    return move_up(_mm512_broadcast_i64x4(_mm512_castsi512_si256(load_first(source, count))));
 }
 
 // Lane j of vector i becomes lane i of vector j.
@@ -105,6 +125,19 @@ inline Vec sum_lanes(const Vec (&sums)[16]) {
     for (size_t i = 0; i < 2; ++i)
         v[i] = add(_mm512_unpacklo_epi32(v[i], v[i + 2]), _mm512_unpackhi_epi32(v[i], v[i + 2]));
     return add(_mm512_unpacklo_epi64(v[0], v[1]), _mm512_unpackhi_epi64(v[0], v[1]));
+}
+
+// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i.
+inline void sum_halves(const Vec (&sums)[2][4], int32_t* results) {
+    Vec v[4];  // quarter 2 i + h: of half h of pair i
+#pragma GCC unroll 4
+    for (size_t n = 0; n < 4; ++n)
+        v[n] = add(_mm512_shuffle_i32x4(sums[0][n], sums[1][n], 0x88),
+                   _mm512_shuffle_i32x4(sums[0][n], sums[1][n], 0xdd));
+#pragma GCC unroll 2
+    for (size_t n = 0; n < 4; n += 2)
+        v[n] = add(_mm512_unpacklo_epi32(v[n], v[n + 1]), _mm512_unpackhi_epi32(v[n], v[n + 1]));
+    store(results, add(_mm512_unpacklo_epi64(v[0], v[2]), _mm512_unpackhi_epi64(v[0], v[2])));
 }
 
 }  // namespace
