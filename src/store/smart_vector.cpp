@@ -5,7 +5,6 @@
 #include <type_traits>
 #include <utility>
 
-#include "store/adopted_memory.h"
 #include "store/error.h"
 
 namespace vek {
@@ -52,7 +51,7 @@ template <typename T>
 typename SmartVector<T>::Growth SmartVector<T>::grown(size_t elements) const {
     if (elements <= m_data.capacity())
         return std::nullopt;
-    std::vector<T> data;
+    std::vector<T, LargeAllocator<T>> data;
     data.reserve(elements);
     data.assign(m_data.begin(), m_data.end());
     return data;

@@ -7,6 +7,8 @@
 #include <optional>
 #include <vector>
 
+#include "store/adopted_memory.h"
+
 namespace vek {
 
 // Exists for uint64_t (ids) and uint8_t (tags). Failures are `Error`s, lack of memory is
@@ -16,7 +18,7 @@ class SmartVector {
 public:
     // A larger buffer with the present contents, made ahead of a change; nothing when the present
     // one will do.
-    using Growth = std::optional<std::vector<T>>;
+    using Growth = std::optional<std::vector<T, LargeAllocator<T>>>;
 
     // Once, before anything else.
     void init(size_t record_len);
@@ -48,7 +50,7 @@ private:
     size_t m_record_len = 0;
     size_t m_size = 0;
     bool m_initialized = false;
-    std::vector<T> m_data;
+    std::vector<T, LargeAllocator<T>> m_data;
 };
 
 extern template class SmartVector<uint64_t>;
