@@ -112,7 +112,7 @@ void IdTable::shrink() noexcept {
 
 void IdTable::prefetch(uint64_t id) const {
     if (!m_buckets.empty())
-        __builtin_prefetch(&m_buckets[home(id)]);
+        __builtin_prefetch(&m_buckets[home(id)], 1);
 }
 
 }  // namespace vek

@@ -25,7 +25,7 @@ void write_unaligned(void* array, size_t index, T value) {
 // an id that comes later, to ask for its memory.
 template <typename Fetch, typename Use>
 void for_each_id(const void* ids, size_t nr, const Fetch& fetch, const Use& use) {
-    constexpr size_t AHEAD = 16;
+    constexpr size_t AHEAD = 32;
     for (size_t i = 0; i < nr; ++i) {
         if (i + AHEAD < nr)
             fetch(read_unaligned<uint64_t>(ids, i + AHEAD));
