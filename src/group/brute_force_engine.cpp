@@ -162,31 +162,24 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
         return;
     if (nr > GroupRows::MAX_ROWS)
         throw std::length_error("rows of a group");
-    // All that can fail comes before the first change that lasts.
+    // All that can fail comes before the first change that lasts. Room for the norms is first: a
+    // number out of all proportion is found out before so many ids are read.
+    const Buffer sqrs(new uint8_t[size_product(nr, m_rows.sqrs().row_bytes())]);
     const bool replace = options && options->replace_existing != 0;
-    IdClaim claim = m_rows.claim(ids, nr, replace ? count_held(ids, nr) : 0);
+    IdClaim claim = m_rows.claim(ids, nr);
     enter_ids(claim, replace);
     const bool encrypted = options && options->encrypted != 0;
     const Buffer plain = decrypted(features, nr, encrypted);
     const uint8_t* rows = plain ? plain.get() : features;
-    const Buffer sqrs = compute_sqrs(rows, nr);
+    compute_sqrs(rows, nr, sqrs.get());
     m_rows.commit(m_rows.prepare_append(claim.rows_to_be()));
     m_rows.append(claim, rows, sqrs.get(), tags);
-}
-
-// Ids given twice count twice.
-size_t BruteForceEngine::count_held(const uint64_t* ids, size_t nr) const {
-    size_t count = 0;
-    for_each_id(
-        ids, nr, [&](uint64_t id) { m_rows.prefetch(id); },
-        [&](uint64_t id, size_t) { count += m_rows.holds(id); });
-    return count;
 }
 
 // That an id is held is told after all of the call have been looked at.
 void BruteForceEngine::enter_ids(IdClaim& claim, bool replace) const {
     for_each_id(
-        claim.ids(), claim.nr(), [&](uint64_t id) { m_rows.prefetch(id); },
+        claim.ids(), claim.nr(), [&](uint64_t id) { claim.prefetch(id); },
         [&](uint64_t id, size_t i) {
             if (id == IdTable::RESERVED_ID)
                 throw Error(VEK_INVALID_ID, "invalid id", m_functions.insert.c_str());
@@ -197,14 +190,12 @@ void BruteForceEngine::enter_ids(IdClaim& claim, bool replace) const {
         throw Error(VEK_DUPLICATED_ID, "id already exists", m_functions.insert.c_str());
 }
 
-BruteForceEngine::Buffer BruteForceEngine::compute_sqrs(const uint8_t* features, size_t nr) {
+void BruteForceEngine::compute_sqrs(const uint8_t* features, size_t nr, uint8_t* sqrs) {
     const size_t norm_bytes = m_rows.sqrs().row_bytes();
-    Buffer sqrs(new uint8_t[size_product(nr, norm_bytes)]);
     const auto keep = [&](size_t first, const orb::HostTensorND& norms) {
         std::copy_n(norms.raw_ptr(), norms.shape(0) * norm_bytes, &sqrs[first * norm_bytes]);
     };
     with_enough_memory([&] { m_graphs.compute_sqrs(features, nr, keep); });
-    return sqrs;
 }
 
 void BruteForceEngine::erase(const uint64_t* ids, size_t nr) {

@@ -64,11 +64,11 @@ private:
     template <typename Use>
     void with_enough_memory(const Use& use);
     void compare_all(const uint8_t* queries, size_t nr_query, const CompareGraphs::ScoreSink& sink);
-    size_t count_held(const uint64_t* ids, size_t nr) const;
     void enter_ids(IdClaim& claim, bool replace) const;
     void check_erase_ids(const uint64_t* ids, size_t nr) const;
     Buffer decrypted(const uint8_t* features, size_t nr, bool encrypted) const;
-    Buffer compute_sqrs(const uint8_t* features, size_t nr);
+    // A norm for each row.
+    void compute_sqrs(const uint8_t* features, size_t nr, uint8_t* sqrs);
 
     EngineFunctions m_functions;
     size_t m_feature_bytes;

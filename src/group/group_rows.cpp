@@ -33,10 +33,6 @@ void GroupRows::reserve(size_t rows) {
     commit(std::move(growth));
 }
 
-IdClaim GroupRows::claim(const void* ids, size_t nr, size_t nr_held) {
-    return {m_index, m_ids.data(), size(), ids, nr, nr_held};
-}
-
 GroupRows::Growth GroupRows::prepare_append(size_t rows) {
     Growth growth = prepare_stores(rows);
     growth.ids = m_ids.prepare_doubling(rows);

@@ -12,8 +12,9 @@
 
 namespace vek {
 
-// Between operations: all stores and the index have the same size, and the slot of the id in slot s
-// is s. Lack of memory is std::bad_alloc or std::length_error and leaves everything as it was.
+// Between operations, and while no claim lives: all stores and the index have the same size, and
+// the slot of the id in slot s is s. Lack of memory is std::bad_alloc or std::length_error and
+// leaves everything as it was.
 class GroupRows final {
 public:
     static constexpr size_t MAX_ROWS = UINT32_MAX;  // slots have 32 bits
@@ -38,8 +39,8 @@ public:
 
     // Room for that many rows in all, without slack in the host stores.
     void reserve(size_t rows);
-    // A place in the index for the ids of an insert, of which the group holds `nr_held`.
-    IdClaim claim(const void* ids, size_t nr, size_t nr_held);
+    // To enter the ids of an insert in the index. As long as it lives they seem to be held.
+    IdClaim claim(const void* ids, size_t nr) { return {m_index, m_ids, ids, nr}; }
     // Room in the stores for that many rows in all, in two halves. The first alone can fail;
     // nothing may come between them.
     Growth prepare_append(size_t rows);

@@ -1,6 +1,5 @@
 #include "group/id_claim.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "group/unaligned.h"
@@ -8,25 +7,14 @@
 
 namespace vek {
 
-IdClaim::IdClaim(IdTable& index, const uint64_t* row_ids, size_t nr_rows, const void* ids,
-                 size_t nr, size_t nr_held)
-    : m_index(index),
-      m_row_ids(row_ids),
-      m_nr_rows(nr_rows),
-      m_ids(ids),
-      m_nr(nr),
-      m_first_slot(nr_rows - std::min(nr_rows, nr_held)) {  // more, when ids are given twice
-    if (auto grown = m_index.grown(size_sum(m_first_slot, m_nr)))
-        m_before = std::exchange(m_index, std::move(*grown));
-}
+IdClaim::IdClaim(IdTable& index, const SmartVector<uint64_t>& row_ids, const void* ids, size_t nr)
+    : m_index(index), m_row_ids(row_ids), m_nr_rows(row_ids.size()), m_ids(ids), m_nr(nr) {}
 
 IdClaim::~IdClaim() {
     if (m_kept)
         return;
-    if (m_before) {
+    if (m_before)
         m_index = std::move(*m_before);
-        return;
-    }
     for_each_id(
         m_ids, m_nr_seen, [&](uint64_t id) { m_index.prefetch(id); },
         [&](uint64_t id, size_t) {
@@ -37,24 +25,46 @@ IdClaim::~IdClaim() {
 }
 
 bool IdClaim::row_holds(uint64_t id, uint32_t slot) const {
-    return slot < m_nr_rows && m_row_ids[slot] == id;
+    return slot < m_nr_rows && m_row_ids.data()[slot] == id;
+}
+
+// Once, and only when an id that is new does not fit: a call that is refused costs as little as may
+// be.
+void IdClaim::make_room(size_t entries) {
+    if (auto grown = m_index.grown(entries))
+        m_before = std::exchange(m_index, std::move(*grown));
 }
 
 bool IdClaim::enter(uint64_t id, size_t place) {
-    const std::optional<uint32_t> slot = m_index.insert(id, slot_of(place));
+    if (m_index.full() && !m_index.find(id))
+        make_room(size_sum(m_index.size(), m_nr - place));
+    // Behind all rows, so that no row seems to hold it.
+    const auto slot = m_index.insert(id, static_cast<uint32_t>(m_nr_rows + place));
     m_nr_seen = place + 1;
     if (!slot)
         return true;
-    if (!row_holds(id, *slot) || m_held_places.insert(id, static_cast<uint32_t>(place)))
+    if (!row_holds(id, *slot) || m_held_set.insert(id, 0))
         return false;
     m_held.push_back(id);
     return true;
 }
 
+void IdClaim::prefetch(uint64_t id) const {
+    m_index.prefetch(id);
+    m_held_set.prefetch(id);
+}
+
 void IdClaim::keep() noexcept {
-    for (uint64_t id : m_held)
-        m_index.insert(id, slot_of(*m_held_places.find(id)));
     m_kept = true;
+    if (m_held.empty())
+        return;
+    // The rows before have moved up.
+    const size_t first_slot = m_nr_rows - m_held.size();
+    for_each_id(
+        m_ids, m_nr, [&](uint64_t id) { m_index.prefetch(id); },
+        [&](uint64_t id, size_t place) {
+            m_index.put(id, static_cast<uint32_t>(first_slot + place));
+        });
 }
 
 }  // namespace vek

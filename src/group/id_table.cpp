@@ -45,7 +45,11 @@ const uint32_t* IdTable::find(uint64_t id) const {
 }
 
 std::optional<uint32_t> IdTable::insert(uint64_t id, uint32_t slot) {
-    reserve(m_size + 1);
+    if (full()) {
+        if (const uint32_t* held = find(id))
+            return *held;
+        reserve(m_size + 1);
+    }
     Bucket& bucket = m_buckets[locate(id)];
     if (bucket.id == id)
         return bucket.slot;
@@ -56,6 +60,11 @@ std::optional<uint32_t> IdTable::insert(uint64_t id, uint32_t slot) {
 
 void IdTable::assign(uint64_t id, uint32_t slot) {
     m_buckets[locate(id)].slot = slot;
+}
+
+void IdTable::put(uint64_t id, uint32_t slot) {
+    if (insert(id, slot))
+        assign(id, slot);
 }
 
 void IdTable::erase(uint64_t id) {

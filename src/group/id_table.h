@@ -19,6 +19,8 @@ public:
     static constexpr uint64_t RESERVED_ID = ~uint64_t{0};
 
     size_t size() const { return m_size; }
+    // Whether it has to grow for one more.
+    bool full() const { return m_size >= room_in(m_buckets.size()); }
     // The slot of an id, null for an id that is not held. Valid until the next change.
     const uint32_t* find(uint64_t id) const;
     // Adds an id, or returns the slot of one that is held already. The table grows as needed:
@@ -26,6 +28,8 @@ public:
     std::optional<uint32_t> insert(uint64_t id, uint32_t slot);
     // Sets the slot of an id that is held.
     void assign(uint64_t id, uint32_t slot);
+    // Either of the two.
+    void put(uint64_t id, uint32_t slot);
     void erase(uint64_t id);
     void clear() noexcept;
 

@@ -51,7 +51,7 @@ template <typename T>
 typename SmartVector<T>::Growth SmartVector<T>::grown(size_t elements) const {
     if (elements <= m_data.capacity())
         return std::nullopt;
-    std::vector<T, LargeAllocator<T>> data;
+    Buffer data;
     data.reserve(elements);
     data.assign(m_data.begin(), m_data.end());
     return data;

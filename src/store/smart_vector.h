@@ -16,9 +16,10 @@ namespace vek {
 template <typename T>
 class SmartVector {
 public:
+    using Buffer = std::vector<T, LargeAllocator<T>>;
     // A larger buffer with the present contents, made ahead of a change; nothing when the present
     // one will do.
-    using Growth = std::optional<std::vector<T, LargeAllocator<T>>>;
+    using Growth = std::optional<Buffer>;
 
     // Once, before anything else.
     void init(size_t record_len);
@@ -50,7 +51,7 @@ private:
     size_t m_record_len = 0;
     size_t m_size = 0;
     bool m_initialized = false;
-    std::vector<T, LargeAllocator<T>> m_data;
+    Buffer m_data;
 };
 
 extern template class SmartVector<uint64_t>;

@@ -231,6 +231,30 @@ TEST_F(MemoryInUse, AFailedSearchReturnsItsMemory) {
     }
 }
 
+// Nor does an insert that is refused for its last id, when the index would have had to grow.
+TEST_F(MemoryInUse, ARefusedInsertReturnsItsMemory) {
+    const Group group(1, TAG_BYTES);
+    insert_rows(group);
+    std::vector<uint64_t> ids = running_ids(2 * ROWS, ROWS);
+    ids.back() = ids.front();
+    const size_t before = bytes_in_use();
+    EXPECT_EQ(
+        group.insert(ids, small_integers(2 * ROWS, 1), std::vector<uint8_t>(2 * ROWS * TAG_BYTES)),
+        VEK_DUPLICATED_ID);
+    EXPECT_LE(bytes_in_use(), before + 16384);
+}
+
+// A call that is refused for an id that is held asks for no memory in proportion to the rows, also
+// when the index is full.
+TEST(Memory, OfAnInsertOfHeldIdsIsInProportionToTheIds) {
+    constexpr size_t FULL = 52428;  // four fifths of 65,536 buckets
+    const Group group(1);
+    ASSERT_EQ(group.insert(running_ids(FULL), small_integers(FULL, 1)), VEK_OK);
+    const Watch watch(1);
+    EXPECT_EQ(group.insert({7}, {0}), VEK_DUPLICATED_ID);
+    EXPECT_LT(watch.largest(), 4096u);
+}
+
 TEST_F(MemoryInUse, AtRestIsTheFeaturesAndLittleMore) {
     constexpr size_t MANY = 200000;
     constexpr size_t WIDTH = 128;

@@ -117,6 +117,8 @@ TEST_F(Status, OfInserts) {
         {{3, 20, RESERVED}, 0, false, VEK_INVALID_ID},
         {{3, RESERVED, 20}, 1, false, VEK_INVALID_ID},
         {{3, 5, 3}, 1, false, VEK_DUPLICATED_ID},
+        {{3, 3, 3, 3, 3, 3}, 1, false, VEK_DUPLICATED_ID},  // more often than there are rows
+        {{20, 3, 3}, 0, false, VEK_DUPLICATED_ID},
     };
     const Found before = contents();
     for (const auto& c : cases) {

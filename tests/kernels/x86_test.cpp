@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "kernels/x86/matrix_mul.h"
+#include "kernels/x86/reduce.h"
 #include "tests/kernels/matrix_mul_test_util.h"
 
 namespace kern_test {
@@ -71,6 +72,8 @@ TEST_P(X86, TheForcedSetRuns) {
     const auto* impl = dynamic_cast<kern::x86::MatrixMulImpl*>(op.get());
     ASSERT_NE(impl, nullptr);
     EXPECT_STREQ(impl->kernels().name, GetParam() == X86_AVX2 ? "avx2" : "avx512");
+    EXPECT_NE(dynamic_cast<kern::x86::ReduceImpl*>(handle->create_operator<kern::Reduce>().get()),
+              nullptr);
     EXPECT_DEATH(kern::x86::force_instruction_set(InstructionSet::NONE), "");
 }
 

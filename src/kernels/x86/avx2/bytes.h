@@ -17,9 +17,6 @@ using Vec = __m256i;
 constexpr size_t CHUNK = 16;
 constexpr int32_t OFFSET = 0;
 
-inline Vec zero() {
-    return _mm256_setzero_si256();
-}
 inline Vec load(const void* source) {
     return _mm256_loadu_si256(static_cast<const Vec*>(source));
 }

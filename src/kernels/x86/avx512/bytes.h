@@ -19,9 +19,6 @@ constexpr size_t CHUNK = 64;
 // begins at -128 times the sum of the line of A.
 constexpr int32_t OFFSET = 128;
 
-inline Vec zero() {
-    return _mm512_setzero_si512();
-}
 inline Vec load(const void* source) {
     return _mm512_loadu_si512(source);
 }
