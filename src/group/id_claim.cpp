@@ -1,5 +1,6 @@
 #include "group/id_claim.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "group/unaligned.h"
@@ -43,7 +44,11 @@ bool IdClaim::enter(uint64_t id, size_t place) {
     m_nr_seen = place + 1;
     if (!slot)
         return true;
-    if (!row_holds(id, *slot) || m_held_set.insert(id, 0))
+    if (!row_holds(id, *slot))
+        return false;
+    if (m_held.empty())
+        m_held_set.reserve(std::min(m_nr - place, m_nr_rows));
+    if (m_held_set.insert(id, 0))
         return false;
     m_held.push_back(id);
     return true;
