@@ -61,9 +61,9 @@ void select_rows(const Raw* row, size_t columns, size_t first, const KeptRows& k
 }
 
 // The answers about a run of rows, that about the last one in the lowest bit. As little as can be
-// done beside the calls: the variables stay in registers across them.
-uint64_t ask_about(const uint8_t* tag, const uint8_t* end, size_t tag_bytes,
-                   VEKTagPredicate predicate, void* context) {
+// done beside the calls; by itself, so that all variables stay in registers across them.
+[[gnu::noinline]] uint64_t ask_about(const uint8_t* tag, const uint8_t* end, size_t tag_bytes,
+                                     VEKTagPredicate predicate, void* context) {
     uint64_t answers = 0;
     for (; tag != end; tag += tag_bytes)
         answers = 2 * answers + (predicate(context, tag) > 0);
