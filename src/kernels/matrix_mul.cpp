@@ -42,6 +42,17 @@ DTypeEnum MatrixMul::deduce_dtype(MatrixMulDataType data_type, DTypeEnum operand
     KERN_FAIL();
 }
 
+void MatrixMul::exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
+                            const std::vector<FollowUp>& operations, const Workspace& workspace) {
+    KERN_CHECK(operations.empty());
+    exec(a, b, c, workspace);
+}
+
+size_t MatrixMul::nr_foldable(const TensorLayout&, const TensorLayout&,
+                              const std::vector<FollowUp>&) const {
+    return 0;
+}
+
 void MatrixMul::check_exec(const TensorLayout& a, const TensorLayout& b, const TensorLayout& c,
                            size_t workspace_size) {
     KERN_CHECK(a.ndim == 2 && b.ndim == 2 && c.ndim == 2);

@@ -112,6 +112,89 @@ TEST_P(X86, IntegerProductsAreExactAndWrap) {
     }
 }
 
+// Runs the product with the subtractions folded, and by itself with these after it.
+template <typename T>
+void expect_folded_bits(kern::HandleLevel level, const Problem& problem, MatrixMulDataType type,
+                        const Tensor& a, const Tensor& b, const Tensor* rows,
+                        const Tensor* columns) {
+    const DType dtype = rows ? rows->layout().dtype : columns->layout().dtype;
+    const Tensor wanted(problem.c(dtype)), c(problem.c(dtype));
+    run(level, problem, type, a, b, wanted);
+    // Differences of integers wrap.
+    using Word = std::conditional_t<std::is_same_v<T, float>, float, uint32_t>;
+    for (size_t i = 0; i < problem.rows * problem.columns; ++i) {
+        Word value = static_cast<Word>(wanted.at<T>(i));
+        if (rows)
+            value = value - static_cast<Word>(rows->at<T>(i / problem.columns));
+        if (columns)
+            value = value - static_cast<Word>(columns->at<T>(i % problem.columns));
+        wanted.at<T>(i) = static_cast<T>(value);
+    }
+
+    const auto handle = make_handle(level);
+    const auto op = handle->create_operator<kern::MatrixMul>();
+    op->param() = {problem.transpose_a, problem.transpose_b, type};
+    std::vector<kern::MatrixMul::FollowUp> operations;
+    for (const Tensor* operand : {rows, columns})
+        if (operand)
+            operations.push_back({kern::ElementwiseMode::SUB, operand->raw()});
+    ASSERT_EQ(op->nr_foldable(a.layout(), c.layout(), operations), operations.size());
+    const size_t bytes = op->workspace_in_bytes(a.layout(), b.layout(), c.layout());
+    const GuardedBuffer workspace(bytes);
+    op->exec_folded(a.raw(), b.raw(), c.raw(), operations, {workspace.data(), bytes});
+    ASSERT_EQ(c.bytes(), wanted.bytes()) << problem.text();
+}
+
+TEST_P(X86, FoldedSubtractionsHaveTheBitsOfLaterOnes) {
+    std::mt19937 random(3);
+    const auto all = problems();
+    for (size_t i = 0; i < all.size(); ++i) {
+        const Problem& problem = all[i];
+        const bool with_rows = i % 3 != 0, with_columns = i % 3 != 1;
+        const TensorShape of_rows{problem.rows, 1}, of_columns{1, problem.columns};
+        Tensor a(problem.a(DType::Float32())), b(problem.b(DType::Float32()));
+        Tensor rows(of_rows, DType::Float32()), columns(of_columns, DType::Float32());
+        for (Tensor* tensor : {&a, &b, &rows, &columns})
+            tensor->fill_uniform(random, -1, 1);
+        expect_folded_bits<float>(GetParam(), problem, MatrixMulDataType::DEFAULT, a, b,
+                                  with_rows ? &rows : nullptr, with_columns ? &columns : nullptr);
+
+        Tensor a8(problem.a(DType::Int8())), b8(problem.b(DType::Int8()));
+        Tensor rows32(of_rows, DType::Int32()), columns32(of_columns, DType::Int32());
+        for (Tensor* tensor : {&a8, &b8})
+            tensor->fill_integers(random, -128, 127);
+        for (Tensor* tensor : {&rows32, &columns32})
+            tensor->fill_integers(random, INT32_MIN, INT32_MAX);
+        expect_folded_bits<int32_t>(GetParam(), problem, MatrixMulDataType::INT8_TO_INT32, a8, b8,
+                                    with_rows ? &rows32 : nullptr,
+                                    with_columns ? &columns32 : nullptr);
+    }
+}
+
+TEST_P(X86, FoldsOnlySubtractionsOfRowsThenColumns) {
+    const auto handle = make_handle(GetParam());
+    const auto op = handle->create_operator<kern::MatrixMul>();
+    const TensorLayout a({4, 8}, DType::Float32()), c({4, 6}, DType::Float32());
+    const auto nr_foldable = [&](const std::vector<TensorLayout>& operands,
+                                 kern::ElementwiseMode mode = kern::ElementwiseMode::SUB) {
+        std::vector<kern::MatrixMul::FollowUp> operations;
+        for (const TensorLayout& layout : operands)
+            operations.push_back({mode, {nullptr, layout}});
+        return op->nr_foldable(a, c, operations);
+    };
+    const TensorLayout rows({4, 1}, DType::Float32()), columns({1, 6}, DType::Float32());
+    EXPECT_EQ(nr_foldable({rows, columns, rows}), 2u);
+    EXPECT_EQ(nr_foldable({columns, rows}), 1u);
+    EXPECT_EQ(nr_foldable({rows, rows}), 1u);
+    EXPECT_EQ(nr_foldable({rows}, kern::ElementwiseMode::ADD), 0u);
+    EXPECT_EQ(nr_foldable({TensorLayout({4, 1}, DType::Int32())}), 0u);
+    EXPECT_EQ(nr_foldable({strided({4, 1}, {2, 1}, DType::Float32())}), 0u);
+    EXPECT_EQ(nr_foldable({strided({1, 6}, {0, 0}, DType::Float32())}), 0u);
+    EXPECT_EQ(nr_foldable({TensorLayout({4, 6}, DType::Float32())}), 0u);
+    op->param().data_type = MatrixMulDataType::FLOAT_IO16_CO32;  // another level's product
+    EXPECT_EQ(nr_foldable({rows}), 0u);
+}
+
 TEST_P(X86, NoNumberStaysInItsOwnLine) {
     constexpr float NO_NUMBER = std::numeric_limits<float>::quiet_NaN();
     constexpr float INFINITE = std::numeric_limits<float>::infinity();

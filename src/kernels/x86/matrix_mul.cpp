@@ -40,12 +40,36 @@ WorkspaceBundle parts(const MatrixMul::Param& param, size_t a_count, size_t b_co
             ALIGNMENT};
 }
 
+// The operations that are folded: at most one of each kind.
+struct Folded {
+    const void* row_terms = nullptr;
+    const void* column_terms = nullptr;
+    size_t count = 0;
+
+    Folded(const TensorLayout& c, const std::vector<MatrixMul::FollowUp>& operations) {
+        const auto take = [&](const TensorShape& shape, size_t axis) -> const void* {
+            if (count == operations.size() || operations[count].mode != ElementwiseMode::SUB)
+                return nullptr;
+            const RawTensor& operand = operations[count].operand;
+            const TensorLayout& layout = operand.layout;
+            if (layout.dtype != c.dtype || !layout.same_shape(shape) ||
+                (layout.stride[axis] != 1 && layout.shape[axis] != 1))
+                return nullptr;
+            ++count;
+            return operand.raw_ptr;
+        };
+        row_terms = take({c[0], 1}, 0);
+        column_terms = take({1, c[1]}, 1);
+    }
+};
+
 template <typename In, typename Out>
 void multiply(void (*kernel)(const Product&), const MatrixMul::Param& param,
-              const MatrixMulArgs& args, void* base) {
+              const MatrixMulArgs& args, const Folded& folded, void* base) {
     const auto workspace = parts<In>(param, args.rows, args.columns, args.depth, base);
-    Product product{args.a,       args.a_row, args.rows, args.b,     args.b_column,
-                    args.columns, args.depth, args.c,    args.c_row, workspace.get(0)};
+    Product product{args.a,        args.a_row,       args.rows,        args.b,
+                    args.b_column, args.columns,     args.depth,       args.c,
+                    args.c_row,    workspace.get(0), folded.row_terms, folded.column_terms};
     const auto dense_step = static_cast<ptrdiff_t>(args.depth);
     if (param.transpose_a) {
         turn<In>(args.a, args.a_k, args.rows, args.depth, workspace.get(1));
@@ -63,6 +87,8 @@ void multiply(void (*kernel)(const Product&), const MatrixMul::Param& param,
         turn<In>(static_cast<const In*>(args.b) + j, args.b_k, product.b_count, args.depth,
                  workspace.get(2));
         product.c = static_cast<Out*>(args.c) + j;
+        if (folded.column_terms)
+            product.column_terms = static_cast<const Out*>(folded.column_terms) + j;
         kernel(product);
     }
 }
@@ -88,8 +114,22 @@ size_t MatrixMulImpl::workspace_in_bytes(const TensorLayout& a, const TensorLayo
     return fallback::MatrixMulImpl::workspace_in_bytes(a, b, c);
 }
 
+size_t MatrixMulImpl::nr_foldable(const TensorLayout& a, const TensorLayout& c,
+                                  const std::vector<FollowUp>& operations) const {
+    const bool is_ours = can_run_float(a) || can_run_int8(a);
+    return is_ours && c.dtype.category() != DTypeCategory::QUANTISED ? Folded(c, operations).count
+                                                                     : 0;
+}
+
 void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                          const Workspace& workspace) {
+    exec_folded(a, b, c, {}, workspace);
+}
+
+void MatrixMulImpl::exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
+                                const std::vector<FollowUp>& operations,
+                                const Workspace& workspace) {
+    KERN_CHECK(nr_foldable(a.layout, c.layout, operations) == operations.size());
     const bool is_int8 = can_run_int8(a.layout);
     if (!is_int8 && !can_run_float(a.layout)) {
         fallback::MatrixMulImpl::exec(a, b, c, workspace);
@@ -97,11 +137,12 @@ void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor
     }
     check_exec(a.layout, b.layout, c.layout, workspace.size);
     dispatch([is_int8, kernels = &m_kernels, param = m_param,
-              args = MatrixMulArgs(m_param, a, b, c), base = workspace.raw_ptr] {
+              args = MatrixMulArgs(m_param, a, b, c), folded = Folded(c.layout, operations),
+              base = workspace.raw_ptr] {
         if (is_int8)
-            multiply<int8_t, int32_t>(kernels->int8_product, param, args, base);
+            multiply<int8_t, int32_t>(kernels->int8_product, param, args, folded, base);
         else
-            multiply<float, float>(kernels->float_product, param, args, base);
+            multiply<float, float>(kernels->float_product, param, args, folded, base);
     });
 }
 

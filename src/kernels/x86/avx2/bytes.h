@@ -97,6 +97,9 @@ inline void transpose(Vec (&v)[8]) {
 inline Vec add(Vec a, Vec b) {
     return _mm256_add_epi32(a, b);
 }
+inline Vec subtract(Vec a, Vec b) {
+    return _mm256_sub_epi32(a, b);
+}
 // Lane n of each half is the sum of the lanes in that half of vector n.
 inline Vec sum_each_half(Vec v0, Vec v1, Vec v2, Vec v3) {
     return _mm256_hadd_epi32(_mm256_hadd_epi32(v0, v1), _mm256_hadd_epi32(v2, v3));
@@ -109,11 +112,17 @@ inline Vec sum_lanes(const Vec (&v)[8]) {
                _mm256_permute2x128_si256(first, second, 0x31));
 }
 
-// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i.
-inline void sum_halves(const Vec (&sums)[2][4], int32_t* results) {
+// Four elements in each half.
+inline Vec repeat_four(const int32_t* four) {
+    return _mm256_broadcastsi128_si256(
+        _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(four))));
+}
+// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i, less term n.
+inline void sum_halves(const Vec (&sums)[2][4], Vec terms, int32_t* results) {
 #pragma GCC unroll 2
     for (size_t i = 0; i < 2; ++i)
-        store(results + 8 * i, sum_each_half(sums[i][0], sums[i][1], sums[i][2], sums[i][3]));
+        store(results + 8 * i,
+              subtract(sum_each_half(sums[i][0], sums[i][1], sums[i][2], sums[i][3]), terms));
 }
 
 }  // namespace

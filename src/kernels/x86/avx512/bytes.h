@@ -102,6 +102,9 @@ inline void transpose(Vec (&v)[16]) {
 inline Vec add(Vec a, Vec b) {
     return _mm512_add_epi32(a, b);
 }
+inline Vec subtract(Vec a, Vec b) {
+    return _mm512_sub_epi32(a, b);
+}
 // Lane i is the sum of the lanes of vector i. Each step halves two vectors into one.
 inline Vec sum_lanes(const Vec (&sums)[16]) {
     // Where the steps leave the sum of each vector.
@@ -124,8 +127,13 @@ inline Vec sum_lanes(const Vec (&sums)[16]) {
     return add(_mm512_unpacklo_epi64(v[0], v[1]), _mm512_unpackhi_epi64(v[0], v[1]));
 }
 
-// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i.
-inline void sum_halves(const Vec (&sums)[2][4], int32_t* results) {
+// Four elements in each quarter.
+inline Vec repeat_four(const int32_t* four) {
+    return _mm512_broadcast_i32x4(
+        _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(four))));
+}
+// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i, less term n.
+inline void sum_halves(const Vec (&sums)[2][4], Vec terms, int32_t* results) {
     Vec v[4];  // quarter 2 i + h: of half h of pair i
 #pragma GCC unroll 4
     for (size_t n = 0; n < 4; ++n)
@@ -134,7 +142,8 @@ inline void sum_halves(const Vec (&sums)[2][4], int32_t* results) {
 #pragma GCC unroll 2
     for (size_t n = 0; n < 4; n += 2)
         v[n] = add(_mm512_unpacklo_epi32(v[n], v[n + 1]), _mm512_unpackhi_epi32(v[n], v[n + 1]));
-    store(results, add(_mm512_unpacklo_epi64(v[0], v[2]), _mm512_unpackhi_epi64(v[0], v[2])));
+    const Vec ones = add(_mm512_unpacklo_epi64(v[0], v[2]), _mm512_unpackhi_epi64(v[0], v[2]));
+    store(results, subtract(ones, terms));
 }
 
 }  // namespace
