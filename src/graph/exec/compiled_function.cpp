@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "graph/exec/folding.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -19,6 +20,7 @@ CompiledFunction::CompiledFunction(std::shared_ptr<ComputeGraph> graph,
                 m_comp_nodes.push_back(node);
         }
     }
+    fold_into_products(m_operators, m_output_vars);
 }
 
 CompiledFunction::~CompiledFunction() {

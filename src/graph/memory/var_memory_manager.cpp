@@ -316,6 +316,18 @@ void VarMemoryManager::lend(GraphVar* var, const DeviceTensorND* tensor) {
     m_lent.push_back({var, tensor, tensor->raw_ptr(), {}});
 }
 
+bool VarMemoryManager::has_value_before(const GraphVar* var, const GraphOperator* op) const {
+    const MemChunk* chunk = var->mem_plan().chunk;
+    if (!var->is_static_storage() || !chunk)
+        return false;
+    const auto is_lent = [chunk](const LentMemory& lent) { return lent.var == chunk->owner; };
+    const auto is_changed = [chunk](const Overwrite& overwrite) { return overwrite.dest == chunk; };
+    if (std::any_of(m_overwrites.begin(), m_overwrites.end(), is_changed))
+        return false;
+    return std::any_of(m_lent.begin(), m_lent.end(), is_lent) ||
+           m_uses.at(var).writer < m_uses.at(op->output(0)).writer;
+}
+
 void VarMemoryManager::allocate_dynamic_memory(GraphOperator* op) {
     if (m_dynamic_operators.find(op) == m_dynamic_operators.end())
         return;

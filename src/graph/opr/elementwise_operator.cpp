@@ -111,6 +111,8 @@ void ElementwiseOperator::plan_output_memory(bool dynamic) {
 }
 
 void ElementwiseOperator::run_on_node() {
+    if (m_is_computed)
+        return;
     if (!m_kernel) {
         m_kernel = comp_node().env().kernel_handle().create_operator<kern::Elementwise>();
         m_kernel->param().mode = m_mode;

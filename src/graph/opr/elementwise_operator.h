@@ -22,6 +22,9 @@ public:
 
     const OperatorType* type_record() const override;
     kern::ElementwiseMode mode() const { return m_mode; }
+    // Told by the product that this operator follows, in every run: whether it has computed the
+    // output already.
+    void computed_by_product(bool yes) { m_is_computed = yes; }
     void plan_output_memory(bool dynamic) override;
 
 protected:
@@ -35,6 +38,7 @@ private:
     void add_sorted_inputs(const std::vector<GraphVar*>& inputs);
 
     kern::ElementwiseMode m_mode;
+    bool m_is_computed = false;
     std::unique_ptr<kern::Elementwise> m_kernel;
 };
 

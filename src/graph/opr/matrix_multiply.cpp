@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "graph/node/comp_node_env.h"
+#include "graph/opr/elementwise_operator.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -124,13 +125,41 @@ void MatrixMultiply::register_output_inference() {
     owner_graph().inference_manager().add_shape_rule(output(1), std::move(workspace_rule));
 }
 
+void MatrixMultiply::followers(std::vector<ElementwiseOperator*> operators) {
+    m_followers = std::move(operators);
+}
+
+// Those whose operand has its value already and whose result takes the product's place: the plan
+// keeps that memory for nothing else until they have run.
+std::vector<kern::MatrixMul::FollowUp> MatrixMultiply::operations_to_fold() const {
+    const VarMemoryManager& memory = owner_graph().memory_manager();
+    const DeviceTensorND& product = output_value(0);
+    std::vector<kern::MatrixMul::FollowUp> operations;
+    for (const ElementwiseOperator* follower : m_followers) {
+        const GraphVar* result = follower->output(0);
+        const GraphVar* operand = follower->input(1);
+        if (!result->is_static_storage() || !memory.has_value_before(operand, this) ||
+            result->device_value().raw_ptr() != product.raw_ptr() ||
+            !result->device_value().layout().same_layout(product.layout()))
+            break;
+        operations.push_back({follower->mode(), operand->device_value().as_raw()});
+    }
+    return operations;
+}
+
 void MatrixMultiply::run_on_node() {
     Param form = m_param;
     const kern::RawTensor a = operand(input_value(0), form.transpose_a);
     const kern::RawTensor b = operand(input_value(1), form.transpose_b);
     const DeviceTensorND& workspace = output_value(1);
+    const kern::RawTensor c = output_value(0).as_raw();
+    auto operations = operations_to_fold();
     kernel().param() = form;
-    kernel().exec(a, b, output_value(0).as_raw(), {workspace.raw_ptr(), workspace.shape(0)});
+    operations.resize(kernel().nr_foldable(a.layout, c.layout, operations));
+    kernel().exec_folded(a, b, c, operations, {workspace.raw_ptr(), workspace.shape(0)});
+    m_nr_folded = operations.size();
+    for (size_t i = 0; i < m_followers.size(); ++i)
+        m_followers[i]->computed_by_product(i < m_nr_folded);
     kernel().param() = m_param;
 }
 

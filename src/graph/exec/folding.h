@@ -1,0 +1,17 @@
+// Chains of operators of which the first can do the work of the others.
+#pragma once
+
+#include <vector>
+
+namespace orb {
+
+class GraphOperator;
+class GraphVar;
+
+// Tells each product in a compiled order which elementwise operators follow it (see
+// MatrixMultiply), and forgets what an earlier order said. Nothing that `outputs` names is passed
+// over.
+void fold_into_products(const std::vector<GraphOperator*>& order,
+                        const std::vector<GraphVar*>& outputs);
+
+}  // namespace orb
