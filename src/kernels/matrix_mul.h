@@ -38,6 +38,9 @@ public:
     // wrap around, and have the same bits at every level but armv7: see armv7/int8_product.h.
     virtual void exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                       const Workspace& workspace) = 0;
+    virtual size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
+                                      const TensorLayout& c) = 0;
+
     // An elementwise operation on the whole product, broadcast: C = mode(C, operand). Borrows the
     // operand's memory, which is not that of C.
     struct FollowUp {
@@ -45,14 +48,12 @@ public:
         RawTensor operand;
     };
     // `exec` and then each of the operations in turn, with the same bits as one after the other,
-    // but C is written once. Of operations that the level does not fold any stop the process.
+    // but C is written once. An operation that the level does not fold stops the process.
     virtual void exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                              const std::vector<FollowUp>& operations, const Workspace& workspace);
     // How many of the operations, from the first on, this level folds: none but where it says so.
     virtual size_t nr_foldable(const TensorLayout& a, const TensorLayout& c,
                                const std::vector<FollowUp>& operations) const;
-    virtual size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
-                                      const TensorLayout& c) = 0;
 
     // What C is for operands of these shapes and of one dtype. Operands that do not fit each other
     // or the parameters stop the process. The scale of a quantised C is the caller's to choose.

@@ -150,7 +150,9 @@ TEST_P(X86, FoldedSubtractionsHaveTheBitsOfLaterOnes) {
     const auto all = problems();
     for (size_t i = 0; i < all.size(); ++i) {
         const Problem& problem = all[i];
-        const bool with_rows = i % 3 != 0, with_columns = i % 3 != 1;
+        // Not in step with the depths; both where lines of B are turned in several panels.
+        const size_t kind = i + 1 == all.size() ? 2 : (i + i / 12) % 3;
+        const bool with_rows = kind != 0, with_columns = kind != 1;
         const TensorShape of_rows{problem.rows, 1}, of_columns{1, problem.columns};
         Tensor a(problem.a(DType::Float32())), b(problem.b(DType::Float32()));
         Tensor rows(of_rows, DType::Float32()), columns(of_columns, DType::Float32());

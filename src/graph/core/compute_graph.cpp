@@ -6,6 +6,7 @@
 #include "graph/exec/callback_operator.h"
 #include "graph/exec/compiled_function.h"
 #include "graph/exec/dependency_order.h"
+#include "graph/opr/folding.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -174,10 +175,11 @@ std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<Output
     std::vector<GraphVar*> output_vars;
     for (const OutputSpec& spec : outputs)
         output_vars.push_back(spec.var);
-    auto function = std::make_unique<CompiledFunction>(shared_from_this(), std::move(operators),
-                                                       std::move(output_vars));
     if (m_current_function)
         m_current_function->retire();
+    fold_into_products(operators, output_vars);
+    auto function = std::make_unique<CompiledFunction>(shared_from_this(), std::move(operators),
+                                                       std::move(output_vars));
     m_current_function = function.get();
     return function;
 }

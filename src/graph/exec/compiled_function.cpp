@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "graph/exec/folding.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -20,7 +19,6 @@ CompiledFunction::CompiledFunction(std::shared_ptr<ComputeGraph> graph,
                 m_comp_nodes.push_back(node);
         }
     }
-    fold_into_products(m_operators, m_output_vars);
 }
 
 CompiledFunction::~CompiledFunction() {

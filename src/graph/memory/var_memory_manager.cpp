@@ -321,9 +321,6 @@ bool VarMemoryManager::has_value_before(const GraphVar* var, const GraphOperator
     if (!var->is_static_storage() || !chunk)
         return false;
     const auto is_lent = [chunk](const LentMemory& lent) { return lent.var == chunk->owner; };
-    const auto is_changed = [chunk](const Overwrite& overwrite) { return overwrite.dest == chunk; };
-    if (std::any_of(m_overwrites.begin(), m_overwrites.end(), is_changed))
-        return false;
     return std::any_of(m_lent.begin(), m_lent.end(), is_lent) ||
            m_uses.at(var).writer < m_uses.at(op->output(0)).writer;
 }

@@ -59,9 +59,8 @@ public:
 
     // For `plan_output_memory` of operators.
     //
-    //    // The output is a view of a region of the input and is never written. False when that
-    //    cannot be,
-    // as between planned and dynamic memory; then the operator has to copy.
+    // The output is a view of a region of the input and is never written. False when that cannot
+    // be, as between planned and dynamic memory; then the operator has to copy.
     bool forward_input_readonly(GraphVar* input, GraphVar* output, const SubTensorRegion& region);
     // The output takes over the input's memory, if this operator is its last reader and the layouts
     // agree. `forced` leaves that test out, for operators that change their input on purpose.
@@ -70,7 +69,7 @@ public:
     // is looked at again: new memory of the same layout is taken over without a new plan.
     void lend(GraphVar* var, const DeviceTensorND* tensor);
 
-    // Whether a planned var that is read after the operator has the same value already when the
+    // Whether a planned var that is read after the operator has its value already when the
     // operator's turn comes: its memory is lent, or it is an earlier operator's.
     bool has_value_before(const GraphVar* var, const GraphOperator* op) const;
 

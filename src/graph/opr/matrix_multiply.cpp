@@ -129,18 +129,18 @@ void MatrixMultiply::followers(std::vector<ElementwiseOperator*> operators) {
     m_followers = std::move(operators);
 }
 
-// Those whose operand has its value already and whose result takes the product's place: the plan
-// keeps that memory for nothing else until they have run.
+// Those whose operand has its value already and whose result takes the product's place, in the same
+// layout: the plan keeps that memory for nothing else until they have run.
 std::vector<kern::MatrixMul::FollowUp> MatrixMultiply::operations_to_fold() const {
     const VarMemoryManager& memory = owner_graph().memory_manager();
     const DeviceTensorND& product = output_value(0);
     std::vector<kern::MatrixMul::FollowUp> operations;
+    operations.reserve(m_followers.size());
     for (const ElementwiseOperator* follower : m_followers) {
         const GraphVar* result = follower->output(0);
         const GraphVar* operand = follower->input(1);
         if (!result->is_static_storage() || !memory.has_value_before(operand, this) ||
-            result->device_value().raw_ptr() != product.raw_ptr() ||
-            !result->device_value().layout().same_layout(product.layout()))
+            result->device_value().raw_ptr() != product.raw_ptr())
             break;
         operations.push_back({follower->mode(), operand->device_value().as_raw()});
     }

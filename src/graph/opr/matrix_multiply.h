@@ -25,7 +25,7 @@ public:
     // the output before it, which is its first input. In every run the product computes as many of
     // them as it can while it writes its result, and tells them.
     void followers(std::vector<ElementwiseOperator*> operators);
-    // So many in the last run.
+    // So many in the last run that computed anything.
     size_t nr_folded() const { return m_nr_folded; }
 
 protected:

@@ -1,4 +1,5 @@
-// Chains of operators of which the first can do the work of the others.
+// Chains of operators of which the first can do the work of the others. Called for each order that
+// is compiled, by the graph's thread; no run of the graph is under way.
 #pragma once
 
 #include <vector>

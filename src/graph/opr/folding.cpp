@@ -1,4 +1,4 @@
-#include "graph/exec/folding.h"
+#include "graph/opr/folding.h"
 
 #include <algorithm>
 #include <unordered_map>
