@@ -26,7 +26,6 @@
 #include "kernels/naive/type_cvt.h"
 #if defined(__x86_64__)
 #include "kernels/x86/cpu.h"
-#include "kernels/x86/elementwise.h"
 #include "kernels/x86/matrix_mul.h"
 #include "kernels/x86/reduce.h"
 #endif

@@ -1,6 +1,5 @@
 #include "graph/opr/folding.h"
 
-#include <algorithm>
 #include <unordered_map>
 #include <utility>
 

@@ -5,17 +5,9 @@
 namespace kern::x86 {
 
 const KernelTable& kernel_table(InstructionSet set) {
-    static constexpr KernelTable AVX2{"avx2",
-                                      &avx2::float_product,
-                                      &avx2::int8_product,
-                                      &avx2::subtract_float,
-                                      &avx2::subtract_int32,
+    static constexpr KernelTable AVX2{"avx2", &avx2::float_product, &avx2::int8_product,
                                       &avx2::sum_squares};
-    static constexpr KernelTable AVX512{"avx512",
-                                        &avx512::float_product,
-                                        &avx512::int8_product,
-                                        &avx2::subtract_float,
-                                        &avx2::subtract_int32,
+    static constexpr KernelTable AVX512{"avx512", &avx512::float_product, &avx512::int8_product,
                                         &avx2::sum_squares};
     KERN_CHECK(set != InstructionSet::NONE);
     return set == InstructionSet::AVX512 ? AVX512 : AVX2;

@@ -58,10 +58,6 @@ static constexpr size_t int8_workspace(size_t a_count, size_t depth) {
     return (INT8_LANES + lines) * int8_line_bytes(depth);
 }
 
-// One row of x - y, broadcast as fallback's row kernels do it; `out` may be the memory of an input.
-using SubtractRow = void (*)(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride,
-                             void* out, size_t count);
-
 // The sum of the squares of each of `row_count` rows of `length` floats, from left to right.
 using SumSquares = void (*)(const float* first, size_t row_step, size_t row_count, size_t length,
                             float* results);
@@ -70,8 +66,6 @@ struct KernelTable {
     const char* name;
     void (*float_product)(const Product& product);
     void (*int8_product)(const Product& product);
-    SubtractRow subtract_float;
-    SubtractRow subtract_int32;
     SumSquares sum_squares;
 };
 
@@ -81,10 +75,6 @@ const KernelTable& kernel_table(InstructionSet set);
 namespace avx2 {
 void float_product(const Product& product);
 void int8_product(const Product& product);
-void subtract_float(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride, void* out,
-                    size_t count);
-void subtract_int32(const void* x, ptrdiff_t x_stride, const void* y, ptrdiff_t y_stride, void* out,
-                    size_t count);
 void sum_squares(const float* first, size_t row_step, size_t row_count, size_t length,
                  float* results);
 }  // namespace avx2

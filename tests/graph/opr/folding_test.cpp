@@ -1,5 +1,6 @@
+#include <algorithm>
+
 #include "graph/opr/constant_tensor.h"
-#include "graph/opr/dimension_shuffle.h"
 #include "graph/opr/elementwise_operator.h"
 #include "graph/opr/matrix_multiply.h"
 #include "tests/graph/graph_test_util.h"
