@@ -34,15 +34,20 @@ struct Problem {
 };
 
 // Runs the operator in a workspace of just the size it asks for, `misalignment` bytes before a
-// boundary of 16.
+// boundary of 16. Operations, if any, must all be folded.
 inline void run(kern::HandleLevel level, const Problem& problem, MatrixMulDataType data_type,
-                const Tensor& a, const Tensor& b, const Tensor& c, size_t misalignment = 0) {
+                const Tensor& a, const Tensor& b, const Tensor& c, size_t misalignment = 0,
+                const std::vector<kern::MatrixMul::FollowUp>& operations = {}) {
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<kern::MatrixMul>();
     op->param() = {problem.transpose_a, problem.transpose_b, data_type};
     const size_t bytes = op->workspace_in_bytes(a.layout(), b.layout(), c.layout());
     const GuardedBuffer workspace(bytes + 16);
-    op->exec(a.raw(), b.raw(), c.raw(), {workspace.data() + 16 - misalignment, bytes});
+    const kern::Workspace place{workspace.data() + 16 - misalignment, bytes};
+    if (operations.empty())
+        return op->exec(a.raw(), b.raw(), c.raw(), place);
+    ASSERT_EQ(op->nr_foldable(a.layout(), c.layout(), operations), operations.size());
+    op->exec_folded(a.raw(), b.raw(), c.raw(), operations, place);
 }
 
 }  // namespace kern_test

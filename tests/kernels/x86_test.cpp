@@ -131,17 +131,11 @@ void expect_folded_bits(kern::HandleLevel level, const Problem& problem, MatrixM
         wanted.at<T>(i) = static_cast<T>(value);
     }
 
-    const auto handle = make_handle(level);
-    const auto op = handle->create_operator<kern::MatrixMul>();
-    op->param() = {problem.transpose_a, problem.transpose_b, type};
     std::vector<kern::MatrixMul::FollowUp> operations;
     for (const Tensor* operand : {rows, columns})
         if (operand)
             operations.push_back({kern::ElementwiseMode::SUB, operand->raw()});
-    ASSERT_EQ(op->nr_foldable(a.layout(), c.layout(), operations), operations.size());
-    const size_t bytes = op->workspace_in_bytes(a.layout(), b.layout(), c.layout());
-    const GuardedBuffer workspace(bytes);
-    op->exec_folded(a.raw(), b.raw(), c.raw(), operations, {workspace.data(), bytes});
+    run(level, problem, type, a, b, c, 0, operations);
     ASSERT_EQ(c.bytes(), wanted.bytes()) << problem.text();
 }
 

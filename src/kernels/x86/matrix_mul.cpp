@@ -52,8 +52,8 @@ struct Folded {
                 return nullptr;
             const RawTensor& operand = operations[count].operand;
             const TensorLayout& layout = operand.layout;
-            if (layout.dtype != c.dtype || !layout.same_shape(shape) ||
-                (layout.stride[axis] != 1 && layout.shape[axis] != 1))
+            if (layout.dtype != c.dtype || c.dtype.category() == DTypeCategory::QUANTISED ||
+                !layout.same_shape(shape) || (layout.stride[axis] != 1 && layout.shape[axis] != 1))
                 return nullptr;
             ++count;
             return operand.raw_ptr;
@@ -116,9 +116,7 @@ size_t MatrixMulImpl::workspace_in_bytes(const TensorLayout& a, const TensorLayo
 
 size_t MatrixMulImpl::nr_foldable(const TensorLayout& a, const TensorLayout& c,
                                   const std::vector<FollowUp>& operations) const {
-    const bool is_ours = can_run_float(a) || can_run_int8(a);
-    return is_ours && c.dtype.category() != DTypeCategory::QUANTISED ? Folded(c, operations).count
-                                                                     : 0;
+    return can_run_float(a) || can_run_int8(a) ? Folded(c, operations).count : 0;
 }
 
 void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
@@ -129,16 +127,17 @@ void MatrixMulImpl::exec(const RawTensor& a, const RawTensor& b, const RawTensor
 void MatrixMulImpl::exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                                 const std::vector<FollowUp>& operations,
                                 const Workspace& workspace) {
-    KERN_CHECK(nr_foldable(a.layout, c.layout, operations) == operations.size());
     const bool is_int8 = can_run_int8(a.layout);
     if (!is_int8 && !can_run_float(a.layout)) {
+        KERN_CHECK(operations.empty());
         fallback::MatrixMulImpl::exec(a, b, c, workspace);
         return;
     }
     check_exec(a.layout, b.layout, c.layout, workspace.size);
+    const Folded folded(c.layout, operations);
+    KERN_CHECK(folded.count == operations.size());
     dispatch([is_int8, kernels = &m_kernels, param = m_param,
-              args = MatrixMulArgs(m_param, a, b, c), folded = Folded(c.layout, operations),
-              base = workspace.raw_ptr] {
+              args = MatrixMulArgs(m_param, a, b, c), folded, base = workspace.raw_ptr] {
         if (is_int8)
             multiply<int8_t, int32_t>(kernels->int8_product, param, args, folded, base);
         else
