@@ -1,4 +1,6 @@
 // Cumsum, ArgMax and ArgMin.
+#include <algorithm>
+
 #include "kernels/arg_max.h"
 #include "kernels/cumsum.h"
 #include "tests/kernels/kernel_test_util.h"
@@ -10,21 +12,13 @@ const DType F32 = DType::Float32(), I32 = DType::Int32();
 
 void cumsum(const kern::Cumsum::Param& param, const Tensor& src, const Tensor& dst,
             kern::HandleLevel level = FALLBACK) {
-    const auto handle = make_handle(level);
-    const auto op = handle->create_operator<kern::Cumsum>();
-    op->param() = param;
-    EXPECT_EQ(op->workspace_in_bytes(src.layout(), dst.layout()), 0u);
-    op->exec(src.raw(), dst.raw(), {});
+    EXPECT_EQ(run_operator<kern::Cumsum>(level, param, src, dst), 0u);
 }
 
 template <typename Operator>
 void arg_select(int32_t axis, const Tensor& src, const Tensor& dst,
                 kern::HandleLevel level = FALLBACK) {
-    const auto handle = make_handle(level);
-    const auto op = handle->create_operator<Operator>();
-    op->param().axis = axis;
-    EXPECT_EQ(op->workspace_in_bytes(src.layout(), dst.layout()), 0u);
-    op->exec(src.raw(), dst.raw(), {});
+    EXPECT_EQ(run_operator<Operator>(level, kern::ArgSelect::Param{axis}, src, dst), 0u);
 }
 
 Tensor& fill(Tensor& tensor, const std::vector<double>& values) {
@@ -36,7 +30,6 @@ Tensor& fill(Tensor& tensor, const std::vector<double>& values) {
 TEST(Cumsum, EveryFormDtypeAndAxis) {
     std::mt19937 random(8);
     const TensorShape shape{3, 5, 4};
-    const size_t inner[] = {20, 4, 1};
     for (DType dtype : number_types())
         for (int32_t axis : {0, 1, 2, -1, -3})
             for (bool exclusive : {false, true})
@@ -46,17 +39,18 @@ TEST(Cumsum, EveryFormDtypeAndAxis) {
                         src.fill_integers(random, 0, 9);
                         const Tensor dst(shape, dtype);
                         cumsum({axis, exclusive, reverse}, src, dst, level);
-                        const auto first_axis = static_cast<size_t>(axis < 0 ? axis + 3 : axis);
-                        const size_t step = inner[first_axis], length = shape[first_axis];
-                        for (size_t i = 0; i < shape.element_count(); ++i) {
-                            const size_t own = i / step % length;
-                            double wanted = 0;
-                            for (size_t b = 0; b < length; ++b)
-                                if (reverse ? b > own : b < own)
-                                    wanted += src.get(i - own * step + b * step);
-                            wanted += exclusive ? 0 : src.get(i);
-                            ASSERT_EQ(dst.get(i), wanted) << dtype.name() << " axis " << axis;
-                        }
+                        const auto counted = static_cast<size_t>(axis < 0 ? axis + 3 : axis);
+                        for_each_line(shape, counted, [&](std::vector<size_t> line) {
+                            if (reverse)
+                                std::reverse(line.begin(), line.end());
+                            double sum = 0;
+                            for (size_t i : line) {
+                                const double after = sum + src.get(i);
+                                EXPECT_EQ(dst.get(i), exclusive ? sum : after)
+                                    << dtype.name() << " axis " << axis;
+                                sum = after;
+                            }
+                        });
                     }
 }
 
@@ -88,7 +82,6 @@ TEST(Cumsum, EdgeCases) {
 TEST(ArgSelect, FirstOfTheBestOnEveryAxisAndDtype) {
     std::mt19937 random(9);
     const TensorShape shape{3, 7, 4};
-    const size_t inner[] = {28, 4, 1};
     for (DType dtype : number_types())
         for (size_t axis = 0; axis < 3; ++axis)
             for (kern::HandleLevel level : LEVELS) {
@@ -99,18 +92,18 @@ TEST(ArgSelect, FirstOfTheBestOnEveryAxisAndDtype) {
                 const Tensor largest(out, I32), smallest(out, I32);
                 arg_select<kern::ArgMax>(static_cast<int32_t>(axis), src, largest, level);
                 arg_select<kern::ArgMin>(static_cast<int32_t>(axis), src, smallest, level);
-                const size_t step = inner[axis];
-                for (size_t i = 0; i < out.element_count(); ++i) {
-                    const size_t start = i / step * step * shape[axis] + i % step;
-                    size_t high = 0, low = 0;
-                    const auto at = [&](size_t b) { return src.get(start + b * step); };
-                    for (size_t b = shape[axis]; b-- > 0;) {
-                        high = at(b) >= at(high) ? b : high;
-                        low = at(b) <= at(low) ? b : low;
-                    }
-                    ASSERT_EQ(largest.get(i), high) << dtype.name() << " axis " << axis;
-                    ASSERT_EQ(smallest.get(i), low) << dtype.name() << " axis " << axis;
-                }
+                size_t nr = 0;
+                for_each_line(shape, axis, [&](const std::vector<size_t>& line) {
+                    std::vector<double> values;
+                    for (size_t i : line)
+                        values.push_back(src.get(i));
+                    const auto place = [&](auto found) { return found - values.begin(); };
+                    EXPECT_EQ(largest.get(nr),
+                              place(std::max_element(values.begin(), values.end())));
+                    EXPECT_EQ(smallest.get(nr++),
+                              place(std::min_element(values.begin(), values.end())))
+                        << dtype.name() << " axis " << axis;
+                });
             }
 }
 

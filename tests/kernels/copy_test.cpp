@@ -1,71 +1,14 @@
-// Operators that move elements without arithmetic: TypeCvt, Relayout, and the half conversions.
-#include <typeinfo>
-
+// Relayout, which moves elements without arithmetic, and the half conversions.
 #include "kernels/armv7/relayout.h"
-#include "kernels/type_cvt.h"
+#include "kernels/relayout.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
 namespace {
 
-void convert(kern::HandleLevel level, const Tensor& src, const Tensor& dst) {
-    const auto handle = make_handle(level);
-    handle->create_operator<kern::TypeCvt>()->exec(src.raw(), dst.raw());
-}
-
 void relayout(kern::HandleLevel level, const Tensor& src, const Tensor& dst) {
     const auto handle = make_handle(level);
     handle->create_operator<kern::Relayout>()->exec(src.raw(), dst.raw());
-}
-
-TEST(TypeCvt, EveryPairOfDtypesKeepsValuesThatFit) {
-    for (DType from : number_types())
-        for (DType to : number_types())
-            for (kern::HandleLevel level : LEVELS)
-                for (const TensorLayout& layout :
-                     {TensorLayout({3, 7}, from), strided({3, 7}, {9, 1}, from),
-                      strided({3, 7}, {-1, 4}, from), TensorLayout({1, 7}, from)}) {
-                    int next = 0;
-                    Tensor src(layout), dst(TensorLayout(layout, to));
-                    src.fill([&] { return next++ * 5; });
-                    convert(level, src, dst);
-                    for (size_t i = 0; i < layout.element_count(); ++i)
-                        ASSERT_EQ(dst.get(i), src.get(i)) << from.name() << " " << to.name();
-                }
-}
-
-TEST(TypeCvt, ValuesThatDoNotFit) {
-    const DType f = DType::Float32(), i32 = DType::Int32(), i8 = DType::Int8();
-    const struct {
-        DType from, to;
-        double value, result;
-    } cases[] = {
-        {f, i8, -1.5, -1},
-        {f, i32, 2.99, 2},
-        {f, DType::Uint8(), -1, 255},
-        {f, i8, 300, 44},
-        {f, i32, 3e9, INT32_MAX},
-        {f, i32, -3e9, INT32_MIN},
-        {f, i32, NAN, 0},
-        {i32, i8, 130, -126},
-        {i32, DType::Int16(), 65537, 1},
-        {DType::Uint8(), i8, 200, -56},
-        {i8, DType::Uint8(), -1, 255},
-        {f, DType::Float16(), 1e6, INFINITY},
-        {DType::Float16(), i32, -INFINITY, INT32_MIN},
-        {i32, f, 16777217, 16777216},
-    };
-    for (const auto& c : cases)
-        for (kern::HandleLevel level : LEVELS) {
-            Tensor src({11}, c.from), dst({11}, c.to);
-            src.fill([&] { return c.value; });
-            convert(level, src, dst);
-            EXPECT_EQ(dst.get(10), c.result) << c.from.name() << " " << c.to.name() << c.value;
-        }
-    const Tensor src({2}, f), other({3}, f), bytes({2}, DType::Byte());
-    EXPECT_DEATH(convert(FALLBACK, src, other), "");
-    EXPECT_DEATH(convert(FALLBACK, src, bytes), "");
-    EXPECT_DEATH(convert(FALLBACK, src, Tensor(strided({2}, {2}, f))), "");
 }
 
 // All halves widen to what their fields say; all floats near each half round to the nearest one.
@@ -175,19 +118,6 @@ TEST(Relayout, WhatIsTransposedInBlocks) {
     EXPECT_FALSE(transposes(strided({4, 5}, {2, 8}, f), f));
     EXPECT_FALSE(transposes(strided({4, 5}, {9, 1}, f), f));
     EXPECT_FALSE(transposes(strided({4, 5}, {1, 4}, h), h));
-}
-
-TEST(Relayout, ClassesOfTheLevels) {
-    const auto class_of = [](const kern::Relayout& op) { return std::string(typeid(op).name()); };
-    const std::string classes[] = {typeid(kern::naive::RelayoutImpl).name(),
-                                   typeid(kern::fallback::RelayoutImpl).name(),
-                                   typeid(kern::armv7::RelayoutImpl).name()};
-    for (size_t i = 0; i < 3; ++i) {
-        const auto handle = make_handle(LEVELS[i]);
-        const auto op = handle->create_operator<kern::Relayout>();
-        EXPECT_EQ(class_of(*op), classes[i]);
-        EXPECT_EQ(class_of(*handle->relayout_operator()), classes[std::min<size_t>(i, 1)]);
-    }
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
+// Operators on integers of several widths and on quantised numbers: one rule per mode, in numbers
+// that hold everything, against every level.
 #include "kernels/elementwise_multi_type.h"
 
 #include <cmath>
 
 #include "kernels/arm_common/elementwise_multi_type.h"
+#include "tests/kernels/elementwise_reference.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
@@ -10,51 +13,20 @@ namespace {
 
 using Mode = kern::ElementwiseMultiType::Mode;
 
-// Offset, in elements, of what belongs to a row-major position of the output.
-ptrdiff_t offset_of(const TensorLayout& input, const TensorShape& output, size_t position) {
-    const TensorLayout view = input.broadcast_to(output);
-    ptrdiff_t offset = 0;
-    for (size_t axis = output.ndim; axis-- > 0; position /= output[axis])
-        offset += view.stride[axis] * static_cast<ptrdiff_t>(position % output[axis]);
-    return offset;
-}
-
-double get(const RawTensor& tensor, ptrdiff_t offset) {
-    const DType dtype = tensor.layout.dtype;
-    if (dtype == DType::Float32())
-        return static_cast<double>(tensor.ptr<float>()[offset]);
-    if (dtype.enum_value() == kern::DTypeEnum::QUANTIZED8_ASYMM)
-        return tensor.ptr<uint8_t>()[offset];
-    switch (dtype.element_bytes()) {
-        case 1:
-            return tensor.ptr<int8_t>()[offset];
-        case 2:
-            return tensor.ptr<int16_t>()[offset];
-        default:
-            return tensor.ptr<int32_t>()[offset];
-    }
-}
-
 // Shift counts lie around all widths; other integers take all values of their type, and often few
 // bits, so that sums of floats have ties.
 void fill(const Tensor& tensor, bool is_count, std::mt19937& random) {
-    const RawTensor raw = tensor.raw();
+    const DType dtype = tensor.layout().dtype;
     for (size_t i = 0; i < tensor.layout().element_count(); ++i) {
-        const ptrdiff_t at = offset_of(raw.layout, raw.layout, i);
         const auto word = static_cast<int32_t>(random());
-        const int32_t value = is_count ? word % 36
-                              : word % 16 == 0
-                                  ? INT32_MIN >> (32 - 8 * raw.layout.dtype.element_bytes())
-                              : word % 16 == 1 ? INT32_MAX
-                                               : word >> (random() % 32);
-        if (raw.layout.dtype == DType::Float32())
-            raw.ptr<float>()[at] = static_cast<float>(word % 64) / 4;
-        else if (raw.layout.dtype.element_bytes() == 1)
-            raw.ptr<int8_t>()[at] = static_cast<int8_t>(value);
-        else if (raw.layout.dtype.element_bytes() == 2)
-            raw.ptr<int16_t>()[at] = static_cast<int16_t>(value);
+        if (dtype == DType::Float32())
+            tensor.set(i, word % 64 / 4.0);
+        else if (is_count)
+            tensor.set(i, word % 36);
+        else if (word % 16 == 0)
+            tensor.set(i, -std::ldexp(1.0, static_cast<int>(8 * dtype.element_bytes()) - 1));
         else
-            raw.ptr<int32_t>()[at] = value;
+            tensor.set(i, word % 16 == 1 ? INT32_MAX : word >> (random() % 32));
     }
 }
 
@@ -93,6 +65,27 @@ struct Case {
     DType output;
 };
 
+// The real values are added in Float32, and the sum is rounded to the output's scale.
+double quantised_sum(const Case& c, const double (&v)[4]) {
+    const auto real = [&](int i) {
+        return static_cast<float>(v[i]) * c.inputs[i].param<kern::QuantizedS8Param>().scale;
+    };
+    float sum = real(0) + real(1);
+    if (c.mode == Mode::QUANTISED_ADD_RELU && sum < 0)
+        sum = 0;
+    const auto units = [&](float scale) { return std::round(static_cast<double>(sum / scale)); };
+    switch (c.output.enum_value()) {
+        case kern::DTypeEnum::QUANTIZED8_ASYMM: {
+            const auto& param = c.output.param<kern::Quantized8AsymmParam>();
+            return clamp(units(param.scale) + param.zero_point, 0, 255);
+        }
+        case kern::DTypeEnum::QUANTIZED_S8:
+            return clamp_to_int(units(c.output.param<kern::QuantizedS8Param>().scale), 8);
+        default:
+            return clamp_to_int(units(c.output.param<kern::QuantizedS32Param>().scale), 32);
+    }
+}
+
 double reference(const Case& c, const double (&v)[4]) {
     const auto whole = [&](int i) { return static_cast<int64_t>(v[i]); };
     switch (c.mode) {
@@ -113,23 +106,8 @@ double reference(const Case& c, const double (&v)[4]) {
             const double sum = wrapped(whole(0) + whole(1), bits);
             return clamp_to_int(shifted(high_product(sum, v[2], bits), v[3]), 8);
         }
-        default: {
-            const float x_scale = c.inputs[0].param<kern::QuantizedS8Param>().scale;
-            const float y_scale = c.inputs[1].param<kern::QuantizedS8Param>().scale;
-            float sum = static_cast<float>(v[0]) * x_scale + static_cast<float>(v[1]) * y_scale;
-            if (c.mode == Mode::QUANTISED_ADD_RELU && sum < 0)
-                sum = 0;
-            const auto q = [&](float scale) {
-                return std::round(static_cast<double>(sum / scale));
-            };
-            if (c.output.enum_value() == kern::DTypeEnum::QUANTIZED8_ASYMM) {
-                const auto& param = c.output.param<kern::Quantized8AsymmParam>();
-                return clamp(q(param.scale) + param.zero_point, 0, 255);
-            }
-            if (c.output.enum_value() == kern::DTypeEnum::QUANTIZED_S8)
-                return clamp_to_int(q(c.output.param<kern::QuantizedS8Param>().scale), 8);
-            return clamp_to_int(q(c.output.param<kern::QuantizedS32Param>().scale), 32);
-        }
+        default:
+            return quantised_sum(c, v);
     }
 }
 
@@ -205,8 +183,8 @@ TEST(ElementwiseMultiType, EveryLevelModeDtypeAndFormGivesTheRule) {
                 for (size_t i = 0; i < form.output.element_count(); ++i) {
                     double v[4] = {};
                     for (size_t n = 0; n < inputs.size(); ++n)
-                        v[n] = get(inputs[n], offset_of(inputs[n].layout, form.output, i));
-                    ASSERT_EQ(get(output.raw(), static_cast<ptrdiff_t>(i)), reference(c, v))
+                        v[n] = broadcast_get(*tensors[n], form.output, i);
+                    ASSERT_EQ(output.get(i), reference(c, v))
                         << level_name(level) << " mode " << static_cast<int>(c.mode) << " "
                         << c.inputs[0].name() << " to " << c.output.name() << " of " << v[0] << " "
                         << v[1] << " " << v[2] << " " << v[3];
@@ -240,20 +218,28 @@ TEST(ElementwiseMultiType, WrongArgumentsStopTheProcess) {
         i32({2, 3}, DType::Int32()), s8({2, 3}, DType::QuantizedS8(1)), u8({2, 3}, DType::Uint8()),
         four({4}, DType::Int8());
     const Tensor empty({0, 3}, DType::Int8()), gaps(strided({2, 3}, {5, 1}, DType::Int8()));
-    for (kern::HandleLevel level : LEVELS) {
+    const struct {
+        Mode mode;
+        std::vector<RawTensor> inputs;
+        RawTensor output;
+    } calls[] = {
+        {Mode::SHIFT_TO_INT8, {i16.raw()}, i8.raw()},
+        {Mode::SHIFT_TO_INT8, {u8.raw(), i8.raw()}, i8.raw()},
+        {Mode::SHIFT_TO_INT8, {i16.raw(), i8.raw()}, i16.raw()},
+        {Mode::SHIFT_TO_INT8, {i16.raw(), four.raw()}, i8.raw()},
+        {Mode::SHIFT_TO_INT8, {empty.raw(), empty.raw()}, empty.raw()},
+        {Mode::SHIFT_TO_INT8, {i16.raw(), i8.raw()}, gaps.raw()},
+        {Mode::MUL_ADD_TO_INT32, {i32.raw(), i32.raw(), i32.raw()}, i32.raw()},
+        {Mode::QUANTISED_ADD, {s8.raw(), i8.raw()}, s8.raw()},
+        {Mode::QUANTISED_ADD, {s8.raw(), s8.raw()}, i8.raw()},
+        {static_cast<Mode>(8), {i16.raw(), i8.raw()}, i8.raw()},
+    };
+    for (kern::HandleLevel level : {NAIVE, FALLBACK, ARMV7}) {
         run(level, Mode::SHIFT_TO_INT8, {i16.raw(), i8.raw()}, i8.raw());
-        EXPECT_DEATH(run(level, Mode::SHIFT_TO_INT8, {i16.raw()}, i8.raw()), "");
-        EXPECT_DEATH(run(level, Mode::SHIFT_TO_INT8, {u8.raw(), i8.raw()}, i8.raw()), "");
+        for (const auto& call : calls)
+            EXPECT_DEATH(run(level, call.mode, call.inputs, call.output), "")
+                << level_name(level) << " " << &call - calls;
     }
-    EXPECT_DEATH(run(NAIVE, Mode::SHIFT_TO_INT8, {i16.raw(), i8.raw()}, i16.raw()), "");
-    EXPECT_DEATH(run(NAIVE, Mode::SHIFT_TO_INT8, {i16.raw(), four.raw()}, i8.raw()), "");
-    EXPECT_DEATH(run(NAIVE, Mode::SHIFT_TO_INT8, {empty.raw(), empty.raw()}, empty.raw()), "");
-    EXPECT_DEATH(run(NAIVE, Mode::SHIFT_TO_INT8, {i16.raw(), i8.raw()}, gaps.raw()), "");
-    EXPECT_DEATH(run(NAIVE, Mode::MUL_ADD_TO_INT32, {i32.raw(), i32.raw(), i32.raw()}, i32.raw()),
-                 "");
-    EXPECT_DEATH(run(NAIVE, Mode::QUANTISED_ADD, {s8.raw(), i8.raw()}, s8.raw()), "");
-    EXPECT_DEATH(run(NAIVE, Mode::QUANTISED_ADD, {s8.raw(), s8.raw()}, i8.raw()), "");
-    EXPECT_DEATH(run(NAIVE, static_cast<Mode>(8), {i16.raw(), i8.raw()}, i8.raw()), "");
 }
 
 }  // namespace

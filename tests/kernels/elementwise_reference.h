@@ -7,6 +7,7 @@
 #include <set>
 
 #include "kernels/check.h"
+#include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
 
@@ -143,6 +144,22 @@ inline int64_t reference_int(uint32_t mode, int bits, int64_t x, int64_t y, int6
         default:
             return reference_number(mode, x, y, z, w);
     }
+}
+
+// The input's element that belongs to a row-major position of the output.
+inline double broadcast_get(const Tensor& input, const TensorShape& output, size_t position) {
+    const TensorLayout& layout = input.layout();
+    size_t index = 0, scale = 1;
+    for (size_t from_right = 1; from_right <= output.ndim; ++from_right) {
+        const size_t coordinate = position % output[output.ndim - from_right];
+        position /= output[output.ndim - from_right];
+        if (from_right > layout.ndim)
+            continue;
+        const size_t length = layout[layout.ndim - from_right];
+        index += length == 1 ? 0 : coordinate * scale;
+        scale *= length;
+    }
+    return input.get(index);
 }
 
 }  // namespace kern_test

@@ -7,8 +7,10 @@
 
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "kernels/dtype_switch.h"
@@ -95,25 +97,47 @@ void with_type(DType dtype, Function function) {
 }
 
 // Memory that ends at an unmapped page: a read or write behind it ends the test. Filled with 0xff,
-// which is NaN in every float type.
+// which is NaN in every float type. Mappings are kept for later buffers of their size.
 class GuardedBuffer {
 public:
     explicit GuardedBuffer(size_t bytes) {
         const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
         m_mapped = (bytes + page - 1) / page * page + page;
-        m_base = static_cast<uint8_t*>(
-            mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        mprotect(m_base + m_mapped - page, page, PROT_NONE);
+        {
+            const std::lock_guard<std::mutex> lock(mutex());
+            auto& free = free_of_size()[m_mapped];
+            if (!free.empty()) {
+                m_base = free.back();
+                free.pop_back();
+            }
+        }
+        if (!m_base) {
+            m_base = static_cast<uint8_t*>(mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE,
+                                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+            mprotect(m_base + m_mapped - page, page, PROT_NONE);
+        }
         m_data = m_base + m_mapped - page - bytes;
         std::memset(m_base, 0xff, m_mapped - page);
     }
-    ~GuardedBuffer() { munmap(m_base, m_mapped); }
+    ~GuardedBuffer() {
+        const std::lock_guard<std::mutex> lock(mutex());
+        free_of_size()[m_mapped].push_back(m_base);
+    }
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
     uint8_t* data() const { return m_data; }
 
 private:
-    uint8_t* m_base;
+    static std::mutex& mutex() {
+        static std::mutex of_all;
+        return of_all;
+    }
+    static std::unordered_map<size_t, std::vector<uint8_t*>>& free_of_size() {
+        static std::unordered_map<size_t, std::vector<uint8_t*>> mappings;
+        return mappings;
+    }
+
+    uint8_t* m_base = nullptr;
     uint8_t* m_data;
     size_t m_mapped;
 };
@@ -193,6 +217,35 @@ inline TensorLayout strided(const TensorShape& shape, const std::vector<ptrdiff_
     for (size_t axis = 0; axis < shape.ndim; ++axis)
         layout.stride[axis] = strides[axis];
     return layout;
+}
+
+// Runs an operator of the level in a workspace of just the size that it asks for; returns the size.
+template <typename Operator, typename Param, typename... Tensors>
+size_t run_operator(kern::HandleLevel level, const Param& param, const Tensors&... tensors) {
+    const auto handle = make_handle(level);
+    const auto op = handle->create_operator<Operator>();
+    op->param() = param;
+    const size_t bytes = op->workspace_in_bytes(tensors.layout()...);
+    const GuardedBuffer workspace(bytes);
+    op->exec(tensors.raw()..., {workspace.data(), bytes});
+    return bytes;
+}
+
+// `function(positions)` with the row-major positions of each line along the axis, in the row-major
+// order of what is left when the axis collapses.
+template <typename Function>
+void for_each_line(const TensorShape& shape, size_t axis, Function function) {
+    size_t step = 1;
+    for (size_t inner = axis + 1; inner < shape.ndim; ++inner)
+        step *= shape[inner];
+    std::vector<size_t> line(shape[axis]);
+    for (size_t first = 0; first < shape.element_count(); ++first) {
+        if (first / step % shape[axis] != 0)
+            continue;
+        for (size_t i = 0; i < line.size(); ++i)
+            line[i] = first + i * step;
+        function(line);
+    }
 }
 
 }  // namespace kern_test

@@ -1,7 +1,7 @@
-// Which routine a float product of the armv7 level takes, and what its panels look like.
-#include <algorithm>
-
+// Which routine a product takes, the workspace that it asks for, and the parts of the armv7
+// routines that MatrixMul itself does not use.
 #include "kernels/armv7/float_product.h"
+#include "kernels/armv7/matrix_mul.h"
 #include "tests/kernels/matrix_mul_test_util.h"
 
 namespace kern_test {
@@ -10,33 +10,11 @@ namespace {
 using kern::armv7::FloatProduct;
 using kern::armv7::StorageOrder;
 
-constexpr size_t WORKSPACE = 0xF4040;
-constexpr size_t A_PANELS = 256 * 492 * 4 + 32;  // behind those of B
+constexpr size_t FLOAT_PANELS = 0xF4040;
 
-// A workspace on a boundary of 16, in which what no routine has written is 0xff.
-struct PanelMemory {
-    GuardedBuffer buffer{WORKSPACE};
-    uint8_t* data() const { return buffer.data(); }
-    bool is_untouched() const {
-        return std::all_of(data(), data() + WORKSPACE, [](uint8_t byte) { return byte == 0xff; });
-    }
-    float value(size_t offset, size_t index) const {
-        float result;
-        std::memcpy(&result, data() + offset + index * sizeof(float), sizeof(result));
-        return result;
-    }
-};
-
-void exec(const Problem& problem, const Tensor& a, const Tensor& b, const Tensor& c,
-          const PanelMemory& memory) {
-    const auto handle = make_handle(ARMV7);
-    const auto op = handle->create_operator<kern::MatrixMul>();
-    op->param() = {problem.transpose_a, problem.transpose_b, MatrixMulDataType::DEFAULT};
-    ASSERT_EQ(op->workspace_in_bytes(a.layout(), b.layout(), c.layout()), WORKSPACE);
-    op->exec(a.raw(), b.raw(), c.raw(), {memory.data(), WORKSPACE});
-}
-
-TEST(MatrixMulPaths, ShortUnturnedProductsNeedNoPanels) {
+// Without panels a float product leaves its workspace alone: short ones that are not transposed,
+// and those by a contiguous column.
+TEST(MatrixMulPaths, SmallFloatProductsNeedNoPanels) {
     const struct {
         Problem problem;
         bool small;
@@ -44,61 +22,76 @@ TEST(MatrixMulPaths, ShortUnturnedProductsNeedNoPanels) {
         {{1, 40, 9, false, false, 0}, true},   {{7, 13, 300, false, false, 2}, true},
         {{8, 13, 2, false, false, 0}, true},   {{8, 13, 3, false, false, 0}, false},
         {{9, 13, 2, false, false, 0}, false},  {{30, 1, 20, false, false, 0}, true},
-        {{30, 1, 20, false, false, 1}, false},  // a column that is not contiguous
-        {{1, 40, 9, false, true, 0}, false},   {{1, 40, 9, true, false, 0}, false},
-        {{30, 1, 20, false, true, 0}, false},
+        {{30, 1, 20, false, false, 1}, false}, {{1, 40, 9, false, true, 0}, false},
+        {{1, 40, 9, true, false, 0}, false},   {{30, 1, 20, false, true, 0}, false},
     };
     for (const auto& item : cases) {
-        const DType f = DType::Float32();
-        const Tensor a(item.problem.a(f)), b(item.problem.b(f)), c(item.problem.c(f));
-        const PanelMemory memory;
-        exec(item.problem, a, b, c, memory);
-        EXPECT_EQ(memory.is_untouched(), item.small) << item.problem.text();
+        const Operands in(item.problem, kind("float"));
+        const Tensor c(item.problem.c(DType::Float32()));
+        const GuardedBuffer workspace(FLOAT_PANELS);
+        const auto handle = make_handle(ARMV7);
+        const auto op = handle->create_operator<kern::MatrixMul>();
+        op->param() = {item.problem.transpose_a, item.problem.transpose_b};
+        op->exec(in.a.raw(), in.b.raw(), c.raw(), {workspace.data(), FLOAT_PANELS});
+        EXPECT_EQ(std::all_of(workspace.data(), workspace.data() + FLOAT_PANELS,
+                              [](uint8_t byte) { return byte == 0xff; }),
+                  item.small)
+            << item.problem.text();
     }
 }
 
-// Only Float32 accumulated in Float32 has panels at all.
-TEST(MatrixMulPaths, OtherFloatsGoToTheLevelsBelow) {
+TEST(MatrixMulPaths, PathsAndTheirWorkspaces) {
+    using Fallback = kern::fallback::MatrixMulImpl;
+    using Arm = kern::armv7::MatrixMulImpl;
+    using Path = Fallback::Path;
+    using ArmPath = Arm::IntegerPath;
+    const struct {
+        Problem problem;
+        const char* kind;
+        size_t fallback, armv7;
+        Path path;
+        ArmPath arm_path;
+    } cases[] = {
+        {{9, 13, 5, false, false, 0},
+         "float",
+         64 * (5 + 8) + 32,
+         FLOAT_PANELS,
+         Path::FLOAT,
+         ArmPath::FALLBACK},
+        {{9, 13, 5, false, false, 0}, "float in 32", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {{9, 13, 5, false, false, 0}, "half", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {{2, 3, 100, false, false, 0}, "8 to 16", 0, 0, Path::ROWS, ArmPath::FALLBACK},
+        {{3, 5, 100, false, false, 0},
+         "8 to 16",
+         0,
+         1536 + 1536 + 512,
+         Path::NAIVE,
+         ArmPath::INT8_TO_INT16},
+        {{3, 5, 100, true, false, 0}, "8 to 16", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {{2, 5, 100, false, true, 0}, "8 to 16", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {{2, 3, 17, false, false, 0}, "8 to 32", 0, 0, Path::ROWS, ArmPath::FALLBACK},
+        {{2, 3, 17, false, true, 0}, "8 to 32", 0, 128 + 128 + 32, Path::NAIVE, ArmPath::INT8},
+        {{1, 1, 1, true, false, 0}, "8 to 32", 0, 64 + 64 + 32, Path::NAIVE, ArmPath::INT8},
+        {{5, 3, 17, false, false, 0}, "8 to 32", 0, 256 + 128 + 32, Path::NAIVE, ArmPath::INT8},
+        {{2, 3, 17, false, false, 0}, "quantised", 0, 0, Path::ROWS, ArmPath::FALLBACK},
+        {{5, 3, 17, true, true, 0}, "quantised", 0, 256 + 128 + 32, Path::NAIVE, ArmPath::INT8},
+        {{2, 3, 17, false, false, 0}, "zero points", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+    };
     const auto handle = make_handle(ARMV7);
-    const auto op = handle->create_operator<kern::MatrixMul>();
-    const TensorLayout f({9, 9}, DType::Float32()), h({9, 9}, DType::Float16());
-    op->param().data_type = MatrixMulDataType::FLOAT_IO16_CO32;
-    EXPECT_EQ(op->workspace_in_bytes(f, f, f), 0u);
-    op->param().data_type = MatrixMulDataType::DEFAULT;
-    EXPECT_EQ(op->workspace_in_bytes(h, h, h), 0u);
-    EXPECT_EQ(op->workspace_in_bytes(f, f, f), WORKSPACE);
-}
-
-// Rows of the caller's A in panels of 4, columns of its B in panels of 12, the values of one k side
-// by side, zeros behind the last line. Of a deep product the last 256 values of k are left there.
-TEST(MatrixMulPaths, PanelsHoldTheValuesOfOneKSideBySide) {
-    std::mt19937 random(1);
-    for (size_t depth : Sizes{1, 70, 259}) {
-        for (int flags = 0; flags < 4; ++flags) {
-            const Problem problem{9, 29, depth, (flags & 1) != 0, (flags & 2) != 0, 1};
-            const DType f = DType::Float32();
-            Tensor a(problem.a(f)), b(problem.b(f));
-            const Tensor c(problem.c(f));
-            a.fill_uniform(random, -1, 1);
-            b.fill_uniform(random, -1, 1);
-            const PanelMemory memory;
-            exec(problem, a, b, c, memory);
-            const size_t first_k = (depth - 1) / 256 * 256, block = depth - first_k;
-            const auto expect_panels = [&](size_t offset, size_t lines, size_t width, auto wanted) {
-                for (size_t line = 0; line < (lines + width - 1) / width * width; ++line)
-                    for (size_t k = 0; k < block; ++k)
-                        ASSERT_EQ(memory.value(offset, line / width * width * block + k * width +
-                                                           line % width),
-                                  line < lines ? wanted(line, first_k + k) : 0.0f)
-                            << problem.text() << " line " << line << " k " << k;
-            };
-            expect_panels(0, problem.rows, 4, [&](size_t i, size_t k) {
-                return a.at<float>(problem.a_position(i, k));
-            });
-            expect_panels(A_PANELS, problem.columns, 12, [&](size_t j, size_t k) {
-                return b.at<float>(problem.b_position(k, j));
-            });
-        }
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.problem.text() + " " + row.kind);
+        const Kind& item = kind(row.kind);
+        const TensorLayout a = row.problem.a(item.a), b = row.problem.b(item.b),
+                           c = row.problem.c(item.c);
+        Fallback fallback(handle.get());
+        Arm arm(handle.get());
+        fallback.param() =
+            arm.param() = {row.problem.transpose_a, row.problem.transpose_b, item.data_type};
+        EXPECT_EQ(fallback.workspace_in_bytes(a, b, c), row.fallback);
+        EXPECT_EQ(arm.workspace_in_bytes(a, b, c), row.armv7);
+        EXPECT_EQ(fallback.path(a, c), row.path);
+        EXPECT_EQ(arm.path(a, c), row.path);
+        EXPECT_EQ(arm.integer_path(a, c), row.arm_path);
     }
 }
 
@@ -110,7 +103,7 @@ TEST(MatrixMulPaths, FactorsAndStorageOrder) {
     std::vector<float> a(ROWS * DEPTH), b(DEPTH * COLUMNS), old_c(ROWS * COLUMNS);
     for (auto* values : {&a, &b, &old_c})
         std::generate(values->begin(), values->end(), [&] { return float(whole(random)); });
-    const PanelMemory memory;
+    const GuardedBuffer panels(FLOAT_PANELS);
     for (const auto& [alpha, beta] : {std::pair(1.0f, 1.0f), {2.0f, 0.5f}, {-1.0f, 0.0f}}) {
         for (auto order : {StorageOrder::ROW_MAJOR, StorageOrder::COLUMN_MAJOR}) {
             const bool by_row = order == StorageOrder::ROW_MAJOR;
@@ -122,7 +115,7 @@ TEST(MatrixMulPaths, FactorsAndStorageOrder) {
             product.a = a.data(), product.lda = by_row ? DEPTH : ROWS;
             product.b = b.data(), product.ldb = by_row ? COLUMNS : DEPTH;
             product.c = c.data(), product.ldc = by_row ? COLUMNS : ROWS;
-            kern::armv7::float_product(product, memory.data());
+            kern::armv7::float_product(product, panels.data());
             const auto position = [&](size_t i, size_t j, size_t height, size_t width) {
                 return by_row ? i * width + j : j * height + i;
             };

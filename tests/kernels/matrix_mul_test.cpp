@@ -1,182 +1,246 @@
+// Every kind of matrix product at every level against plain sums. Half of all bytes are -128, so
+// that the wrap of the armv7 level shows wherever its products run, and nowhere else.
+#include <limits>
+#include <thread>
+
 #include "tests/kernels/matrix_mul_test_util.h"
 
 namespace kern_test {
 namespace {
 
-// Sizes around the edges of tiles of 4 and 8 rows and of 4 and 12 columns.
+// Around the edges of tiles, panels and vectors of all levels: a part of all combinations that
+// meets every pair of sizes.
 std::vector<Problem> problems() {
+    constexpr size_t STEP = 11;  // has no factor in common with the lists
     std::vector<Problem> result;
-    for (size_t rows : Sizes{1, 2, 3, 4, 5, 7, 8, 9, 16, 17})
-        for (size_t columns : Sizes{1, 4, 11, 12, 13, 24, 25})
-            for (size_t depth : Sizes{0, 1, 2, 3, 4, 5, 33})
+    size_t count = 0;
+    for (size_t rows : Sizes{1, 2, 3, 4, 5, 7, 8, 9, 13, 16, 17, 35})
+        for (size_t columns : Sizes{1, 2, 3, 4, 8, 11, 12, 13, 15, 16, 17, 24, 25, 33, 65})
+            for (size_t depth : Sizes{0, 1, 2, 3, 5, 7, 8, 9, 15, 16, 17, 31, 33, 40, 64, 65, 131})
                 for (int flags = 0; flags < 8; ++flags)
-                    result.push_back({rows, columns, depth, (flags & 1) != 0, (flags & 2) != 0,
-                                      flags & 4 ? size_t{3} : size_t{0}});
-    // A third of them meets every pair of sizes: the step has no factor in common with the lists.
-    constexpr size_t STEP = 3;
-    size_t kept = 0;
-    for (size_t i = 0; i < result.size(); i += STEP)
-        result[kept++] = result[i];
-    result.resize(kept);
+                    if (++count % STEP == 0)
+                        result.push_back({rows, columns, depth, (flags & 1) != 0, (flags & 2) != 0,
+                                          flags & 4 ? size_t{3} : size_t{0}});
+    for (size_t rows : Sizes{0, 5})
+        for (bool transpose : {false, true})
+            result.push_back({rows, 5 - rows, 3, transpose, !transpose, 0});
     return result;
 }
 
-// The armv7 level's blocks: 480 columns and rows of C, 256 products.
-const Problem BLOCK_EDGES[] = {
-    {5, 479, 255, false, true, 0}, {9, 480, 256, false, false, 1}, {4, 481, 257, false, true, 3},
-    {479, 13, 5, true, true, 0},   {481, 3, 9, false, true, 0},    {480, 12, 2, true, false, 2},
-    {2, 25, 513, true, false, 0},  {1, 961, 17, true, true, 0},    {12, 1, 100, false, false, 0},
-    {13, 1, 18, false, true, 1},
+// Around the edges of blocks: at armv7 480 rows and columns and a depth of 256, at x86 192 columns
+// and a depth of 256 and more, in several blocks of A at 9000. Sums of bytes pass 2^31 at 140000.
+const Problem LARGE[] = {
+    {5, 479, 255, false, true, 0},   {9, 480, 256, false, false, 1},
+    {4, 481, 257, false, true, 3},   {479, 13, 5, true, true, 0},
+    {481, 3, 9, false, true, 0},     {480, 12, 2, true, false, 2},
+    {2, 25, 513, true, false, 0},    {1, 961, 17, true, true, 0},
+    {12, 1, 100, false, false, 0},   {13, 1, 18, false, true, 1},
+    {33, 37, 343, false, true, 0},   {33, 37, 520, true, false, 3},
+    {33, 37, 9000, false, true, 0},  {241, 21, 520, false, true, 0},
+    {3, 401, 20, false, false, 0},   {3, 5, 140000, false, true, 0},
+    {1, 1, 140000, false, false, 0}, {17, 17, 140000, false, true, 0},
 };
 
-TEST(MatrixMul, WholeNumbersAreExactAtEveryLevel) {
-    const struct {
-        DType in, out;
-        MatrixMulDataType data_type;
-        int magnitude;
-    } kinds[] = {
-        {DType::Float32(), DType::Float32(), MatrixMulDataType::DEFAULT, 100},
-        {DType::Float32(), DType::Float32(), MatrixMulDataType::FLOAT_IO16_CO32, 100},
-        {DType::Float16(), DType::Float16(), MatrixMulDataType::DEFAULT, 7},
-        {DType::Float16(), DType::Float16(), MatrixMulDataType::FLOAT_IO16_CO32, 7},
-        {DType::Int8(), DType::Int32(), MatrixMulDataType::INT8_TO_INT32, 127},
-    };
+// What the elements are like, in turn.
+enum class Fill {
+    RANDOM,
+    ONE_SIGN,  // sums grow as far as they can
+    TINY,      // products vanish and leave a negative zero
+    SPECIAL,   // some lines of B hold no number or an infinite one
+    COUNT,
+};
+
+void fill(const Problem& problem, const Kind& kind, Fill how, std::mt19937& random, Operands& in) {
+    if (kind.stored_in == DType::Float32()) {
+        const float most = how == Fill::ONE_SIGN ? 0.0f : 1.0f;
+        in.a.fill_uniform(random, -1, most);
+        in.b.fill_uniform(random, -1, most);
+        if (how == Fill::TINY) {
+            in.a.fill([] { return -1e-30; });
+            in.b.fill([] { return 1e-30; });
+        }
+        for (size_t j = 0; how == Fill::SPECIAL && problem.depth > 0 && j < problem.columns; j += 5)
+            in.b.set(problem.b_position(j % problem.depth, j), j % 2 == 0 ? NAN : INFINITY);
+    } else if (kind.stored_in == DType::Float16()) {
+        in.a.fill_integers(random, -8, 7);  // sums are exact
+        in.b.fill_integers(random, -8, 7);
+    } else {
+        const auto value = [&] {
+            const int least = kind.stored_in == DType::Uint8() ? 0 : -128;
+            return how == Fill::ONE_SIGN || random() % 2 == 0
+                       ? least
+                       : static_cast<int>(random() % 256) + least;
+        };
+        in.a.fill(value);
+        in.b.fill(value);
+        if (how == Fill::ONE_SIGN && problem.depth > 100000)
+            in.b.fill([] { return 127; });
+    }
+}
+
+void check_levels(const Problem& problem, const Kind& item, Fill how, std::mt19937& random) {
+    Operands in(problem, item);
+    fill(problem, item, how, random, in);
+    const Reference reference(problem, item, in);
+    const auto plain = reference.of(NAIVE);
+    for (kern::HandleLevel level : LEVELS) {
+        const bool own = level != NAIVE && level != FALLBACK;
+        const auto wanted = own ? reference.of(level) : nullptr;
+        const auto got = product(level, problem, item, in, random() % 16);
+        expect_same_product(*got, own ? *wanted : *plain,
+                            problem.text() + " " + item.name + " " + level_name(level));
+        if (testing::Test::HasFatalFailure())
+            return;
+    }
+}
+
+TEST(MatrixMul, EveryKindAndLevelGivesThePlainSums) {
     std::mt19937 random(1);
-    for (const Problem& problem : problems()) {
-        for (const auto& kind : kinds) {
-            Tensor a(problem.a(kind.in)), b(problem.b(kind.in));
-            a.fill_integers(random, -kind.magnitude - 1, kind.magnitude);
-            b.fill_integers(random, -kind.magnitude - 1, kind.magnitude);
-            Tensor wanted(problem.c(kind.out));  // what lies between rows is never written
-            for (size_t i = 0; i < problem.rows; ++i)
-                for (size_t j = 0; j < problem.columns; ++j) {
-                    double sum = 0;
-                    for (size_t k = 0; k < problem.depth; ++k)
-                        sum += a.get(problem.a_position(i, k)) * b.get(problem.b_position(k, j));
-                    wanted.set(i * problem.columns + j, sum);
-                }
-            for (kern::HandleLevel level : LEVELS) {
-                const Tensor c(problem.c(kind.out));
-                run(level, problem, kind.data_type, a, b, c);
-                ASSERT_EQ(c.bytes(), wanted.bytes())
-                    << problem.text() << " " << kind.in.name() << " level " << level_name(level);
-            }
+    size_t turn = 0;
+    for (const Problem& problem : problems())
+        for (const Kind& item : kinds()) {
+            check_levels(problem, item,
+                         static_cast<Fill>(++turn % 9 % static_cast<size_t>(Fill::COUNT)), random);
+            if (HasFatalFailure())
+                return;
         }
-    }
 }
 
-TEST(MatrixMul, FloatLevelsAgreeBitForBit) {
+TEST(MatrixMul, BlocksJoinAndSumsWrap) {
     std::mt19937 random(2);
-    size_t misalignment = 0;  // the workspace may lie anywhere
-    std::vector<Problem> all = problems();
-    all.insert(all.end(), std::begin(BLOCK_EDGES), std::end(BLOCK_EDGES));
-    for (const Problem& problem : all) {
-        Tensor a(problem.a(DType::Float32())), b(problem.b(DType::Float32()));
-        a.fill_uniform(random, -1, 1);
-        b.fill_uniform(random, -1, 1);
-        const Tensor naive(problem.c(DType::Float32()));
-        run(NAIVE, problem, MatrixMulDataType::DEFAULT, a, b, naive);
-        for (kern::HandleLevel level : {FALLBACK, ARMV7}) {
-            const Tensor c(problem.c(DType::Float32()));
-            run(level, problem, MatrixMulDataType::DEFAULT, a, b, c, misalignment++ % 16);
-            ASSERT_EQ(c.bytes(), naive.bytes()) << problem.text() << " " << level_name(level);
+    for (const Problem& problem : LARGE)
+        for (const char* name : {"float", "8 to 16", "8 to 32"}) {
+            const bool wraps = problem.depth > 100000;
+            check_levels(problem, kind(name), wraps ? Fill::ONE_SIGN : Fill::RANDOM, random);
+            if (HasFatalFailure())
+                return;
         }
-    }
 }
-
-class MatrixMulLevels : public testing::TestWithParam<kern::HandleLevel> {};
-
-// The score of a pair may depend neither on the other queries and rows nor on where the pair lies.
-TEST_P(MatrixMulLevels, PairHasTheSameBitsAloneAndInABatch) {
-    const kern::HandleLevel level = GetParam();
-    constexpr size_t QUERIES = 21, ROWS = 61, DIM = 131;
-    std::mt19937 random(3);
-    const Problem batch{QUERIES, ROWS, DIM, false, true, 0};
-    Tensor a(batch.a(DType::Float32())), b(batch.b(DType::Float32()));
-    a.fill_uniform(random, -1, 1);
-    b.fill_uniform(random, -1, 1);
-    const Tensor all(batch.c(DType::Float32()));
-    run(level, batch, MatrixMulDataType::DEFAULT, a, b, all);
-    for (size_t count : Sizes{1, 2, 3, 4, 6}) {
-        for (size_t first_row : Sizes{0, 1, 7, 50}) {
-            const Problem part{count, ROWS - first_row, DIM, false, true, 0};
-            const size_t first_query = QUERIES - count;
-            Tensor queries(part.a(DType::Float32())), rows(part.b(DType::Float32()));
-            for (size_t i = 0; i < count * DIM; ++i)
-                queries.set(i, a.get(first_query * DIM + i));
-            for (size_t i = 0; i < (ROWS - first_row) * DIM; ++i)
-                rows.set(i, b.get(first_row * DIM + i));
-            const Tensor c(part.c(DType::Float32()));
-            run(level, part, MatrixMulDataType::DEFAULT, queries, rows, c);
-            for (size_t i = 0; i < count; ++i)
-                for (size_t j = 0; j < ROWS - first_row; ++j)
-                    ASSERT_EQ(c.at<float>(i * (ROWS - first_row) + j),
-                              all.at<float>((first_query + i) * ROWS + first_row + j));
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(, MatrixMulLevels, testing::Values(FALLBACK, ARMV7),
-                         [](const auto& level) { return level_name(level.param); });
 
 TEST(MatrixMul, HalfRoundsAfterEveryStepOrOnce) {
-    for (kern::HandleLevel level : LEVELS) {
-        const Problem problem{1, 1, 3, false, true, 0};
-        Tensor a(problem.a(DType::Float16())), b(problem.b(DType::Float16()));
-        const Tensor c(problem.c(DType::Float16()));
-        b.fill([] { return 1; });
-        a.set(0, 2048), a.set(1, 1), a.set(2, 1);
-        run(level, problem, MatrixMulDataType::DEFAULT, a, b, c);
-        EXPECT_EQ(c.get(0), 2048);
-        run(level, problem, MatrixMulDataType::FLOAT_IO16_CO32, a, b, c);
-        EXPECT_EQ(c.get(0), 2050);
+    const Problem problem{1, 1, 3, false, true, 0};
+    for (const auto& [name, result] : {std::pair("half", 2048.0), {"half in 32", 2050.0}}) {
+        Operands in(problem, kind(name));
+        in.b.fill([] { return 1; });
+        in.a.set(0, 2048), in.a.set(1, 1), in.a.set(2, 1);
+        for (kern::HandleLevel level : LEVELS)
+            EXPECT_EQ(product(level, problem, kind(name), in)->get(0), result) << level_name(level);
     }
 }
 
-TEST(MatrixMul, NoRowsNoColumnsAndWorkspaceSizes) {
-    for (kern::HandleLevel level : LEVELS) {
-        for (const Problem& problem :
-             {Problem{0, 5, 3, false, true, 0}, Problem{5, 0, 3, false, false, 0},
-              Problem{0, 0, 0, true, false, 0}}) {
-            const DType f = DType::Float32();
-            const Tensor a(TensorLayout(problem.a(f), f)), b(TensorLayout(problem.b(f), f)),
-                c(TensorLayout(problem.c(f), f));
-            run(level, problem, MatrixMulDataType::DEFAULT, a, b, c);
+// The vectors of 32-bit Arm take denormals for zeros and give zeros for them; everything else here
+// computes with them.
+TEST(MatrixMul, DenormalsVanishInVectorsOf32BitArmOnly) {
+#if defined(__ARM_NEON)
+    constexpr bool VECTORS_FLUSH = true;
+#else
+    constexpr bool VECTORS_FLUSH = false;
+#endif
+    for (size_t size : Sizes{1, 2, 9, 30}) {
+        const Problem problem{size, size, 40, false, true, 0};
+        Operands in(problem, kind("float"));
+        in.a.fill([] { return 0x1p-130; });
+        in.b.fill([] { return 0.5; });
+        for (kern::HandleLevel level : LEVELS) {
+            const auto c = product(level, problem, kind("float"), in);
+            const bool flushes = VECTORS_FLUSH && level != NAIVE;
+            for (size_t i = 0; i < size * size; ++i)
+                ASSERT_EQ(c->get(i), flushes ? 0 : 40 * 0x1p-131)
+                    << level_name(level) << " " << problem.text();
         }
     }
-    const auto handle = make_handle(FALLBACK);
-    const auto op = handle->create_operator<kern::MatrixMul>();
-    const Problem problem{9, 13, 5, false, false, 0};
-    const DType f = DType::Float32();
-    EXPECT_EQ(op->workspace_in_bytes(problem.a(f), problem.b(f), problem.c(f)),
-              64u * (16 * 5 * 4 / 64 + (24 * 5 * 4 + 63) / 64) + 32);
+}
+
+TEST(MatrixMul, OneOperatorRunsOnTwoThreads) {
+    const Problem problem{9, 29, 70, false, true, 0};
+    const Kind& item = kind("float");
+    std::mt19937 random(3);
+    Operands in(problem, item);
+    fill(problem, item, Fill::RANDOM, random, in);
+    for (kern::HandleLevel level : LEVELS) {
+        const auto wanted = product(level, problem, item, in);
+        const auto handle = make_handle(level);
+        const auto op = handle->create_operator<kern::MatrixMul>();
+        ASSERT_TRUE(op->is_thread_safe());
+        op->param() = {false, true, item.data_type};
+        const auto work = [&] {
+            const Tensor c(problem.c(item.c));
+            const size_t bytes = op->workspace_in_bytes(in.a.layout(), in.b.layout(), c.layout());
+            const GuardedBuffer workspace(bytes);
+            for (int round = 0; round < 20; ++round) {
+                op->exec(in.a.raw(), in.b.raw(), c.raw(), {workspace.data(), bytes});
+                EXPECT_EQ(c.bytes(), wanted->bytes()) << level_name(level);
+            }
+        };
+        std::thread other(work);
+        work();
+        other.join();
+    }
 }
 
 TEST(MatrixMul, WrongArgumentsStopTheProcess) {
-    const auto handle = make_handle(FALLBACK);
-    const auto op = handle->create_operator<kern::MatrixMul>();
-    const DType f = DType::Float32(), h = DType::Float16(), i8 = DType::Int8();
-    std::vector<uint8_t> memory(4096);
-    const auto exec = [&](const TensorLayout& a, const TensorLayout& b, const TensorLayout& c,
-                          MatrixMulDataType data_type, size_t workspace) {
-        op->param().data_type = data_type;
-        op->exec({memory.data(), a}, {memory.data() + 1024, b}, {memory.data() + 2048, c},
-                 {memory.data() + 3072, workspace});
+    constexpr auto PLAIN = MatrixMulDataType::DEFAULT, TO_16 = MatrixMulDataType::INT8_TO_INT16,
+                   TO_32 = MatrixMulDataType::INT8_TO_INT32,
+                   ASYMM = MatrixMulDataType::ASYMM8_TO_S32;
+    constexpr size_t HUGE_LENGTH = std::numeric_limits<size_t>::max() / 2;
+    const auto square = [](DType dtype) { return TensorLayout({4, 4}, dtype); };
+    const TensorLayout f = square(DType::Float32()), h = square(DType::Float16()),
+                       i8 = square(DType::Int8()), i16 = square(DType::Int16()),
+                       i32 = square(DType::Int32()), u8 = square(DType::Uint8()),
+                       s8 = square(DType::QuantizedS8(1)), s32 = square(DType::QuantizedS32(1)),
+                       a8 = square(DType::Quantized8Asymm(1, 1));
+    const DType float32 = DType::Float32();
+    const struct {
+        MatrixMulDataType data_type;
+        TensorLayout a, b, c;
+        size_t workspace;
+        bool is_fine = false;
+    } calls[] = {
+        {PLAIN, f, f, f, 1u << 20, true},
+        {TO_32, i8, i8, i32, 160, true},
+        {TO_16, i8, i8, i16, 1536, true},
+        {TO_32, s8, s8, s32, 160, true},
+        {ASYMM, a8, a8, s32, 0, true},
+        {PLAIN, f, f, f, 10},
+        {TO_32, i8, i8, i32, 159},
+        {TO_16, i8, i8, i16, 1535},
+        {PLAIN, f, f, TensorLayout({4, 5}, float32), 1u << 20},
+        {PLAIN, f, TensorLayout({5, 4}, float32), f, 1u << 20},
+        {PLAIN, TensorLayout({1, 4, 4}, float32), f, f, 1u << 20},
+        {PLAIN, strided({4, 4}, {1, 4}, float32), f, f, 1u << 20},
+        {PLAIN, strided({4, 4}, {3, 1}, float32), f, f, 1u << 20},
+        {PLAIN, f, f, strided({4, 4}, {3, 1}, float32), 1u << 20},
+        {PLAIN, strided({4, HUGE_LENGTH}, {4, 1}, float32), f, f, 1u << 20},
+        {PLAIN, f, f, h, 1u << 20},
+        {PLAIN, f, h, f, 1u << 20},
+        {PLAIN, i8, i8, i8, 1u << 20},
+        {TO_32, i8, i8, f, 1u << 20},
+        {TO_16, i8, i8, i32, 1u << 20},
+        {TO_16, s8, s8, i16, 1u << 20},
+        {TO_32, i8, i8, i16, 1u << 20},
+        {TO_32, i8, i8, s32, 1u << 20},
+        {TO_32, s8, s8, i32, 1u << 20},
+        {TO_32, i8, s8, i32, 1u << 20},
+        {TO_32, u8, u8, i32, 1u << 20},
+        {TO_32, a8, a8, s32, 1u << 20},
+        {ASYMM, u8, u8, s32, 1u << 20},
+        {ASYMM, a8, a8, i32, 1u << 20},
+        {static_cast<MatrixMulDataType>(5), i8, i8, i32, 1u << 20},
     };
-    const TensorLayout square({4, 4}, f), bytes({4, 4}, i8);
-    constexpr auto PLAIN = MatrixMulDataType::DEFAULT;
-    exec(square, square, square, PLAIN, 1000);
-    EXPECT_DEATH(exec(square, square, square, PLAIN, 10), "");
-    EXPECT_DEATH(exec(square, square, TensorLayout({4, 5}, f), PLAIN, 1000), "");
-    EXPECT_DEATH(exec(square, TensorLayout({5, 4}, f), square, PLAIN, 1000), "");
-    EXPECT_DEATH(exec(TensorLayout({1, 4, 4}, f), square, square, PLAIN, 1000), "");
-    EXPECT_DEATH(exec(strided({4, 4}, {1, 4}, f), square, square, PLAIN, 1000), "");
-    EXPECT_DEATH(exec(strided({4, 4}, {3, 1}, f), square, square, PLAIN, 1000), "");
-    EXPECT_DEATH(exec(square, square, strided({4, 4}, {3, 1}, f), PLAIN, 1000), "");
-    EXPECT_DEATH(exec(square, square, TensorLayout({4, 4}, h), PLAIN, 1000), "");
-    EXPECT_DEATH(exec(square, TensorLayout({4, 4}, h), square, PLAIN, 1000), "");
-    EXPECT_DEATH(exec(bytes, bytes, bytes, PLAIN, 1000), "");
-    EXPECT_DEATH(exec(bytes, bytes, square, MatrixMulDataType::INT8_TO_INT32, 1000), "");
+    std::vector<uint8_t> memory(2u << 20);
+    const auto handle = make_handle(ARMV7);
+    const auto op = handle->create_operator<kern::MatrixMul>();
+    for (const auto& call : calls) {
+        const auto exec = [&] {
+            op->param().data_type = call.data_type;
+            op->exec({memory.data(), call.a}, {memory.data() + 64, call.b},
+                     {memory.data() + 128, call.c}, {memory.data() + 256, call.workspace});
+        };
+        if (call.is_fine)
+            exec();
+        else
+            EXPECT_DEATH(exec(), "") << &call - calls;
+    }
 }
 
 }  // namespace

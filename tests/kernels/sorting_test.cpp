@@ -18,11 +18,7 @@ const DType F32 = DType::Float32(), I32 = DType::Int32();
 
 void argsort(Order order, const Tensor& src, const Tensor& dst, const Tensor& indices,
              kern::HandleLevel level = FALLBACK) {
-    const auto handle = make_handle(level);
-    const auto op = handle->create_operator<Argsort>();
-    op->param().order = order;
-    EXPECT_EQ(op->workspace_in_bytes(src.layout(), dst.layout(), indices.layout()), 0u);
-    op->exec(src.raw(), dst.raw(), indices.raw(), {});
+    EXPECT_EQ(run_operator<Argsort>(level, Argsort::Param{order}, src, dst, indices), 0u);
 }
 
 void top_k(Mode mode, int32_t k, const Tensor& data, const Tensor& values, const Tensor& indices,

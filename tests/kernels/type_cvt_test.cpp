@@ -1,4 +1,4 @@
-// Conversions with a quantised type on either side. Values are stored integers.
+// Conversions between all dtypes. Values of quantised types are the integers that they store.
 #include "kernels/type_cvt.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -21,7 +21,8 @@ double convert(kern::HandleLevel level, DType from, DType to, double value) {
     return dst.get(10);
 }
 
-TEST(TypeCvtQuantised, RoundsHalvesAwayFromZeroAndSaturates) {
+TEST(TypeCvt, ValuesThatDoNotFitAndHalves) {
+    const DType i8 = DType::Int8();
     const DType s8 = DType::QuantizedS8(1), s8_half = DType::QuantizedS8(0.5f);
     const DType asymm = DType::Quantized8Asymm(1, 100), s32 = DType::QuantizedS32(1);
     const DType s32_half = DType::QuantizedS32(0.5f), asymm_2 = DType::Quantized8Asymm(2, 3);
@@ -29,6 +30,20 @@ TEST(TypeCvtQuantised, RoundsHalvesAwayFromZeroAndSaturates) {
         DType from, to;
         double value, result;
     } cases[] = {
+        {F32, i8, -1.5, -1},
+        {F32, I32, 2.99, 2},
+        {F32, DType::Uint8(), -1, 255},
+        {F32, i8, 300, 44},
+        {F32, I32, 3e9, INT32_MAX},
+        {F32, I32, -3e9, INT32_MIN},
+        {F32, I32, NAN, 0},
+        {I32, i8, 130, -126},
+        {I32, DType::Int16(), 65537, 1},
+        {DType::Uint8(), i8, 200, -56},
+        {i8, DType::Uint8(), -1, 255},
+        {F32, DType::Float16(), 1e6, INFINITY},
+        {DType::Float16(), I32, -INFINITY, INT32_MIN},
+        {I32, F32, 16777217, 16777216},
         {F32, s8, 200.5, 127},
         {F32, s8, -1000, -128},
         {F32, s8, 2.5, 3},
@@ -76,7 +91,7 @@ TEST(TypeCvtQuantised, RoundsHalvesAwayFromZeroAndSaturates) {
 }
 
 // Every pair, layouts dense and not, around the length of a vector step.
-TEST(TypeCvtQuantised, EveryPairKeepsValuesThatFit) {
+TEST(TypeCvt, EveryPairKeepsValuesThatFit) {
     const DType quantised[] = {DType::Quantized8Asymm(0.25f, 7), DType::QuantizedS32(0.5f),
                                DType::QuantizedS8(0.25f)};
     const auto real = [](DType dtype, double stored) {
@@ -91,7 +106,7 @@ TEST(TypeCvtQuantised, EveryPairKeepsValuesThatFit) {
         for (DType to : all)
             for (const TensorLayout& layout :
                  {TensorLayout({1}, from), TensorLayout({8}, from), TensorLayout({3, 9}, from),
-                  strided({3, 5}, {-1, 4}, from)})
+                  strided({3, 5}, {-1, 4}, from), strided({3, 7}, {9, 1}, from)})
                 for (kern::HandleLevel level : LEVELS) {
                     double next = -1;  // whole numbers from 0 on
                     Tensor src(layout), dst(TensorLayout(layout, to));
@@ -108,7 +123,7 @@ TEST(TypeCvtQuantised, EveryPairKeepsValuesThatFit) {
 
 // The vector loop multiplies by the ratio of the scales. Where that is exact it gives what the
 // naive level gives, halves included; elsewhere it may be one step off within rounding of a half.
-TEST(TypeCvtQuantised, VectorLoopDiffersOnlyWithinRoundingOfAHalf) {
+TEST(TypeCvt, VectorLoopDiffersOnlyWithinRoundingOfAHalf) {
     const struct {
         float src, dst;
         bool exact, differs;
@@ -135,6 +150,13 @@ TEST(TypeCvtQuantised, VectorLoopDiffersOnlyWithinRoundingOfAHalf) {
             // Where the two formulas do differ, this also shows that the vector loop is what ran.
             EXPECT_EQ(different > 0, s.differs) << s.src << " " << s.dst;
         }
+}
+
+TEST(TypeCvt, WrongArgumentsStopTheProcess) {
+    const Tensor src({2}, F32), other({3}, F32), bytes({2}, DType::Byte());
+    EXPECT_DEATH(convert(FALLBACK, src, other), "");
+    EXPECT_DEATH(convert(FALLBACK, src, bytes), "");
+    EXPECT_DEATH(convert(FALLBACK, src, Tensor(strided({2}, {2}, F32))), "");
 }
 
 }  // namespace
