@@ -68,7 +68,8 @@ struct Case {
 // The real values are added in Float32, and the sum is rounded to the output's scale.
 double quantised_sum(const Case& c, const double (&v)[4]) {
     const auto real = [&](int i) {
-        return static_cast<float>(v[i]) * c.inputs[i].param<kern::QuantizedS8Param>().scale;
+        return static_cast<float>(v[i]) *
+               c.inputs[static_cast<size_t>(i)].param<kern::QuantizedS8Param>().scale;
     };
     float sum = real(0) + real(1);
     if (c.mode == Mode::QUANTISED_ADD_RELU && sum < 0)
