@@ -1,4 +1,7 @@
 // Relayout, which moves elements without arithmetic, and the half conversions.
+#include <algorithm>
+#include <numeric>
+
 #include "kernels/armv7/relayout.h"
 #include "kernels/relayout.h"
 #include "tests/kernels/kernel_test_util.h"
@@ -55,36 +58,43 @@ void expect_row_major_copy(const TensorLayout& from, const TensorLayout& to) {
     }
 }
 
-TEST(Relayout, CopiesInRowMajorOrder) {
-    const DType types[] = {DType::Float32(), DType::Int16(), DType::Uint8()};
-    for (DType t : types) {
-        const struct {
-            TensorLayout src, dst;
-        } cases[] = {
-            {TensorLayout({4, 6}, t), TensorLayout({4, 6}, t)},
-            {TensorLayout({4, 6}, t), strided({4, 6}, {20, 1}, t)},  // into columns of a matrix
-            {strided({4, 6}, {20, 1}, t), strided({4, 6}, {9, 1}, t)},
-            {TensorLayout({4, 1}, t), strided({4, 1}, {20, 1}, t)},
-            {TensorLayout({1, 6}, t), strided({1, 6}, {20, 1}, t)},
-            {strided({4, 6}, {1, 4}, t), TensorLayout({4, 6}, t)},
-            {TensorLayout({4, 6}, t), strided({4, 6}, {-6, -1}, t)},
-            {strided({4, 6}, {8, -1}, t), strided({4, 6}, {1, 5}, t)},
-            {strided({4, 6}, {0, 1}, t), TensorLayout({4, 6}, t)},
-            {strided({4, 6}, {7, 1}, t), strided({2, 2, 6}, {30, 8, 1}, t)},
-            {strided({4, 6}, {7, 1}, t), strided({8, 3}, {5, 1}, t)},
-            {strided({4, 6}, {7, 1}, t), strided({6, 4}, {5, 1}, t)},  // no common axes
-            {strided({4, 3}, {5, 1}, t), strided({2, 3, 2}, {20, 6, 2}, t)},
-            {TensorLayout({2, 3, 2, 2}, t).permuted({2, 0, 3, 1}), TensorLayout({4, 6}, t)},
-            {TensorLayout({0, 6}, t), TensorLayout({3, 0}, t)},
-        };
-        for (const auto& c : cases)
-            expect_row_major_copy(c.src, c.dst);
+// Axes in any order, with gaps between them or none, walked either way. A source may repeat itself.
+TensorLayout any_layout(const TensorShape& shape, DType dtype, bool may_repeat,
+                        std::mt19937& random) {
+    std::vector<size_t> order(shape.ndim);
+    std::iota(order.begin(), order.end(), size_t{0});
+    if (random() % 2)
+        std::shuffle(order.begin(), order.end(), random);
+    std::vector<ptrdiff_t> strides(shape.ndim);
+    size_t step = random() % 4 == 0 ? 2 : 1;
+    for (size_t i = shape.ndim; i-- > 0; step += random() % 3 == 0 ? random() % 9 : 0) {
+        const auto stride = static_cast<ptrdiff_t>(step);
+        strides[order[i]] = random() % 6 == 0 ? -stride : stride;
+        step *= std::max<size_t>(shape[order[i]], 1);
+        if (may_repeat && random() % 6 == 0)
+            strides[order[i]] = 0;
     }
-    const DType f = DType::Float32();
-    const Tensor src({2, 3}, f), other({3, 3}, f), overlapping(strided({2, 3}, {0, 1}, f));
-    EXPECT_DEATH(relayout(FALLBACK, src, other), "");
-    EXPECT_DEATH(relayout(FALLBACK, src, overlapping), "");
-    EXPECT_DEATH(relayout(FALLBACK, src, Tensor({2, 3}, DType::Int32())), "");
+    return strided(shape, strides, dtype);
+}
+
+TEST(Relayout, CopiesInRowMajorOrder) {
+    // Shapes of one count, with common axes and without.
+    const std::vector<std::vector<TensorShape>> groups = {
+        {{4, 6}, {24}, {2, 2, 6}, {8, 3}, {6, 4}, {2, 3, 2, 2}, {1, 24, 1}, {1, 4, 6}},
+        {{4, 3}, {2, 3, 2}, {12, 1}, {1, 12}},
+        {{5, 40}, {200}, {10, 20}},
+        {{0, 6}, {3, 0}, {0}}};
+    std::mt19937 random(14);
+    for (DType dtype : {DType::Float32(), DType::Int16(), DType::Uint8()})
+        for (int round = 0; round < 400; ++round) {
+            const auto& shapes = groups[random() % groups.size()];
+            const TensorShape &from = shapes[random() % shapes.size()],
+                              &to = shapes[random() % shapes.size()];
+            expect_row_major_copy(any_layout(from, dtype, true, random),
+                                  any_layout(to, dtype, false, random));
+            if (HasFatalFailure())
+                return;
+        }
 }
 
 // Matrices that change their axis order, around the edges of a vector block.

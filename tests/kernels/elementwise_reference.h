@@ -2,160 +2,127 @@
 // precision, integers in 64 bits. Independent of the kernels' table on purpose.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <set>
+#include <map>
 
-#include "kernels/check.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {
 
-inline bool takes_float(uint32_t mode) {
-    return mode != 32 && mode != 33 && mode != 43;
-}
+constexpr uint32_t NR_MODES = 44;
 
-inline bool takes_int(uint32_t mode) {
-    static const std::set<uint32_t> MODES = {0,  1,  11, 15, 16, 17, 18, 19, 20, 21, 23, 24,
-                                             25, 26, 29, 30, 31, 32, 33, 34, 35, 36, 37, 43};
-    return MODES.count(mode) != 0;
-}
-
-inline bool is_commutable(uint32_t mode) {
-    static const std::set<uint32_t> MODES = {16, 18, 19, 21, 28, 31, 37, 38, 39, 43};
-    return MODES.count(mode) != 0;
-}
+// The inputs; `bits` is the width of an integer dtype.
+template <typename T>
+struct Inputs {
+    T x, y, z, w;
+    int bits = 0;
+};
+template <typename T>
+using Formulas = std::map<uint32_t, T (*)(const Inputs<T>&)>;
 
 // The modes that mean the same for both kinds of number.
 template <typename T>
-T reference_number(uint32_t mode, T x, T y, T z, T w) {
-    switch (mode) {
-        case 0:
-            return x > 0 ? x : 0;
-        case 1:
-            return x < 0 ? -x : x;
-        case 11:
-            return 0 - x;
-        case 15:
-            return x > 0 ? y : -y;
-        case 16:
-            return x + y;
-        case 18:
-            return x > y ? x : y;
-        case 19:
-            return x > y ? y : x;
-        case 21:
-            return x * y;
-        case 23:
-            return x * y - x * x * y;
-        case 24:
-            return x - y;
-        case 25:
-            return x > 0 ? y : 0;
-        case 26:
-            return y - x * x * y;
-        case 29:
-            return x < y;
-        case 30:
-            return x <= y;
-        case 31:
-            return x == y;
-        case 34:
-            return x <= y ? z : 0;
-        case 35:
-            return x * y + z;
-        case 36:
-            return x * y + z * w;
-        case 37:
-            return x + y > 0 ? x + y : 0;
-        default:
-            KERN_FAIL();
-    }
+Formulas<T> number_formulas() {
+    using In = const Inputs<T>&;
+    return {{0, [](In v) { return v.x > 0 ? v.x : 0; }},
+            {1, [](In v) { return v.x < 0 ? -v.x : v.x; }},
+            {11, [](In v) { return 0 - v.x; }},
+            {15, [](In v) { return v.x > 0 ? v.y : -v.y; }},
+            {16, [](In v) { return v.x + v.y; }},
+            {18, [](In v) { return v.x > v.y ? v.x : v.y; }},
+            {19, [](In v) { return v.x > v.y ? v.y : v.x; }},
+            {21, [](In v) { return v.x * v.y; }},
+            {23, [](In v) { return v.x * v.y - v.x * v.x * v.y; }},
+            {24, [](In v) { return v.x - v.y; }},
+            {25, [](In v) { return v.x > 0 ? v.y : 0; }},
+            {26, [](In v) { return v.y - v.x * v.x * v.y; }},
+            {29, [](In v) { return T(v.x < v.y); }},
+            {30, [](In v) { return T(v.x <= v.y); }},
+            {31, [](In v) { return T(v.x == v.y); }},
+            {34, [](In v) { return v.x <= v.y ? v.z : 0; }},
+            {35, [](In v) { return v.x * v.y + v.z; }},
+            {36, [](In v) { return v.x * v.y + v.z * v.w; }},
+            {37, [](In v) { return v.x + v.y > 0 ? v.x + v.y : 0; }}};
 }
 
-inline double reference_float(uint32_t mode, double x, double y, double z, double w) {
-    // Quotients of two floats must be rounded once before they are cut, as a float division does.
-    const auto quotient = static_cast<double>(static_cast<float>(x) / static_cast<float>(y));
-    switch (mode) {
-        case 2:
-            return std::acos(x);
-        case 3:
-            return std::asin(x);
-        case 4:
-            return std::ceil(x);
-        case 5:
-            return std::cos(x);
-        case 6:
-            return std::exp(x);
-        case 7:
-            return std::expm1(x);
-        case 8:
-            return std::floor(x);
-        case 9:
-            return std::log(x);
-        case 10:
-            return std::log1p(x);
-        case 12:
-            return std::exp(x) / (1 + std::exp(x));
-        case 13:
-            return std::sin(x);
-        case 14:
-            return std::tanh(x);
-        case 17:
-            return std::floor(quotient);
-        case 20:
-            return std::fmod(x, y);
-        case 22:
-            return std::pow(x, y);
-        case 27:
-            return x / y;
-        case 28:
-            return std::log(std::exp(x) + std::exp(y));
-        case 38:
-            return 1 / (1 + std::exp(-x - y));
-        case 39:
-            return std::tanh(x + y);
-        case 40:
-            return x * (27 + x * x) / (27 + 9 * x * x);
-        case 41:
-            return (-48 * x * x / (x * x + 3) + 27 + x * x) / (9 * (x * x + 3)) * y;
-        case 42:
-            return std::round(x);
-        default:
-            return reference_number(mode, x, y, z, w);
-    }
+// Quotients of two floats must be rounded once before they are cut, as a float division does.
+inline double float_quotient(double x, double y) {
+    return static_cast<double>(static_cast<float>(x) / static_cast<float>(y));
 }
 
-// For values whose results fit in 32 bits before they are cut to `bits`, the width of the dtype.
-inline int64_t reference_int(uint32_t mode, int bits, int64_t x, int64_t y, int64_t z, int64_t w) {
-    const bool huge_shift = y < 0 || y >= 32;
-    switch (mode) {
-        case 17:
-            return x / y;
-        case 20:
-            return x % y;
-        case 32:
-            return huge_shift ? 0 : x * (int64_t{1} << y);
-        case 33:
-            return huge_shift ? (x < 0 ? -1 : 0) : x >> y;
-        case 43:
-            return std::llround(std::floor(
-                static_cast<double>(x * y) / static_cast<double>(int64_t{1} << (bits - 1)) + 0.5));
-        default:
-            return reference_number(mode, x, y, z, w);
-    }
+inline const Formulas<double>& float_formulas() {
+    static const Formulas<double> all = [] {
+        using In = const Inputs<double>&;
+        Formulas<double> formulas = {
+            {2, [](In v) { return std::acos(v.x); }},
+            {3, [](In v) { return std::asin(v.x); }},
+            {4, [](In v) { return std::ceil(v.x); }},
+            {5, [](In v) { return std::cos(v.x); }},
+            {6, [](In v) { return std::exp(v.x); }},
+            {7, [](In v) { return std::expm1(v.x); }},
+            {8, [](In v) { return std::floor(v.x); }},
+            {9, [](In v) { return std::log(v.x); }},
+            {10, [](In v) { return std::log1p(v.x); }},
+            {12, [](In v) { return std::exp(v.x) / (1 + std::exp(v.x)); }},
+            {13, [](In v) { return std::sin(v.x); }},
+            {14, [](In v) { return std::tanh(v.x); }},
+            {17, [](In v) { return std::floor(float_quotient(v.x, v.y)); }},
+            {20, [](In v) { return std::fmod(v.x, v.y); }},
+            {22, [](In v) { return std::pow(v.x, v.y); }},
+            {27, [](In v) { return v.x / v.y; }},
+            {28, [](In v) { return std::log(std::exp(v.x) + std::exp(v.y)); }},
+            {38, [](In v) { return 1 / (1 + std::exp(-v.x - v.y)); }},
+            {39, [](In v) { return std::tanh(v.x + v.y); }},
+            {40, [](In v) { return v.x * (27 + v.x * v.x) / (27 + 9 * v.x * v.x); }},
+            {41,
+             [](In v) {
+                 const double square = v.x * v.x;
+                 return (-48 * square / (square + 3) + 27 + square) / (9 * (square + 3)) * v.y;
+             }},
+            {42, [](In v) { return std::round(v.x); }}};
+        formulas.merge(number_formulas<double>());
+        return formulas;
+    }();
+    return all;
+}
+
+inline bool is_huge_count(int64_t count) {
+    return count < 0 || count >= 32;
+}
+
+// The upper half of the doubled product, rounded; the one that has no place takes the largest.
+inline int64_t rounded_high_product(const Inputs<int64_t>& v) {
+    const int64_t one = int64_t{1} << (v.bits - 1);
+    return v.x == -one && v.y == -one ? one - 1 : (v.x * v.y + one / 2) >> (v.bits - 1);
+}
+
+// For values whose results fit in 32 bits before they are cut to the width of the dtype.
+inline const Formulas<int64_t>& int_formulas() {
+    static const Formulas<int64_t> all = [] {
+        using In = const Inputs<int64_t>&;
+        Formulas<int64_t> formulas = {
+            {17, [](In v) { return v.x / v.y; }},
+            {20, [](In v) { return v.x % v.y; }},
+            {32, [](In v) { return is_huge_count(v.y) ? 0 : v.x * (int64_t{1} << v.y); }},
+            {33, [](In v) { return v.x >> (is_huge_count(v.y) ? 63 : v.y); }},
+            {37, [](In v) { return std::max<int64_t>(static_cast<int32_t>(v.x + v.y), 0); }},
+            {43, rounded_high_product}};
+        formulas.merge(number_formulas<int64_t>());
+        return formulas;
+    }();
+    return all;
 }
 
 // The input's element that belongs to a row-major position of the output.
 inline double broadcast_get(const Tensor& input, const TensorShape& output, size_t position) {
     const TensorLayout& layout = input.layout();
     size_t index = 0, scale = 1;
-    for (size_t from_right = 1; from_right <= output.ndim; ++from_right) {
+    for (size_t from_right = 1; from_right <= layout.ndim; ++from_right) {
+        const size_t length = layout[layout.ndim - from_right];
         const size_t coordinate = position % output[output.ndim - from_right];
         position /= output[output.ndim - from_right];
-        if (from_right > layout.ndim)
-            continue;
-        const size_t length = layout[layout.ndim - from_right];
         index += length == 1 ? 0 : coordinate * scale;
         scale *= length;
     }

@@ -2,6 +2,8 @@
 // and the other levels give what naive does.
 #include "kernels/elementwise.h"
 
+#include <set>
+
 #include "tests/kernels/elementwise_reference.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -12,18 +14,19 @@ using kern::ElementwiseMode;
 using kern::ModeTrait;
 using Tensors = std::vector<std::unique_ptr<Tensor>>;
 
-constexpr uint32_t NR_MODES = 44;
+const std::set<uint32_t> COMMUTABLE_MODES = {16, 18, 19, 21, 28, 31, 37, 38, 39, 43};
 
 bool is_float(DType dtype) {
     return dtype.category() == kern::DTypeCategory::FLOAT;
 }
 
+bool takes(uint32_t mode, DType dtype) {
+    return is_float(dtype) ? float_formulas().count(mode) : int_formulas().count(mode);
+}
+
 void run(kern::HandleLevel level, uint32_t mode, const std::vector<RawTensor>& inputs,
          const RawTensor& output) {
-    const auto handle = make_handle(level);
-    const auto op = handle->create_operator<kern::Elementwise>();
-    op->param().mode = static_cast<ElementwiseMode>(mode);
-    op->exec(inputs, output);
+    run_elementwise<kern::Elementwise>(level, static_cast<ElementwiseMode>(mode), inputs, output);
 }
 
 // Layouts of the inputs, cyclically used where a mode has more of them.
@@ -112,6 +115,11 @@ bool is_approximate(kern::HandleLevel level, uint32_t mode, DType dtype) {
     return level == ARMV7 && dtype == DType::Float32() && MODES.count(mode) != 0;
 }
 
+// Whether the formula does not overflow on any values.
+bool fits_64_bits(uint32_t mode, DType dtype) {
+    return dtype != DType::Int32() || (mode != 23 && mode != 26 && mode != 36);
+}
+
 // `units` is the error that is allowed in units of the last place.
 void expect_reference(uint32_t mode, const Tensors& inputs, const Tensor& output, double units) {
     const DType dtype = output.layout().dtype;
@@ -121,7 +129,7 @@ void expect_reference(uint32_t mode, const Tensors& inputs, const Tensor& output
             v[n] = broadcast_get(*inputs[n], output.layout(), i);
         const double got = output.get(i);
         if (is_float(dtype)) {
-            const double wanted = reference_float(mode, v[0], v[1], v[2], v[3]);
+            const double wanted = float_formulas().at(mode)({v[0], v[1], v[2], v[3]});
             const double unit = dtype == DType::Float32() ? 0x1p-23 : 0x1p-10;
             // Cancelling forms lose some units of their terms, which are below 8 here.
             const double tolerance = unit * units * (4 + std::fabs(wanted));
@@ -131,8 +139,8 @@ void expect_reference(uint32_t mode, const Tensors& inputs, const Tensor& output
                 << v[2] << ": " << got << " instead of " << wanted;
         } else {
             const auto word = [&](int n) { return static_cast<int64_t>(v[n]); };
-            const int64_t exact = reference_int(mode, static_cast<int>(dtype.element_bytes() * 8),
-                                                word(0), word(1), word(2), word(3));
+            const int64_t exact = int_formulas().at(mode)(
+                {word(0), word(1), word(2), word(3), static_cast<int>(dtype.element_bytes() * 8)});
             const Tensor wanted({1}, dtype);
             wanted.set(0, static_cast<double>(static_cast<int32_t>(static_cast<uint32_t>(exact))));
             ASSERT_EQ(got, wanted.get(0))
@@ -179,13 +187,12 @@ class ElementwiseModes : public testing::TestWithParam<uint32_t> {};
 TEST_P(ElementwiseModes, EveryLevelDtypeAndFormGivesTheFormula) {
     const uint32_t mode = GetParam();
     const ModeTrait& trait = ModeTrait::of(static_cast<ElementwiseMode>(mode));
-    ASSERT_EQ(trait.accepts(kern::DTypeCategory::FLOAT), takes_float(mode));
-    ASSERT_EQ(trait.accepts(kern::DTypeCategory::INTEGER), takes_int(mode));
-    EXPECT_EQ(trait.commutable, is_commutable(mode));
+    EXPECT_EQ(trait.commutable, COMMUTABLE_MODES.count(mode) != 0);
     const bool divides = mode == 17 || mode == 20;
     std::mt19937 random(mode);
     for (DType dtype : number_types()) {
-        if (!(is_float(dtype) ? takes_float(mode) : takes_int(mode)))
+        ASSERT_EQ(trait.accepts(dtype.category()), takes(mode, dtype));
+        if (!takes(mode, dtype))
             continue;
         for (size_t n : Sizes{1, 2, 3, 4, 5, 8, 13, 16, 17, 33})
             for (const Form& form : forms(dtype, n)) {
@@ -205,6 +212,8 @@ TEST_P(ElementwiseModes, EveryLevelDtypeAndFormGivesTheFormula) {
                 if (!divides && !is_approximate(ARMV7, mode, dtype)) {
                     fill_with_extremes(inputs, dtype, random);
                     run(NAIVE, mode, raw, naive.raw());
+                    if (!is_float(dtype) && fits_64_bits(mode, dtype))
+                        expect_reference(mode, inputs, naive, 0);
                     expect_naive_at_every_level(mode, inputs, naive);
                 }
                 if (HasFatalFailure())
@@ -219,20 +228,16 @@ INSTANTIATE_TEST_SUITE_P(All, ElementwiseModes, testing::Range(0u, NR_MODES),
                          });
 
 TEST(Elementwise, ExtremeValues) {
-    constexpr int32_t LEAST = INT32_MIN, MOST = INT32_MAX;
+    constexpr int32_t LEAST = INT32_MIN;
     const struct {
         uint32_t mode;
         DType dtype;
         double x, y, result;
     } cases[] = {
         {0, DType::Float32(), NAN, 0, NAN},
-        {1, DType::Int32(), LEAST, 0, LEAST},
-        {1, DType::Int8(), -128, 0, -128},
-        {11, DType::Int32(), LEAST, 0, LEAST},
         {12, DType::Float32(), -200, 0, 0},
         {12, DType::Float32(), 200, 0, 1},
         {15, DType::Float32(), NAN, 2, -2},
-        {16, DType::Int32(), MOST, 1, LEAST},
         {17, DType::Int32(), -7, 2, -3},
         {17, DType::Int32(), LEAST, -1, LEAST},
         {17, DType::Int8(), -128, -1, -128},
@@ -242,28 +247,16 @@ TEST(Elementwise, ExtremeValues) {
         {19, DType::Float32(), NAN, 5, 5},
         {19, DType::Float32(), 5, NAN, NAN},
         {20, DType::Int32(), LEAST, -1, 0},
-        {21, DType::Int32(), LEAST, LEAST, 0},
-        {21, DType::Int16(), -32768, -32768, 0},
-        {24, DType::Int32(), LEAST, 1, MOST},
-        {24, DType::Uint8(), 0, 1, 255},
         {25, DType::Float32(), NAN, 2, 0},
         {27, DType::Float16(), 60000, 0.5, INFINITY},
         {28, DType::Float32(), 100, 100, 100.693147f},
         // The 32-bit exponential is one unit off here.
         {28, DType::Float32(), 0, -67.25, 6.21864949e-30f},
         {32, DType::Int32(), 1, 31, LEAST},
-        {32, DType::Int32(), -1, 32, 0},
-        {32, DType::Int32(), 1, -1, 0},
-        {33, DType::Int32(), LEAST, 32, -1},
-        {33, DType::Int32(), -8, 1, -4},
         {37, DType::Float32(), NAN, 0, NAN},
         {42, DType::Float32(), 0.5, 0, 1},
         {42, DType::Float32(), 2.5, 0, 3},
         {42, DType::Float32(), -2.5, 0, -3},
-        {43, DType::Int32(), LEAST, LEAST, MOST},
-        {43, DType::Int16(), -32768, -32768, 32767},
-        {43, DType::Int8(), -128, -128, 127},
-        {43, DType::Int32(), LEAST, MOST, -static_cast<double>(MOST)},
     };
     for (const auto& c : cases) {
         const uint32_t arity = ModeTrait::of(static_cast<ElementwiseMode>(c.mode)).arity;
@@ -289,36 +282,6 @@ TEST(Elementwise, OutputShape) {
     const auto deduce = &kern::Elementwise::deduce_output_shape;
     EXPECT_EQ(deduce({{2, 1, 3}, {4, 1}, {1}}).to_string(), "{2,4,3}");
     EXPECT_EQ(deduce({{1, 3}, {0, 3}}).to_string(), "{0,3}");
-    EXPECT_DEATH(deduce({{2, 3}, {2}}), "");
-}
-
-TEST(Elementwise, WrongArgumentsStopTheProcess) {
-    const DType f = DType::Float32(), i = DType::Int32();
-    const Tensor x({2, 3}, f), column({2, 1}, f), n({2, 3}, i), empty({0, 3}, f), zero({2, 3}, i);
-    std::memset(zero.raw().raw_ptr, 0, 24);
-    constexpr uint32_t ADD = 16, FLOOR_DIV = 17, MOD = 20;
-    const struct {
-        uint32_t mode;
-        std::vector<RawTensor> inputs;
-        RawTensor output;
-    } calls[] = {
-        {ADD, {x.raw()}, x.raw()},
-        {ADD, {x.raw(), n.raw()}, x.raw()},
-        {ADD, {x.raw(), x.raw()}, n.raw()},
-        {ADD, {x.raw(), column.raw()}, column.raw()},
-        {ADD, {empty.raw(), empty.raw()}, empty.raw()},
-        {2, {n.raw()}, n.raw()},
-        {32, {x.raw(), x.raw()}, x.raw()},
-        {44, {x.raw(), x.raw()}, x.raw()},
-        // Of two fused products, the pairs of factors must match.
-        {36, {x.raw(), column.raw(), x.raw(), x.raw()}, x.raw()},
-        {FLOOR_DIV, {n.raw(), zero.raw()}, n.raw()},
-        {MOD, {n.raw(), zero.raw()}, n.raw()},
-    };
-    for (kern::HandleLevel level : {NAIVE, FALLBACK, ARMV7})
-        for (const auto& call : calls)
-            EXPECT_DEATH(run(level, call.mode, call.inputs, call.output), "")
-                << level_name(level) << " " << &call - calls;
 }
 
 }  // namespace

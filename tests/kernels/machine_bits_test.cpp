@@ -12,35 +12,28 @@ namespace {
 constexpr size_t DIM = 128, NR_QUERY = 100, NR_ROWS = 2000;
 
 // |x|^2 / 2 of each row.
-void half_norms(kern::KernelHandle& handle, const Tensor& rows, const Tensor& norms) {
-    const auto reduce = handle.create_operator<kern::Reduce>();
-    reduce->param() = {kern::ReduceMode::SUM_SQR, 1, kern::ReduceDataType::DEFAULT};
-    reduce->exec(rows.raw(), norms.raw(), {nullptr, 0});
+void half_norms(kern::HandleLevel level, const Tensor& rows, const Tensor& norms) {
+    run_operator<kern::Reduce>(level, kern::Reduce::Param{kern::ReduceMode::SUM_SQR, 1}, rows,
+                               norms);
     const Tensor two({1}, DType::Float32());
     two.set(0, 2);
-    const auto divide = handle.create_operator<kern::Elementwise>();
-    divide->param().mode = kern::ElementwiseMode::TRUE_DIV;
-    divide->exec({norms.raw(), two.raw()}, norms.raw());
+    run_elementwise<kern::Elementwise>(level, kern::ElementwiseMode::TRUE_DIV,
+                                       {norms.raw(), two.raw()}, norms.raw());
 }
 
-std::string scores(kern::KernelHandle& handle, const Tensor& queries, const Tensor& rows) {
+std::string scores(kern::HandleLevel level, const Tensor& queries, const Tensor& rows) {
     const Tensor query_norms({NR_QUERY, 1}, DType::Float32());
     const Tensor row_norms({NR_ROWS, 1}, DType::Float32());
-    half_norms(handle, queries, query_norms);
-    half_norms(handle, rows, row_norms);
+    half_norms(level, queries, query_norms);
+    half_norms(level, rows, row_norms);
     const Tensor result({NR_QUERY, NR_ROWS}, DType::Float32());
-    const auto product = handle.create_operator<kern::MatrixMul>();
-    product->param().transpose_b = true;
-    const size_t bytes =
-        product->workspace_in_bytes(queries.layout(), rows.layout(), result.layout());
-    const GuardedBuffer workspace(bytes);
-    product->exec(queries.raw(), rows.raw(), result.raw(), {workspace.data(), bytes});
-    const auto subtract = handle.create_operator<kern::Elementwise>();
-    subtract->param().mode = kern::ElementwiseMode::SUB;
+    run_operator<kern::MatrixMul>(level, kern::MatrixMul::Param{false, true}, queries, rows,
+                                  result);
     RawTensor as_row = row_norms.raw();
     as_row.layout = as_row.layout.permuted({1, 0});
-    subtract->exec({result.raw(), query_norms.raw()}, result.raw());
-    subtract->exec({result.raw(), as_row}, result.raw());
+    for (const RawTensor& norms : {query_norms.raw(), as_row})
+        run_elementwise<kern::Elementwise>(level, kern::ElementwiseMode::SUB, {result.raw(), norms},
+                                           result.raw());
     return result.bytes();
 }
 
@@ -64,11 +57,9 @@ TEST(MachineBits, ScoresOfRealFeatures) {
     const RealRows queries("fashion128-query.f32", NR_QUERY);
     const RealRows rows("fashion128-base.f32", NR_ROWS);
     for (kern::HandleLevel level : {FALLBACK, ARMV7})
-        EXPECT_EQ(hash(scores(*make_handle(level), queries, rows)), 2591025541587773602u)
-            << level_name(level);
+        EXPECT_EQ(hash(scores(level, queries, rows)), 2591025541587773602u) << level_name(level);
     for (kern::HandleLevel level : x86_levels())
-        EXPECT_EQ(hash(scores(*make_handle(level), queries, rows)), 520378550619427573u)
-            << level_name(level);
+        EXPECT_EQ(hash(scores(level, queries, rows)), 520378550619427573u) << level_name(level);
 }
 
 }  // namespace

@@ -41,41 +41,33 @@ TEST(MatrixMulPaths, SmallFloatProductsNeedNoPanels) {
 }
 
 TEST(MatrixMulPaths, PathsAndTheirWorkspaces) {
-    using Fallback = kern::fallback::MatrixMulImpl;
-    using Arm = kern::armv7::MatrixMulImpl;
-    using Path = Fallback::Path;
-    using ArmPath = Arm::IntegerPath;
+    using Path = kern::fallback::MatrixMulImpl::Path;
+    using ArmPath = kern::armv7::MatrixMulImpl::IntegerPath;
+    constexpr auto NONE = ArmPath::FALLBACK, INT8 = ArmPath::INT8, TO_16 = ArmPath::INT8_TO_INT16;
+    const Problem floats{9, 13, 5, false, false, 0}, rows{2, 3, 100, false, false, 0},
+        tall{3, 5, 100, false, false, 0};
     const struct {
-        Problem problem;
         const char* kind;
-        size_t fallback, armv7;
+        Problem problem;
         Path path;
+        size_t fallback;
         ArmPath arm_path;
+        size_t armv7;
     } cases[] = {
-        {{9, 13, 5, false, false, 0},
-         "float",
-         64 * (5 + 8) + 32,
-         FLOAT_PANELS,
-         Path::FLOAT,
-         ArmPath::FALLBACK},
-        {{9, 13, 5, false, false, 0}, "float in 32", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
-        {{9, 13, 5, false, false, 0}, "half", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
-        {{2, 3, 100, false, false, 0}, "8 to 16", 0, 0, Path::ROWS, ArmPath::FALLBACK},
-        {{3, 5, 100, false, false, 0},
-         "8 to 16",
-         0,
-         1536 + 1536 + 512,
-         Path::NAIVE,
-         ArmPath::INT8_TO_INT16},
-        {{3, 5, 100, true, false, 0}, "8 to 16", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
-        {{2, 5, 100, false, true, 0}, "8 to 16", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
-        {{2, 3, 17, false, false, 0}, "8 to 32", 0, 0, Path::ROWS, ArmPath::FALLBACK},
-        {{2, 3, 17, false, true, 0}, "8 to 32", 0, 128 + 128 + 32, Path::NAIVE, ArmPath::INT8},
-        {{1, 1, 1, true, false, 0}, "8 to 32", 0, 64 + 64 + 32, Path::NAIVE, ArmPath::INT8},
-        {{5, 3, 17, false, false, 0}, "8 to 32", 0, 256 + 128 + 32, Path::NAIVE, ArmPath::INT8},
-        {{2, 3, 17, false, false, 0}, "quantised", 0, 0, Path::ROWS, ArmPath::FALLBACK},
-        {{5, 3, 17, true, true, 0}, "quantised", 0, 256 + 128 + 32, Path::NAIVE, ArmPath::INT8},
-        {{2, 3, 17, false, false, 0}, "zero points", 0, 0, Path::NAIVE, ArmPath::FALLBACK},
+        {"float", floats, Path::FLOAT, 64 * (5 + 8) + 32, NONE, FLOAT_PANELS},
+        {"float in 32", floats, Path::NAIVE, 0, NONE, 0},
+        {"half", floats, Path::NAIVE, 0, NONE, 0},
+        {"8 to 16", rows, Path::ROWS, 0, NONE, 0},
+        {"8 to 16", tall, Path::NAIVE, 0, TO_16, 1536 + 1536 + 512},
+        {"8 to 16", {3, 5, 100, true, false, 0}, Path::NAIVE, 0, NONE, 0},
+        {"8 to 16", {2, 5, 100, false, true, 0}, Path::NAIVE, 0, NONE, 0},
+        {"8 to 32", rows, Path::ROWS, 0, NONE, 0},
+        {"8 to 32", {2, 3, 17, false, true, 0}, Path::NAIVE, 0, INT8, 128 + 128 + 32},
+        {"8 to 32", {1, 1, 1, true, false, 0}, Path::NAIVE, 0, INT8, 64 + 64 + 32},
+        {"8 to 32", {5, 3, 17, false, false, 0}, Path::NAIVE, 0, INT8, 256 + 128 + 32},
+        {"quantised", rows, Path::ROWS, 0, NONE, 0},
+        {"quantised", {5, 3, 17, true, true, 0}, Path::NAIVE, 0, INT8, 256 + 128 + 32},
+        {"zero points", rows, Path::NAIVE, 0, NONE, 0},
     };
     const auto handle = make_handle(ARMV7);
     for (const auto& row : cases) {
@@ -83,8 +75,8 @@ TEST(MatrixMulPaths, PathsAndTheirWorkspaces) {
         const Kind& item = kind(row.kind);
         const TensorLayout a = row.problem.a(item.a), b = row.problem.b(item.b),
                            c = row.problem.c(item.c);
-        Fallback fallback(handle.get());
-        Arm arm(handle.get());
+        kern::fallback::MatrixMulImpl fallback(handle.get());
+        kern::armv7::MatrixMulImpl arm(handle.get());
         fallback.param() =
             arm.param() = {row.problem.transpose_a, row.problem.transpose_b, item.data_type};
         EXPECT_EQ(fallback.workspace_in_bytes(a, b, c), row.fallback);

@@ -31,7 +31,8 @@ TEST_P(X86, TheForcedSetRuns) {
     EXPECT_STREQ(impl->kernels().name, GetParam() == X86_AVX2 ? "avx2" : "avx512");
     EXPECT_NE(dynamic_cast<kern::x86::ReduceImpl*>(handle->create_operator<kern::Reduce>().get()),
               nullptr);
-    EXPECT_DEATH(kern::x86::force_instruction_set(InstructionSet::NONE), "");
+    const ThrowingChecks checks;
+    EXPECT_THROW(kern::x86::force_instruction_set(InstructionSet::NONE), Refused);
 }
 
 // Runs the product with the subtractions folded, and by itself with these after it.

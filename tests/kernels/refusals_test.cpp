@@ -1,0 +1,410 @@
+// What operators, layouts, dtypes and formats refuse. A refused call must stop at a check and not
+// crash later; the calls without an expectation are fine and must run.
+#include "kernels/arg_max.h"
+#include "kernels/batched_matrix_mul.h"
+#include "kernels/cond_take.h"
+#include "kernels/cumsum.h"
+#include "kernels/elementwise.h"
+#include "kernels/elementwise_multi_type.h"
+#include "kernels/image_format.h"
+#include "kernels/reduce.h"
+#include "kernels/relayout.h"
+#include "kernels/sorting.h"
+#include "kernels/type_cvt.h"
+#include "tests/kernels/matrix_mul_test_util.h"
+
+namespace kern_test {
+namespace {
+
+using kern::image_pack4_format;
+using kern::Workspace;
+
+constexpr size_t LONG = PTRDIFF_MAX;  // of two such lengths, even the sum of elements is too large
+constexpr size_t MANY = size_t{INT32_MAX} + 1;
+
+const DType F32 = DType::Float32(), F16 = DType::Float16(), I8 = DType::Int8(),
+            I16 = DType::Int16(), I32 = DType::Int32(), U8 = DType::Uint8(),
+            S8 = DType::QuantizedS8(1), S32 = DType::QuantizedS32(1),
+            A8 = DType::Quantized8Asymm(1, 1);
+
+#define EXPECT_REFUSED(call) EXPECT_THROW(call, Refused)
+
+// Tensors of one handle, all in the same zeroed memory.
+class Refusals : public testing::TestWithParam<kern::HandleLevel> {
+protected:
+    const ThrowingChecks m_checks;
+    static constexpr size_t MEMORY = 3u << 19;
+
+    RawTensor at(const TensorLayout& layout) { return {m_memory.data(), layout}; }
+    RawTensor at(const TensorShape& shape, DType dtype) { return at(TensorLayout(shape, dtype)); }
+    // Rows with something between them.
+    RawTensor loose(DType dtype) { return at(strided({2, 3}, {4, 1}, dtype)); }
+    RawTensor padded(DType dtype) {
+        return at(TensorLayout({2, 4}, dtype, image_pack4_format(1, 32)));
+    }
+    Workspace work(size_t bytes = MEMORY) { return {m_memory.data(), bytes}; }
+
+    template <typename Operator, typename... Arguments>
+    void run(typename Operator::Param param, const Arguments&... arguments) {
+        const auto op = m_handle->create_operator<Operator>();
+        op->param() = param;
+        op->exec(arguments...);
+    }
+
+    std::unique_ptr<kern::KernelHandle> m_handle = make_handle(GetParam());
+    std::vector<uint8_t> m_memory = std::vector<uint8_t>(MEMORY);
+};
+INSTANTIATE_TEST_SUITE_P(Levels, Refusals, testing::ValuesIn(LEVELS), [](const auto& level) {
+    return std::string(level_name(level.param)).substr(0, 3) + std::to_string(level.index);
+});
+
+TEST_P(Refusals, Cumsum) {
+    const auto sum = [&](int32_t axis, const RawTensor& src, const RawTensor& dst) {
+        run<kern::Cumsum>({axis, true, false}, src, dst, work(0));
+    };
+    const RawTensor x = at({2, 3}, F32), bytes = at({2}, S8);
+    sum(-2, x, x);
+    EXPECT_REFUSED(sum(2, x, x));
+    EXPECT_REFUSED(sum(-3, x, x));
+    EXPECT_REFUSED(sum(0, x, at({2, 3}, I32)));
+    EXPECT_REFUSED(sum(0, x, at({3, 2}, F32)));
+    EXPECT_REFUSED(sum(0, padded(F32), padded(F32)));
+    EXPECT_REFUSED(sum(0, bytes, bytes));
+}
+
+TEST_P(Refusals, ArgSelect) {
+    const auto select = [&](int32_t axis, const RawTensor& src, const RawTensor& dst) {
+        run<kern::ArgMax>({axis}, src, dst, work(0));
+        run<kern::ArgMin>({axis}, src, dst, work(0));
+    };
+    const RawTensor x = at({2, 3}, F32), places = at({2, 1}, I32);
+    select(1, x, places);
+    EXPECT_REFUSED(select(2, x, places));
+    EXPECT_REFUSED(select(-1, x, places));
+    EXPECT_REFUSED(select(0, x, places));
+    EXPECT_REFUSED(select(1, x, at({2, 1}, F32)));
+    EXPECT_REFUSED(select(1, at({2, 3}, S8), places));
+    EXPECT_REFUSED(select(1, padded(F32), places));
+    EXPECT_REFUSED(select(0, at({MANY}, I8), at({1}, I32)));
+}
+
+TEST_P(Refusals, Argsort) {
+    using Order = kern::Argsort::Order;
+    const auto sort = [&](Order order, const RawTensor& src, const RawTensor& dst,
+                          const RawTensor& indices) {
+        run<kern::Argsort>({order}, src, dst, indices, work(0));
+    };
+    const auto up = Order::ASCENDING;
+    const RawTensor x = at({2, 4}, F32), places = at({2, 4}, I32), line = at({6}, F32);
+    sort(Order::DESCENDING, x, x, places);
+    EXPECT_REFUSED(sort(static_cast<Order>(2), x, x, places));
+    EXPECT_REFUSED(sort(up, places, places, places));
+    EXPECT_REFUSED(sort(up, x, x, x));
+    EXPECT_REFUSED(sort(up, x, x, at({4, 2}, I32)));
+    EXPECT_REFUSED(sort(up, at({2, 3}, F32), loose(F32), at({2, 3}, I32)));
+    EXPECT_REFUSED(sort(up, padded(F32), x, places));
+    EXPECT_REFUSED(sort(up, x, padded(F32), places));
+    EXPECT_REFUSED(sort(up, line, line, at({6}, I32)));
+}
+
+TEST_P(Refusals, TopK) {
+    using Mode = kern::TopK::Mode;
+    const RawTensor x = at({2, 3}, F32), kth = at({2}, F32), places = at({2, 2}, I32),
+                    values = at({2, 2}, F32);
+    const auto select = [&](Mode mode, int32_t k, const RawTensor& data, const RawTensor& result,
+                            const RawTensor& indices) {
+        run<kern::TopK>({mode}, k, data, result, indices, work());
+    };
+    const auto kth_of = [&](int32_t k, const Workspace& workspace) {
+        run<kern::TopK>({Mode::KTH_VALUE}, k, x, kth, RawTensor(), workspace);
+    };
+    kth_of(-3, work(24));
+    EXPECT_REFUSED(kth_of(0, work()));
+    EXPECT_REFUSED(kth_of(4, work()));
+    EXPECT_REFUSED(kth_of(-4, work()));
+    EXPECT_REFUSED(kth_of(INT32_MIN, work()));
+    EXPECT_REFUSED(kth_of(2, work(23)));
+    EXPECT_REFUSED(kth_of(2, {m_memory.data() + 4, 24}));
+    EXPECT_REFUSED(select(static_cast<Mode>(3), 2, x, values, places));
+    EXPECT_REFUSED(select(Mode::ORDERED, 1, x, values, places));
+    EXPECT_REFUSED(select(Mode::ORDERED, 2, x, values, values));
+    EXPECT_REFUSED(select(Mode::ORDERED, 2, x, places, places));
+    EXPECT_REFUSED(select(Mode::KTH_VALUE, 2, x, values, places));
+    EXPECT_REFUSED(select(Mode::ORDERED, 2, at({2, 3}, S8), at({2, 2}, S8), places));
+}
+
+TEST_P(Refusals, Reduce) {
+    using Type = kern::ReduceDataType;
+    using Mode = kern::ReduceMode;
+    const auto sum = [&](Type type, const RawTensor& src, const RawTensor& dst, int32_t axis = 1) {
+        run<kern::Reduce>({Mode::SUM, axis, type}, src, dst, work());
+    };
+    const RawTensor x = at({2, 3}, F32), y = at({2, 1}, F32), n = at({2, 1}, I32);
+    const auto mean = [&](size_t workspace) {
+        run<kern::Reduce>({Mode::MEAN, 1, Type::DEFAULT}, at({2, 3}, S8), at({2, 1}, S8),
+                          work(workspace));
+    };
+    sum(Type::DEFAULT, x, y);
+    mean(2048);
+    EXPECT_REFUSED(mean(1535));
+    EXPECT_REFUSED(sum(Type::FLOAT_IO16_CO32, x, y));
+    EXPECT_REFUSED(sum(Type::DEFAULT, x, n));
+    EXPECT_REFUSED(sum(Type::DEFAULT, at({2, 3}, DType::Byte()), at({2, 1}, DType::Byte())));
+    EXPECT_REFUSED(sum(Type::FLOAT_O32, at({2, 3}, I32), n));
+    EXPECT_REFUSED(sum(Type::QUINT_I8_O32, x, y));
+    EXPECT_REFUSED(run<kern::Reduce>({static_cast<Mode>(6), 1}, x, y, work()));
+    EXPECT_REFUSED(sum(Type::DEFAULT, x, at({1, 3}, F32)));
+    EXPECT_REFUSED(sum(Type::DEFAULT, x, x, -1));
+    EXPECT_REFUSED(sum(Type::DEFAULT, x, x, 2));
+    EXPECT_REFUSED(sum(Type::DEFAULT, padded(F32), y));
+    EXPECT_REFUSED(sum(Type::DEFAULT, at({0, 3}, F32), at({0, 1}, F32)));
+}
+
+TEST_P(Refusals, CondTake) {
+    using Mode = kern::CondTakeMode;
+    const RawTensor x = at({2, 3}, F32), n = at({2, 3}, I32);
+    const auto take = [&](Mode mode, float eps, const RawTensor& data, const RawTensor& mask,
+                          size_t workspace = MEMORY) {
+        run<kern::CondTake>(
+            {mode, 1, eps}, data, mask, work(workspace),
+            [&](DType dtype, const TensorShape& shape) { return at(shape, dtype); });
+    };
+    take(Mode::LESS, 1, x, n, 28);
+    EXPECT_REFUSED(take(Mode::LESS, 1, x, n, 27));
+    EXPECT_REFUSED(take(Mode::LESS, 0, x, n));
+    EXPECT_REFUSED(take(Mode::LESS, NAN, x, n));
+    EXPECT_REFUSED(take(static_cast<Mode>(6), 1, x, n));
+    EXPECT_REFUSED(take(Mode::LESS, 1, x, at({3, 2}, I32)));
+    EXPECT_REFUSED(take(Mode::LESS, 1, x, at({2, 3}, S8)));
+    EXPECT_REFUSED(take(Mode::LESS, 1, loose(F32), n));
+    EXPECT_REFUSED(take(Mode::LESS, 1, padded(F32), padded(F32)));
+    EXPECT_REFUSED(take(Mode::LESS, 1, at({MANY}, I8), at({MANY}, I8)));
+}
+
+TEST_P(Refusals, RelayoutAndTypeCvt) {
+    const auto relayout = [&](const RawTensor& src, const RawTensor& dst) {
+        m_handle->create_operator<kern::Relayout>()->exec(src, dst);
+    };
+    const auto convert = [&](const RawTensor& src, const RawTensor& dst) {
+        m_handle->create_operator<kern::TypeCvt>()->exec(src, dst);
+    };
+    const RawTensor x = at({2, 3}, F32);
+    relayout(x, loose(F32));
+    EXPECT_REFUSED(relayout(x, at({3, 3}, F32)));
+    EXPECT_REFUSED(relayout(x, at(strided({2, 3}, {0, 1}, F32))));
+    EXPECT_REFUSED(relayout(x, at({2, 3}, I32)));
+    convert(loose(F32), at({2, 3}, I8));
+    EXPECT_REFUSED(convert(x, at({3, 2}, I8)));
+    EXPECT_REFUSED(convert(x, at({2, 3}, DType::Byte())));
+    EXPECT_REFUSED(convert(at({2, 4}, S32), padded(S8)));
+}
+
+TEST_P(Refusals, MatrixMul) {
+    using Type = kern::MatrixMulDataType;
+    constexpr auto PLAIN = Type::DEFAULT, TO_16 = Type::INT8_TO_INT16, TO_32 = Type::INT8_TO_INT32;
+    const auto square = [&](DType dtype) { return at({4, 4}, dtype); };
+    const RawTensor f = square(F32), h = square(F16), i8 = square(I8), i16 = square(I16),
+                    i32 = square(I32), u8 = square(U8), s8 = square(S8), s32 = square(S32),
+                    a8 = square(A8);
+    const auto multiply = [&](Type type, const RawTensor& a, const RawTensor& b,
+                              const RawTensor& c) {
+        run<kern::MatrixMul>({false, false, type}, a, b, c, work());
+    };
+    const auto rows = [&](size_t width, ptrdiff_t step) {
+        return at(strided({4, width}, {step, 1}, F32));
+    };
+    // One byte less than what is asked for.
+    const auto in_too_little = [&](Type type, const RawTensor& a, const RawTensor& c) {
+        const auto op = m_handle->create_operator<kern::MatrixMul>();
+        op->param().data_type = type;
+        const size_t bytes = op->workspace_in_bytes(a.layout, a.layout, c.layout);
+        if (bytes == 0)
+            KERN_FAIL();  // nothing to refuse
+        op->exec(a, a, c, work(bytes - 1));
+    };
+    EXPECT_REFUSED(in_too_little(PLAIN, f, f));
+    EXPECT_REFUSED(in_too_little(TO_32, i8, i32));
+    EXPECT_REFUSED(in_too_little(TO_16, i8, i16));
+    EXPECT_REFUSED(multiply(PLAIN, f, f, at({4, 5}, F32)));
+    EXPECT_REFUSED(multiply(PLAIN, f, at({5, 4}, F32), f));
+    EXPECT_REFUSED(multiply(PLAIN, at({1, 4, 4}, F32), f, f));
+    EXPECT_REFUSED(multiply(PLAIN, at(strided({4, 4}, {1, 4}, F32)), f, f));
+    EXPECT_REFUSED(multiply(PLAIN, rows(4, 3), f, f));
+    EXPECT_REFUSED(multiply(PLAIN, f, rows(4, 3), f));
+    EXPECT_REFUSED(multiply(PLAIN, f, f, rows(4, 3)));
+    EXPECT_REFUSED(multiply(PLAIN, rows(4, -4), f, f));
+    EXPECT_REFUSED(multiply(PLAIN, rows(LONG, 4), f, f));
+    // Of all dtypes, only those of the kinds of products.
+    for (uint32_t type = 0; type <= 5; ++type)
+        for (const RawTensor& a : {f, h, i8, u8, i16, i32, s8, s32, a8})
+            for (const RawTensor& c : {f, h, i8, u8, i16, i32, s8, s32, a8}) {
+                const auto data_type = static_cast<Type>(type);
+                const bool exists =
+                    std::any_of(kinds().begin(), kinds().end(), [&](const Kind& item) {
+                        return item.data_type == data_type &&
+                               item.a.enum_value() == a.layout.dtype.enum_value() &&
+                               item.c.enum_value() == c.layout.dtype.enum_value();
+                    });
+                if (exists) {
+                    multiply(data_type, a, a, c);
+                } else {
+                    EXPECT_REFUSED(multiply(data_type, a, a, c)) << type;
+                }
+            }
+    EXPECT_REFUSED(multiply(PLAIN, f, h, f));
+    EXPECT_REFUSED(multiply(TO_32, i8, s8, i32));
+}
+
+// By the call itself: no task is made, so none runs.
+TEST_P(Refusals, BatchedMatrixMul) {
+    const auto multiply = [&](const TensorShape& a, const TensorShape& b, const RawTensor& c,
+                              size_t workspace = MEMORY) {
+        run<kern::BatchedMatrixMul>({}, at(a, F32), at(b, F32), c, work(workspace));
+    };
+    const TensorShape square{2, 4, 4};
+    const RawTensor c = at(square, F32);
+    multiply(square, square, c);
+    EXPECT_REFUSED(multiply({4, 4}, {4, 4}, at({4, 4}, F32)));
+    EXPECT_REFUSED(multiply(square, {1, 4, 4}, c));
+    EXPECT_REFUSED(multiply(square, square, at({3, 4, 4}, F32)));
+    EXPECT_REFUSED(multiply(square, {2, 5, 4}, c));
+    EXPECT_REFUSED(multiply(square, square, at(square, I32)));
+    EXPECT_REFUSED(kern::BatchedMatrixMul::deduce_shape({}, {2, 4, 4}, {3, 4, 4}));
+    if (GetParam() != NAIVE) {
+        EXPECT_REFUSED(multiply(square, square, c, 10));
+    }
+}
+
+TEST_P(Refusals, Elementwise) {
+    constexpr uint32_t ABS = 1, ACOS = 2, ADD = 16, FLOOR_DIV = 17, MOD = 20, SHIFT = 32,
+                       FUSED = 36;
+    const auto apply = [&](uint32_t mode, const std::vector<RawTensor>& inputs,
+                           const RawTensor& output) {
+        run<kern::Elementwise>({static_cast<kern::ElementwiseMode>(mode)}, inputs, output);
+    };
+    const RawTensor x = at({2, 3}, F32), column = at({2, 1}, F32), n = at({2, 3}, I32),
+                    empty = at({0, 3}, F32), scalar = at({1}, F32);
+    apply(ADD, {x, column}, x);
+    apply(FUSED, {x, column, column, x}, x);
+    EXPECT_REFUSED(apply(ADD, {x}, x));
+    EXPECT_REFUSED(apply(ADD, {x, n}, x));
+    EXPECT_REFUSED(apply(ADD, {x, x}, n));
+    EXPECT_REFUSED(apply(ADD, {x, column}, column));
+    EXPECT_REFUSED(apply(ADD, {scalar, x}, at({1, 3}, F32)));
+    EXPECT_REFUSED(apply(ADD, {empty, empty}, empty));
+    EXPECT_REFUSED(apply(ABS, {padded(F32)}, padded(F32)));
+    EXPECT_REFUSED(apply(ACOS, {n}, n));
+    EXPECT_REFUSED(apply(SHIFT, {x, x}, x));
+    EXPECT_REFUSED(apply(44, {x, x}, x));
+    EXPECT_REFUSED(apply(FUSED, {x, column, x, x}, x));
+    EXPECT_REFUSED(apply(FLOOR_DIV, {n, n}, n));
+    EXPECT_REFUSED(apply(MOD, {n, n}, n));
+    EXPECT_REFUSED(kern::Elementwise::deduce_output_shape({{2, 3}, {2}}));
+}
+
+TEST_P(Refusals, ElementwiseMultiType) {
+    using Mode = kern::ElementwiseMultiType::Mode;
+    constexpr auto SHIFT = Mode::SHIFT_TO_INT8, ADD = Mode::QUANTISED_ADD;
+    const auto apply = [&](Mode mode, const std::vector<RawTensor>& inputs,
+                           const RawTensor& output) {
+        run<kern::ElementwiseMultiType>({mode}, inputs, output);
+    };
+    const RawTensor i8 = at({2, 3}, I8), i16 = at({2, 3}, I16), i32 = at({2, 3}, I32),
+                    s8 = at({2, 3}, S8), empty = at({0, 3}, I8);
+    apply(SHIFT, {i16, i8}, i8);
+    apply(ADD, {s8, s8}, s8);
+    EXPECT_REFUSED(apply(SHIFT, {i16}, i8));
+    EXPECT_REFUSED(apply(SHIFT, {at({2, 3}, U8), i8}, i8));
+    EXPECT_REFUSED(apply(SHIFT, {i16, i8}, i16));
+    EXPECT_REFUSED(apply(SHIFT, {i16, at({4}, I8)}, i8));
+    EXPECT_REFUSED(apply(SHIFT, {empty, empty}, empty));
+    EXPECT_REFUSED(apply(SHIFT, {i16, i8}, loose(I8)));
+    EXPECT_REFUSED(apply(Mode::MUL_ADD_TO_INT32, {i32, i32, i32}, i32));
+    EXPECT_REFUSED(apply(ADD, {s8, i8}, s8));
+    EXPECT_REFUSED(apply(ADD, {s8, s8}, i8));
+    EXPECT_REFUSED(apply(static_cast<Mode>(8), {i16, i8}, i8));
+}
+
+TEST(RefusalsOfAllLevels, LayoutsAndDTypes) {
+    const ThrowingChecks checks;
+    const auto dense = [](const TensorShape& shape) { return TensorLayout(shape, F32); };
+    const TensorLayout cube = dense({2, 3, 4}), turned = strided({3, 2}, {1, 3}, F32);
+    EXPECT_REFUSED(dense({3, 2}).broadcast_to({3, 4}));
+    EXPECT_REFUSED(dense({3, 2}).broadcast_to({2}));
+    EXPECT_REFUSED(dense({1, 2}).broadcast_to({0, 2}));
+    EXPECT_REFUSED(dense({2, 3}).reshape({4}));
+    EXPECT_REFUSED(turned.reshape({6}));
+    EXPECT_REFUSED(cube.permuted({0, 1}));
+    EXPECT_REFUSED(cube.permuted({0, 1, 3}));
+    EXPECT_REFUSED(cube.remove_axis(3));
+    EXPECT_REFUSED(dense({3}).remove_axis(0));
+    EXPECT_REFUSED(TensorShape({1, 1, 1, 1, 1, 1, 1, 1}));
+    EXPECT_REFUSED(dense({1, 1, 1, 1, 1, 1, 1}).insert_axis_inplace(0, 1, 1));
+    EXPECT_REFUSED(dense({2}).insert_axis_inplace(0, 0, 1));
+    EXPECT_REFUSED(dense({2}).insert_axis_inplace(2, 1, 1));
+    EXPECT_REFUSED(cube.same_layout(TensorLayout(cube, I32)));
+    dense({LONG});
+    EXPECT_REFUSED(dense({1, LONG + 1}));
+    EXPECT_REFUSED(TensorShape({LONG, 3}).element_count());
+    EXPECT_REFUSED(dense({3, LONG}));
+    EXPECT_REFUSED(strided({LONG, 3}, {0, 0}, F32).collapsed());
+    EXPECT_REFUSED(dense({LONG}).span());
+    EXPECT_REFUSED(strided({LONG, LONG, 4}, {1, 1, 1}, I8).span());
+    EXPECT_REFUSED(strided({2, 3}, {1, LONG}, I8).is_abs_monotonic_allow_broadcast());
+    EXPECT_REFUSED(I16.byte_size(SIZE_MAX / 2 + 1));
+    EXPECT_REFUSED(DType::IntB1().byte_size(SIZE_MAX - 6));
+    EXPECT_REFUSED(strided({2}, {-1}, DType::IntB4()).span());
+    EXPECT_REFUSED(DType::QuantizedS8(NAN));
+    EXPECT_REFUSED(S8.param<kern::QuantizedS32Param>());
+    EXPECT_REFUSED(DType().param<kern::QuantizedS32Param>());
+    EXPECT_REFUSED(DType::IntB1().size_log2());
+    EXPECT_REFUSED(DType::from_enum(10));
+    EXPECT_REFUSED(DType::from_enum(100000));
+}
+
+TEST(RefusalsOfAllLevels, FormatsAndHandles) {
+    const ThrowingChecks checks;
+    const auto naive = make_handle(NAIVE), fallback = make_handle(FALLBACK);
+    const auto image = [](const TensorShape& shape, DType dtype) {
+        return TensorLayout(shape, dtype, image_pack4_format(1, 64));
+    };
+    const auto with_strides = [&](const std::vector<ptrdiff_t>& strides, DType dtype) {
+        TensorLayout layout = strided({2, 8}, strides, dtype);
+        layout.format = image_pack4_format(1, 64);
+        return layout;
+    };
+    const auto read = [&](const std::string& bytes, const kern::KernelHandle& handle) {
+        kern::deserialize_format(bytes, &handle);
+    };
+    const std::string plain = kern::default_format()->serialize(),
+                      stored = image_pack4_format(1, 1)->serialize();
+    alignas(64) uint8_t memory[512];
+    EXPECT_REFUSED(image_pack4_format(0, 1));
+    EXPECT_REFUSED(image_pack4_format(1, 0));
+    EXPECT_REFUSED(image_pack4_format(1, 24));
+    EXPECT_REFUSED(image({4}, F32));
+    EXPECT_REFUSED(image({2, 6}, F32));
+    EXPECT_REFUSED(image({0, 4}, F32));
+    EXPECT_REFUSED(image({2, 8}, DType::IntB4()));
+    EXPECT_REFUSED(with_strides({8, 1}, DType::IntB4()).is_dense());
+    EXPECT_REFUSED(with_strides({-16, 1}, F32).span());
+    EXPECT_REFUSED(with_strides({12, 1}, F32).collapsed());
+    EXPECT_REFUSED(kern::set_naive_image_pitch_alignment(3));
+    EXPECT_REFUSED(image_pack4_format(256, 1)->serialize());
+    EXPECT_REFUSED(read(plain + "x", *naive));
+    EXPECT_REFUSED(read(std::string("\x02\0\0\0", 4), *naive));
+    EXPECT_REFUSED(read(stored + "x", *naive));
+    EXPECT_REFUSED(read(stored.substr(0, 4), *naive));
+    EXPECT_REFUSED(read(stored.substr(0, 3), *naive));
+    EXPECT_REFUSED(read(std::string("\1\0\0\0\0", 5), *naive));
+    EXPECT_REFUSED(read(stored, *fallback));
+    EXPECT_REFUSED(fallback->image_pitch_alignment());
+    EXPECT_REFUSED(kern::make_handle(inline_computing(), 3));
+    EXPECT_REFUSED(make_handle(kern::HandleLevel::ARM_COMMON));
+    naive->set_destructor([] {});
+    EXPECT_REFUSED(naive->set_destructor([] {}));
+    EXPECT_REFUSED(kern::WorkspaceBundle(memory, {1, 64}, 64).get(2));
+}
+
+}  // namespace
+}  // namespace kern_test
