@@ -87,7 +87,7 @@ TEST(CondTake, LargeIntegersOnAQueuedDispatcher) {
     data.fill_with({10, 20, 30});
     mask.fill_with({16777216, 16777217, 16777218});
     const auto handle = kern::make_handle_of_level(
-        {kern::Platform::CPU, std::make_shared<ThreadDispatcher>()}, FALLBACK);
+        {kern::Platform::CPU, std::make_shared<HoldingDispatcher>()}, FALLBACK);
     for (CondTakeMode mode : {CondTakeMode::EQUAL, CondTakeMode::GREATER})
         expect_taken(*handle, {mode, 16777216.0f, 1}, data, mask);
 }
