@@ -104,9 +104,7 @@ TEST(Relayout, Transposes) {
             for (size_t columns : Sizes{1, 3, 4, 7, 16, 21}) {
                 const auto r = static_cast<ptrdiff_t>(rows), c = static_cast<ptrdiff_t>(columns);
                 const TensorShape shape{rows, columns}, planes{2, rows, columns};
-                expect_row_major_copy(strided(shape, {1, r}, t), TensorLayout(shape, t));
                 expect_row_major_copy(strided(shape, {1, r + 3}, t), strided(shape, {c + 2, 1}, t));
-                expect_row_major_copy(TensorLayout(shape, t), strided(shape, {1, r + 1}, t));
                 expect_row_major_copy(strided(shape, {1, -r}, t), strided(shape, {-c, 1}, t));
                 expect_row_major_copy(TensorLayout({2, columns, rows}, t).permuted({0, 2, 1}),
                                       strided(planes, {r * c + 5, c, 1}, t));

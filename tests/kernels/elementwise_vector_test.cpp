@@ -101,9 +101,9 @@ TEST(ElementwisePlan, ThePlannedKernelRuns) {
     Tensor x({1000}, DType::Float32());
     const Tensor naive(x.layout()), fallback(x.layout()), armv7(x.layout());
     x.fill_uniform(random, -5, 5);
-    run(NAIVE, ElementwiseMode::EXP, {x.raw()}, naive.raw());
-    run(FALLBACK, ElementwiseMode::EXP, {x.raw()}, fallback.raw());
-    run(ARMV7, ElementwiseMode::EXP, {x.raw()}, armv7.raw());
+    for (const auto& [level, y] :
+         {std::pair(NAIVE, &naive), {FALLBACK, &fallback}, {ARMV7, &armv7}})
+        run(level, ElementwiseMode::EXP, {x.raw()}, y->raw());
     EXPECT_EQ(fallback.bytes(), naive.bytes());
     EXPECT_NE(armv7.bytes(), naive.bytes());
 }
