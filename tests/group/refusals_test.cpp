@@ -1,110 +1,162 @@
-// What each kind of group refuses, with the texts.
+// What the factories and each kind of group refuse, with the texts.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <functional>
 
-#include "group/float32_group.h"
-#include "group/int8_group.h"
+#include "group/feature_group.h"
 #include "tests/error_text.h"
 #include "tests/store/file_test_util.h"
 
 namespace {
 
-using Group = vek::FeatureGroup;
-using Calls = std::vector<std::pair<std::string, std::function<void(Group&)>>>;
+using vek::FeatureGroup;
+using Settings = VEKFeatureGroupSettings;
 
-// Each call is named by the first part of its signature.
-void expect_refusals(Group& group, const std::string& message, const Calls& calls) {
-    for (const auto& [signature, call] : calls) {
-        const std::string expected = "Error[12] " + message + " at [virtual " + signature;
-        const std::string text = error_of([&, &refused = call] { refused(group); });
-        EXPECT_EQ(text.substr(0, expected.size()), expected);
+const std::string CLASSES[] = {"FeatureGroupCpuFloat32Impl", "FeatureGroupCpuInt8Impl"};
+
+Settings settings_of(int32_t index_type, int32_t device = VEK_DEVICE_CPU) {
+    Settings settings{};
+    settings.feature_size = 4;
+    settings.index_type = index_type;
+    settings.device = device;
+    return settings;
+}
+
+// A way to make a group, and what its factory and the constructor behind that are called.
+struct Way {
+    std::function<void(const Settings&)> make;
+    const char* factory;
+    const char* arguments;  // of the constructor
+};
+
+const Way WAYS[] = {
+    {[](const Settings& s) { FeatureGroup::make_empty(&s); }, "empty",
+     "const VEKFeatureGroupSettings*"},
+    {[](const Settings& s) { FeatureGroup::make_from_file("/no", &s, false); }, "from_file",
+     "const char*, const VEKFeatureGroupSettings*, bool"},
+    {[](const Settings& s) { FeatureGroup::make_from_file("/no", &s, true); }, "from_file",
+     "const char*, const VEKFeatureGroupSettings*, bool"},
+    {[](const Settings& s) { FeatureGroup::make_from_trained(&s, nullptr); }, "from_trained",
+     "const VEKFeatureGroupSettings*, const FeatureGroup*"},
+    {[](const Settings& s) { FeatureGroup::make_from_researcher_file("/no", &s); },
+     "from_researcher_file", "const char*, const VEKFeatureGroupSettings*"},
+};
+
+// The index type decides before the device, the model before the device of a kind, and that before
+// the file. A refusal is the factory's or, after a "!", the constructor's.
+TEST(Refusals, OfFactories) {
+    const std::string clustered = "12] ivfpq is not supported on this platform",
+                      device = "12] not supported on 35xx", unknown = "12] unknown error",
+                      researcher = "10] invalid index type",
+                      bad_device = "8] unknown device for bf cpu!",
+                      no_model = "12] no model for brute-force!",
+                      trained = "12] not supported in brute-force!",
+                      no_file = "12] not implemented!";
+    const struct {
+        int32_t index_type, device;
+        std::string refusals[5];
+    } cases[] = {
+        {2, 0, {clustered, clustered, clustered, clustered, clustered}},
+        {2, 1, {clustered, clustered, clustered, clustered, clustered}},
+        {1, 0, {device, device, device, device, device}},
+        {0, 1, {device, device, device, device, researcher}},
+        {3, 1, {device, device, device, device, researcher}},
+        {9, 1, {unknown, unknown, unknown, unknown, researcher}},
+        {-1, 0, {unknown, unknown, unknown, unknown, researcher}},
+        {0, 2, {bad_device, bad_device, no_model, trained, researcher}},
+        {3, 2, {bad_device, no_file, no_file, trained, researcher}},
+    };
+    for (const auto& c : cases) {
+        for (size_t i = 0; i < 5; ++i) {
+            std::string refusal = c.refusals[i];
+            const Way& way = WAYS[i];
+            std::string function =
+                "static std::unique_ptr<vek::FeatureGroup> vek::FeatureGroup::make_" +
+                std::string(way.factory) + "(" + way.arguments + ")";
+            if (refusal.back() == '!') {
+                refusal.pop_back();
+                const std::string& name = CLASSES[c.index_type == 3];
+                function = "vek::" + name + "::" + name + "(" + way.arguments + ")";
+            }
+            EXPECT_EQ(error_of([&] { way.make(settings_of(c.index_type, c.device)); }),
+                      "Error[" + refusal + " at [" + function + "]");
+        }
+    }
+    EXPECT_EQ(error_of([] { WAYS[1].make(settings_of(0)); }).substr(0, 24),
+              "Error[9] Cannot open /no");
+}
+
+struct Refusal {
+    std::string message;
+    std::string signature;  // its beginning
+    std::function<void(FeatureGroup&)> call;
+    std::string result = "void";
+};
+
+void expect_refused(FeatureGroup& group, const std::string& name,
+                    const std::vector<Refusal>& refusals) {
+    for (const Refusal& r : refusals) {
+        const std::string expected = "Error[" + r.message + " at [virtual " + r.result +
+                                     " vek::" + name + "::" + r.signature;
+        EXPECT_EQ(error_of([&] { r.call(group); }).substr(0, expected.size()), expected);
     }
 }
 
-void expect_clustered_refusals(Group& group, const std::string& kind) {
+TEST(Refusals, OfOperations) {
     const auto n = nullptr;
-    const std::string scope = "void vek::" + kind + "::";
-    expect_refusals(
-        group, "not supported in brute-force",
-        {{scope + "search_preassigned(const uint8_t*, size_t, float, VEKTagPredicate, ",
-          [=](Group& g) { g.search_preassigned(n, 1, 0, n, n, n, n, n, n); }},
-         {scope + "get_cluster_ids(", [=](Group& g) { g.get_cluster_ids(n, 1, n, n); }},
-         {scope + "insert_preassigned(", [=](Group& g) { g.insert_preassigned(n, n, n, n, 1, n); }},
-         {scope + "train(const uint8_t*, size_t, const VEKFeatureGroupTrainOptions*)]",
-          [=](Group& g) { g.train(n, 1, n); }},
-         {"size_t vek::" + kind + "::get_info_size()]", [](Group& g) { g.get_info_size(); }},
-         {scope + "precompute_feature_info(",
-          [=](Group& g) { g.precompute_feature_info(n, n, 1, n); }},
-         {scope + "insert_feature_by_info(",
-          [=](Group& g) { g.insert_feature_by_info(n, n, n, 1, n); }}});
-    expect_refusals(group, "erased api",
-                    {{scope + "dump_features(const char*, const uint8_t*, const uint64_t*, ",
-                      [=](Group& g) { g.dump_features(n, n, n, n, 1, n); }}});
-}
-
-TEST(Refusals, Float32) {
-    using Kind = vek::FeatureGroupCpuFloat32Impl;
-    const std::string scope = "vek::FeatureGroupCpuFloat32Impl::";
-    VEKFeatureGroupSettings settings{};
-    settings.feature_size = 4;
-    Kind group(&settings);
-    expect_clustered_refusals(group, "FeatureGroupCpuFloat32Impl");
-    expect_refusals(
-        group, "no model for brute-force",
-        {{"void " + scope + "dump(const char*, bool)]", [](Group& g) { g.dump("/", true); }}});
-    EXPECT_EQ(error_of([&] { group.get_average_feature(nullptr, 1, nullptr, nullptr); }),
-              "Error[10] get_average_feature accepts encrypted features only at [virtual void " +
-                  scope +
-                  "get_average_feature(const uint8_t*, size_t, "
-                  "const VEKFeatureGroupAverageOptions*, uint8_t*)]");
-    const auto load = [&](bool model) { return error_of([&] { Kind("/no", &settings, model); }); };
-    EXPECT_EQ(load(false).substr(0, 24), "Error[9] Cannot open /no");
-    // The device is looked at before the file, and the model before the device.
-    settings.device = 2;
-    const std::string constructor = " at [" + scope + "FeatureGroupCpuFloat32Impl";
-    const std::string from_file =
-        constructor + "(const char*, const VEKFeatureGroupSettings*, bool)]";
-    EXPECT_EQ(load(false), "Error[8] unknown device for bf cpu" + from_file);
-    EXPECT_EQ(load(true), "Error[12] no model for brute-force" + from_file);
-    EXPECT_EQ(error_of([&] { Kind(&settings, &group); }),
-              "Error[12] not supported in brute-force" + constructor +
-                  "(const VEKFeatureGroupSettings*, const FeatureGroup*)]");
-}
-
-TEST(Refusals, Int8) {
-    using Kind = vek::FeatureGroupCpuInt8Impl;
-    const std::string scope = "vek::FeatureGroupCpuInt8Impl::";
     const TempFolder folder;
     const std::string path = folder / "f";
-    VEKFeatureGroupSettings settings{};
-    settings.feature_size = 3;
-    Kind group(&settings);
-    expect_clustered_refusals(group, "FeatureGroupCpuInt8Impl");
-    const auto n = nullptr;
-    expect_refusals(group, "not implemented",
-                    {{"void " + scope + "dump(const char*, bool)]",
-                      [&](Group& g) { g.dump(path.c_str(), false); }},
-                     {"void " + scope + "dump(", [&](Group& g) { g.dump(path.c_str(), true); }},
-                     {"void " + scope + "set_comparison_algorithm(const VEKComparisonAlgorithm*)]",
-                      [=](Group& g) { g.set_comparison_algorithm(n); }},
-                     {"void " + scope + "reset()]", [](Group& g) { g.reset(); }},
-                     {"void " + scope + "get_average_feature(const uint8_t*, size_t, ",
-                      [=](Group& g) { g.get_average_feature(n, 1, n, n); }}});
+    const auto dump = [&](bool model) {
+        return [&path, model](FeatureGroup& g) { g.dump(path.c_str(), model); };
+    };
+    const std::string clustered = "12] not supported in brute-force";
+    const std::vector<Refusal> of_both = {
+        {clustered, "search_preassigned(const uint8_t*, size_t, float, VEKTagPredicate, ",
+         [=](FeatureGroup& g) { g.search_preassigned(n, 1, 0, n, n, n, n, n, n); }},
+        {clustered, "get_cluster_ids(", [=](FeatureGroup& g) { g.get_cluster_ids(n, 1, n, n); }},
+        {clustered, "insert_preassigned(",
+         [=](FeatureGroup& g) { g.insert_preassigned(n, n, n, n, 1, n); }},
+        {clustered, "train(const uint8_t*, size_t, const VEKFeatureGroupTrainOptions*)]",
+         [=](FeatureGroup& g) { g.train(n, 1, n); }},
+        {clustered, "get_info_size()]", [](FeatureGroup& g) { g.get_info_size(); }, "size_t"},
+        {clustered, "precompute_feature_info(",
+         [=](FeatureGroup& g) { g.precompute_feature_info(n, n, 1, n); }},
+        {clustered, "insert_feature_by_info(",
+         [=](FeatureGroup& g) { g.insert_feature_by_info(n, n, n, 1, n); }},
+        {"12] erased api", "dump_features(const char*, const uint8_t*, const uint64_t*, ",
+         [=](FeatureGroup& g) { g.dump_features(n, n, n, n, 1, n); }},
+    };
+    const std::string average =
+        "get_average_feature(const uint8_t*, size_t, const VEKFeatureGroupAverageOptions*, "
+        "uint8_t*)]";
+    const std::string not_implemented = "12] not implemented";
+    const VEKFeatureGroupAverageOptions plain{0};
+    const auto average_of_plain = [&plain](FeatureGroup& g) {
+        g.get_average_feature(nullptr, 1, &plain, nullptr);
+    };
+    const std::vector<Refusal> of_one[] = {
+        {{"12] no model for brute-force", "dump(const char*, bool)]", dump(true)},
+         {"10] get_average_feature accepts encrypted features only", average, average_of_plain},
+         {"10] get_average_feature accepts encrypted features only", average,
+          [=](FeatureGroup& g) { g.get_average_feature(n, 1, n, n); }}},
+        {{not_implemented, "dump(const char*, bool)]", dump(false)},
+         {not_implemented, "dump(const char*, bool)]", dump(true)},
+         {not_implemented, "set_comparison_algorithm(const VEKComparisonAlgorithm*)]",
+          [=](FeatureGroup& g) { g.set_comparison_algorithm(n); }},
+         {not_implemented, "reset()]", [](FeatureGroup& g) { g.reset(); }},
+         {not_implemented, average, average_of_plain}}};
+    for (size_t kind : {0u, 1u}) {
+        const Settings settings = settings_of(kind == 0 ? 0 : 3);
+        const auto group = FeatureGroup::make_empty(&settings);
+        expect_refused(*group, CLASSES[kind], of_both);
+        expect_refused(*group, CLASSES[kind], of_one[kind]);
+        group->set_vector_increase_ratio(-1.0f);  // means nothing here
+        float factor = 0;
+        group->get_imbalance_factor(&factor);
+        EXPECT_EQ(factor, 1.0f);
+    }
     EXPECT_FALSE(std::filesystem::exists(path));
-    const std::string constructor = " at [" + scope + "FeatureGroupCpuInt8Impl";
-    for (bool model : {false, true})
-        EXPECT_EQ(error_of([&] { Kind("/no/file", &settings, model); }),
-                  "Error[12] not implemented" + constructor +
-                      "(const char*, const VEKFeatureGroupSettings*, bool)]");
-    EXPECT_EQ(error_of([&] { Kind(&settings, &group); }),
-              "Error[12] not supported in brute-force" + constructor +
-                  "(const VEKFeatureGroupSettings*, const FeatureGroup*)]");
-    settings.device = 2;
-    EXPECT_EQ(
-        error_of([&] { Kind{&settings}; }),
-        "Error[8] unknown device for bf cpu" + constructor + "(const VEKFeatureGroupSettings*)]");
 }
 
 }  // namespace
