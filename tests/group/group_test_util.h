@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -18,30 +19,34 @@ constexpr unsigned ONE_CASE_IN = 5;
 constexpr unsigned ONE_CASE_IN = 1;
 #endif
 
-// A copy of an array at an odd address.
+// A copy of an array, `offset` bytes behind an aligned address.
 class OddBytes {
 public:
     template <typename T>
-    explicit OddBytes(const std::vector<T>& values) : m_bytes(1 + values.size() * sizeof(T)) {
+    explicit OddBytes(const std::vector<T>& values, size_t offset = 1)
+        : OddBytes(values.size() * sizeof(T), offset) {
         if (!values.empty())
-            std::memcpy(&m_bytes[1], values.data(), values.size() * sizeof(T));
+            std::memcpy(bytes(), values.data(), values.size() * sizeof(T));
     }
-    explicit OddBytes(size_t size) : m_bytes(1 + size) {}
+    explicit OddBytes(size_t size, size_t offset = 1) : m_offset(offset), m_bytes(offset + size) {}
 
-    uint8_t* bytes() { return m_bytes.data() + 1; }
+    uint8_t* bytes() { return m_bytes.data() + m_offset; }
     template <typename T>
     T* as() {
         return static_cast<T*>(static_cast<void*>(bytes()));
     }
     template <typename T>
     std::vector<T> values() const {
-        std::vector<T> result((m_bytes.size() - 1) / sizeof(T));
+        std::vector<T> result((m_bytes.size() - m_offset) / sizeof(T));
         if (!result.empty())
-            std::memcpy(result.data(), &m_bytes[1], result.size() * sizeof(T));
+            std::memcpy(result.data(), &m_bytes[m_offset], result.size() * sizeof(T));
         return result;
     }
+    void fill(uint8_t byte) { std::fill(m_bytes.begin(), m_bytes.end(), byte); }
+    bool all(uint8_t byte) const { return m_bytes == std::vector<uint8_t>(m_bytes.size(), byte); }
 
 private:
+    size_t m_offset;
     std::vector<uint8_t> m_bytes;
 };
 
@@ -64,6 +69,42 @@ struct Query {
     VEKTagPredicate predicate = nullptr;
     std::vector<void*> contexts;
     VEKFeatureGroupSearchOptions options{};
+    size_t offset = 1;  // of all arrays
+};
+
+// A search with its arrays, so that nothing but the library allocates when it is called. Without
+// options where they say nothing.
+class Search {
+public:
+    explicit Search(const Query& q) : Search(q, q.nr_query * q.k) {}
+    Search(const Query& q, size_t places)
+        : query(q),
+          m_features(q.bytes.empty() ? OddBytes(q.features, q.offset)
+                                     : OddBytes(q.bytes, q.offset)),
+          m_ids(places * sizeof(uint64_t), q.offset),
+          m_scores(places * sizeof(float), q.offset) {}
+
+    VEKStatus operator()(VEKContext context) {
+        m_ids.fill(UNTOUCHED);
+        m_scores.fill(UNTOUCHED);
+        m_result = {7, 7, m_scores.as<float>(), m_ids.as<uint64_t>()};
+        const bool has_options = query.options.sorted != 0 || query.options.encrypted != 0;
+        return VEK_search_feature_group(context, m_features.bytes(), query.nr_query, query.k,
+                                        query.threshold, query.contexts.data(), query.predicate,
+                                        has_options ? &query.options : nullptr, &m_result);
+    }
+    // The counts of the result are set by any search that is looked at, the arrays by one that
+    // succeeds.
+    bool counts_set() const { return m_result.nr_query == query.nr_query && m_result.k == query.k; }
+    bool untouched() const { return m_ids.all(UNTOUCHED) && m_scores.all(UNTOUCHED); }
+    Found found() const { return {m_ids.values<uint64_t>(), m_scores.values<uint32_t>()}; }
+
+    Query query;
+
+private:
+    static constexpr uint8_t UNTOUCHED = 9;
+    OddBytes m_features, m_ids, m_scores;
+    VEKFeatureGroupSearchResult m_result{};
 };
 
 // Groups made while it lives have this block size; 0 is the default.
@@ -110,16 +151,20 @@ public:
         return size;
     }
 
+    // Without options where they say nothing.
     template <typename T = float>
     VEKStatus insert(const std::vector<uint64_t>& ids, const std::vector<T>& features,
                      const std::vector<uint8_t>& tags = {},
-                     const VEKFeatureGroupInsertOptions& options = {}) const {
-        OddBytes feature_bytes(features);
-        OddBytes id_bytes(ids);
-        OddBytes tag_bytes(tags);
-        return VEK_insert_features_to_feature_group(m_context, feature_bytes.bytes(),
-                                                    id_bytes.as<uint64_t>(), tag_bytes.bytes(),
-                                                    ids.size(), &options);
+                     const VEKFeatureGroupInsertOptions& options = {}, size_t offset = 1) const {
+        OddBytes feature_bytes(features, offset);
+        OddBytes id_bytes(ids, offset);
+        OddBytes tag_bytes(tags, offset);
+        const bool has_options = options.encrypted != 0 || options.replace_existing != 0;
+        const VEKStatus status = VEK_insert_features_to_feature_group(
+            m_context, feature_bytes.bytes(), id_bytes.as<uint64_t>(), tag_bytes.bytes(),
+            ids.size(), has_options ? &options : nullptr);
+        EXPECT_TRUE(feature_bytes.values<T>() == features) << "the caller's rows stay";
+        return status;
     }
     VEKStatus erase(const std::vector<uint64_t>& ids) const {
         OddBytes id_bytes(ids);
@@ -128,18 +173,11 @@ public:
     }
     VEKStatus reserve(size_t rows) const { return VEK_reserve_feature_group_size(m_context, rows); }
 
-    // Arrays begin as zeros; they and the features lie at odd addresses.
     VEKStatus try_search(const Query& query, Found& found) const {
-        OddBytes features = query.bytes.empty() ? OddBytes(query.features) : OddBytes(query.bytes);
-        OddBytes ids(query.nr_query * query.k * sizeof(uint64_t));
-        OddBytes scores(query.nr_query * query.k * sizeof(float));
-        VEKFeatureGroupSearchResult result{7, 7, scores.as<float>(), ids.as<uint64_t>()};
-        const VEKStatus status = VEK_search_feature_group(
-            m_context, features.bytes(), query.nr_query, query.k, query.threshold,
-            query.contexts.data(), query.predicate, &query.options, &result);
-        EXPECT_EQ(result.nr_query, query.nr_query);
-        EXPECT_EQ(result.k, query.k);
-        found = {ids.values<uint64_t>(), scores.values<uint32_t>()};
+        Search search(query);
+        const VEKStatus status = search(m_context);
+        EXPECT_TRUE(search.counts_set());
+        found = search.found();
         return status;
     }
     Found search(const Query& query) const {

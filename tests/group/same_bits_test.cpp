@@ -14,7 +14,6 @@ namespace {
 
 constexpr size_t ROWS = 75;
 constexpr size_t QUERIES = 13;
-constexpr size_t DIMS[] = {1, 2, 3, 5, 8, 31, 100, 127, 128, 512};
 constexpr uint32_t TAG_BYTES = 3;
 
 // Scores by id, each as bits.
@@ -37,94 +36,67 @@ VEKFeatureGroupSettings steep(size_t dim) {
     return settings;
 }
 
-// A copy of an array that begins `offset` bytes behind an aligned address.
-class Shifted {
-public:
-    Shifted(const void* source, size_t size, size_t offset)
-        : m_offset(offset), m_bytes(offset + size) {
-        if (size != 0)
-            std::memcpy(bytes(), source, size);
-    }
-    template <typename T>
-    Shifted(const std::vector<T>& values, size_t offset)
-        : Shifted(values.data(), values.size() * sizeof(T), offset) {}
+std::vector<float> rows_of(const std::vector<float>& features, size_t dim, size_t first,
+                           size_t count) {
+    const auto begin = features.begin() + static_cast<ptrdiff_t>(first * dim);
+    return {begin, begin + static_cast<ptrdiff_t>(count * dim)};
+}
 
-    uint8_t* bytes() { return m_bytes.data() + m_offset; }
-    template <typename T>
-    T* as() {
-        return static_cast<T*>(static_cast<void*>(bytes()));
-    }
+// Of all rows for each query.
+std::vector<Scores> search(const Group& group, const std::vector<float>& queries, size_t nr_query,
+                           size_t offset) {
+    Query query;
+    query.features = queries;
+    query.nr_query = nr_query;
+    query.k = group.size();
+    query.offset = offset;
+    const Found found = group.search(query);
+    std::vector<Scores> scores(nr_query);
+    for (size_t place = 0; place < found.ids.size(); ++place)
+        scores[place / query.k][found.ids[place]] = found.scores[place];
+    return scores;
+}
 
-private:
-    size_t m_offset;
-    std::vector<uint8_t> m_bytes;
-};
-
-struct Case {
-    size_t dim;
-    std::vector<float> rows, queries;
-    std::vector<uint64_t> ids = running_ids(ROWS, 1000);
-    std::vector<uint8_t> tags = std::vector<uint8_t>(ROWS * TAG_BYTES, 1);
-
-    explicit Case(size_t d)
-        : dim(d), rows(random_features(ROWS, d, 1)), queries(random_features(QUERIES, d, 2)) {}
-
-    void insert_all(const Group& group, size_t offset = 0) const {
-        Shifted features(rows, offset), id_bytes(ids, offset), tag_bytes(tags, offset);
-        ASSERT_EQ(VEK_insert_features_to_feature_group(group.context(), features.bytes(),
-                                                       id_bytes.as<uint64_t>(), tag_bytes.bytes(),
-                                                       ROWS, nullptr),
-                  VEK_OK);
-    }
-
-    // Of `count` queries from `first` on. All buffers lie `offset` bytes behind aligned addresses.
-    std::vector<Scores> search(const Group& group, size_t first, size_t count,
-                               size_t offset = 0) const {
-        const size_t k = group.size();
-        Shifted features(&queries[first * dim], count * dim * sizeof(float), offset);
-        Shifted ids_out(std::vector<uint64_t>(count * k), offset);
-        Shifted scores_out(std::vector<float>(count * k), offset);
-        VEKFeatureGroupSearchResult result{0, 0, scores_out.as<float>(), ids_out.as<uint64_t>()};
-        EXPECT_EQ(VEK_search_feature_group(group.context(), features.bytes(), count, k, 0.0f,
-                                           nullptr, nullptr, nullptr, &result),
-                  VEK_OK);
-        std::vector<Scores> found(count);
-        for (size_t place = 0; place < count * k; ++place) {
-            uint64_t id;
-            std::memcpy(&id, ids_out.bytes() + place * sizeof(id), sizeof(id));
-            std::memcpy(&found[place / k][id], scores_out.bytes() + place * sizeof(float),
-                        sizeof(float));
-        }
-        return found;
-    }
-
-    // Each query by itself in a group of the default block size, all buffers aligned.
-    std::vector<Scores> reference() const {
-        const Group group(steep(dim));
-        insert_all(group);
-        std::vector<Scores> all;
-        for (size_t q = 0; q < QUERIES; ++q) {
-            all.push_back(search(group, q, 1)[0]);
-            EXPECT_EQ(all.back().size(), ROWS);
-        }
-        return all;
-    }
-};
-
-TEST(SameBits, InAnyBatchPlaceAndBlockSize) {
-    for (size_t dim : DIMS) {
-        const Case c(dim);
-        const std::vector<Scores> reference = c.reference();
-        for (size_t block_size : {0u, 1u, 2u, 3u, 7u, 16u, 74u}) {
-            SCOPED_TRACE(testing::Message() << "dim " << dim << " block " << block_size);
-            const BlockSize blocks(block_size);
+// Compared with each query by itself in a group of the default block size, all buffers aligned. The
+// watched rows have odd ids; others, of even ones, come and go between.
+TEST(SameBits, WhateverIsAroundAPair) {
+    std::mt19937 random(3);
+    const auto pick = [&](const std::vector<size_t>& of) { return of[random() % of.size()]; };
+    for (size_t dim : {1u, 2u, 3u, 5u, 8u, 31u, 100u, 127u, 128u, 512u}) {
+        const std::vector<float> rows = random_features(ROWS, dim, 1);
+        const std::vector<float> queries = random_features(QUERIES, dim, 2);
+        const std::vector<uint8_t> tags(ROWS * TAG_BYTES);
+        std::vector<uint64_t> ids(ROWS), others(ROWS);
+        for (size_t i = 0; i < ROWS; ++i)
+            others[i] = (ids[i] = 2 * i + 1) + 1;
+        const Group plain(steep(dim));
+        ASSERT_EQ(plain.insert(ids, rows, tags, {}, 0), VEK_OK);
+        std::vector<Scores> reference;
+        for (size_t q = 0; q < QUERIES; ++q)
+            reference.push_back(search(plain, rows_of(queries, dim, q, 1), 1, 0)[0]);
+        for (size_t round = 0; round < 42; round += ONE_CASE_IN) {
+            const BlockSize blocks(std::vector<size_t>{0, 1, 2, 3, 7, 16, 74}[round % 7]);
+            SCOPED_TRACE(testing::Message() << "dim " << dim << " round " << round);
             const Group group(steep(dim));
-            c.insert_all(group);
-            for (size_t count : {1u, 2u, 3u, 4u, 5u, 8u, 13u}) {
-                for (size_t first = 0; first + count <= QUERIES; first += ONE_CASE_IN) {
-                    const std::vector<Scores> found = c.search(group, first, count);
-                    for (size_t q = 0; q < count; ++q)
-                        ASSERT_EQ(found[q], reference[first + q]) << count << " from " << first;
+            const size_t offset = pick({0, 1, 2, 3, 4, 5, 9});
+            if (round % 2 == 0) {
+                ASSERT_EQ(group.insert(others, random_features(ROWS, dim, 3), tags), VEK_OK);
+            }
+            ASSERT_EQ(group.insert(ids, rows, tags, {}, offset), VEK_OK);
+            std::shuffle(others.begin(), others.end(), random);
+            for (size_t step = 0; step < 10; ++step) {
+                const size_t count = pick({1, 2, 3, 4, 5, 8, QUERIES});
+                const size_t first = random() % (QUERIES - count + 1);
+                const auto found =
+                    search(group, rows_of(queries, dim, first, count), count, offset);
+                for (size_t q = 0; q < count; ++q) {
+                    ASSERT_EQ(found[q].size(), group.size());
+                    for (const auto& [id, bits] : reference[first + q])
+                        ASSERT_EQ(found[q].at(id), bits) << count << " from " << first;
+                }
+                const auto some = others.begin() + static_cast<ptrdiff_t>(7 * step);
+                if (round % 2 == 0) {
+                    ASSERT_EQ(group.erase(std::vector<uint64_t>(some, some + 7)), VEK_OK);
                 }
             }
         }
@@ -135,82 +107,26 @@ TEST(SameBits, InAnyBatchPlaceAndBlockSize) {
 TEST(SameBits, InALargeBatch) {
     constexpr size_t MANY = 300, BATCH = 600, DIM = 128;
     for (const auto& settings : {steep(DIM), Group::int8_settings(DIM, TAG_BYTES)}) {
-        const std::vector<uint8_t> rows = feature_bytes(settings, MANY);
         const Group group(settings);
-        ASSERT_EQ(group.insert(running_ids(MANY), rows, std::vector<uint8_t>(MANY * TAG_BYTES)),
+        ASSERT_EQ(group.insert(running_ids(MANY), feature_bytes(settings, MANY),
+                               std::vector<uint8_t>(MANY * TAG_BYTES)),
                   VEK_OK);
         Query query;
-        query.nr_query = BATCH;
         query.k = 5;
         query.options.sorted = 1;
-        query.bytes = feature_bytes(settings, BATCH, 2);
-        const Found batch = group.search(query);
-        const size_t row_bytes = query.bytes.size() / BATCH;
+        Query all = query;
+        all.nr_query = BATCH;
+        all.bytes = feature_bytes(settings, BATCH, 2);
+        const Found batch = group.search(all);
         for (size_t q = 0; q < BATCH; q += 37) {
-            Query one = query;
-            one.nr_query = 1;
-            one.bytes.assign(&query.bytes[q * row_bytes], &query.bytes[q * row_bytes] + row_bytes);
-            const Found alone = group.search(one);
+            const uint8_t* begin = &all.bytes[q * settings.feature_size];
+            query.bytes.assign(begin, begin + settings.feature_size);
+            const Found alone = group.search(query);
             for (size_t i = 0; i < query.k; ++i) {
                 ASSERT_EQ(batch.ids[q * query.k + i], alone.ids[i]) << q;
                 ASSERT_EQ(batch.scores[q * query.k + i], alone.scores[i]) << q;
             }
         }
-    }
-}
-
-TEST(SameBits, AtAnyAddress) {
-    for (size_t dim : DIMS) {
-        const Case c(dim);
-        const std::vector<Scores> reference = c.reference();
-        for (size_t offset : {1u, 2u, 3u, 4u, 5u, 9u}) {
-            SCOPED_TRACE(testing::Message() << "dim " << dim << " offset " << offset);
-            const BlockSize blocks(offset % 2 ? 16 : 0);
-            const Group group(steep(dim));
-            c.insert_all(group, offset);
-            EXPECT_EQ(c.search(group, 0, QUERIES, offset), reference);
-        }
-    }
-}
-
-// Other rows come and go between, so the watched rows end up in other slots and blocks.
-TEST(SameBits, WhateverRowsAreAround) {
-    for (size_t dim : DIMS) {
-        SCOPED_TRACE(dim);
-        const Case c(dim);
-        const std::vector<Scores> reference = c.reference();
-        const BlockSize blocks(16);
-        const Group group(steep(dim));
-        std::mt19937 random(static_cast<unsigned>(dim));
-        const std::vector<float> others = random_features(ROWS, dim, 3);
-        std::vector<uint64_t> doomed;
-        std::vector<size_t> order(ROWS);
-        for (size_t i = 0; i < ROWS; ++i)
-            order[i] = i;
-        std::shuffle(order.begin(), order.end(), random);
-        for (size_t row : order) {
-            const auto insert = [&](uint64_t id, const std::vector<float>& from) {
-                const auto begin = from.begin() + static_cast<ptrdiff_t>(row * dim);
-                const auto end = begin + static_cast<ptrdiff_t>(dim);
-                ASSERT_EQ(group.insert({id}, std::vector<float>(begin, end), {0, 0, 0}), VEK_OK);
-            };
-            insert(row, others);
-            insert(c.ids[row], c.rows);
-            doomed.push_back(row);
-        }
-        std::shuffle(doomed.begin(), doomed.end(), random);
-        for (size_t left = 0; left < 3; ++left) {
-            const std::vector<Scores> found = c.search(group, 0, QUERIES);
-            for (size_t q = 0; q < QUERIES; ++q) {
-                for (const auto& [id, bits] : reference[q])
-                    ASSERT_EQ(found[q].at(id), bits) << "query " << q << " id " << id;
-            }
-            const auto third = doomed.begin() + static_cast<ptrdiff_t>(ROWS / 3);
-            ASSERT_EQ(group.erase(std::vector<uint64_t>(doomed.begin(), third)), VEK_OK);
-            doomed.erase(doomed.begin(), third);
-        }
-        EXPECT_EQ(group.size(), ROWS);
-        EXPECT_EQ(c.search(group, 0, QUERIES), reference);
     }
 }
 
