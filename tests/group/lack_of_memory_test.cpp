@@ -61,28 +61,6 @@ Found answers_of(const Group& group, const VEKFeatureGroupSettings& settings) {
     return found;
 }
 
-// A search whose result arrays must stay untouched if it fails.
-struct EncryptedSearch {
-    static constexpr size_t QUERIES = 33;
-    static constexpr size_t K = 5;
-    std::vector<uint8_t> queries;
-    std::vector<uint64_t> ids = std::vector<uint64_t>(QUERIES * K);
-    std::vector<float> scores = std::vector<float>(QUERIES * K);
-
-    VEKStatus operator()(VEKContext context) {
-        std::fill(ids.begin(), ids.end(), 9);
-        std::fill(scores.begin(), scores.end(), 9.0f);
-        const VEKFeatureGroupSearchOptions options{1, 1};
-        VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
-        const VEKStatus status = VEK_search_feature_group(context, queries.data(), QUERIES, K, 0.0f,
-                                                          nullptr, nullptr, &options, &result);
-        const bool untouched = std::count(ids.begin(), ids.end(), 9) == QUERIES * K &&
-                               std::count(scores.begin(), scores.end(), 9.0f) == QUERIES * K;
-        const bool counts_set = result.nr_query == QUERIES && result.k == K;
-        return counts_set && untouched == (status != VEK_OK) ? status : -1;
-    }
-};
-
 // Of groups of one kind and block size, 0 the default.
 class CallsWithoutMemory : public testing::TestWithParam<std::tuple<int32_t, size_t>> {
 protected:
@@ -145,7 +123,12 @@ TEST_P(CallsWithoutMemory, GiveStatus2AndChangeNothing) {
     vek::feature_cipher(replacing.features.data(), 60, m_settings.feature_size,
                         m_settings.feature_size);
     const uint64_t erased[] = {1, 4, 0};
-    EncryptedSearch search{feature_bytes(m_settings, EncryptedSearch::QUERIES, 5)};
+    Query query;
+    query.bytes = feature_bytes(m_settings, 33, 5);
+    query.nr_query = 33;
+    query.k = 5;
+    query.options = {1, 1};
+    Search search(query);
     const CallCase cases[] = {
         {"insert", [&](VEKContext group) { return added.insert_into(group); }},
         {"replace",
@@ -153,7 +136,13 @@ TEST_P(CallsWithoutMemory, GiveStatus2AndChangeNothing) {
              return replacing.insert_into(group, {1, 1});
          }},
         {"reserve", [](VEKContext group) { return VEK_reserve_feature_group_size(group, 100); }},
-        {"search", [&](VEKContext group) { return search(group); }},
+        {"search",
+         [&](VEKContext group) {
+             const VEKStatus status = search(group);
+             EXPECT_TRUE(search.counts_set());
+             EXPECT_EQ(search.untouched(), status != VEK_OK);
+             return status;
+         }},
         {"erase",
          [&](VEKContext group) {
              return VEK_delete_features_from_feature_group(group, erased, 3);
@@ -196,44 +185,33 @@ TEST(LackOfMemory, OfCallsThatLeaveTheGroupAlone) {
     EXPECT_EQ(bytes_of_file(path).size(), 40u + 2000 * (8 + 6));
 }
 
-// Searches of different numbers of queries on one group: so many that a plan is in proportion to
-// them.
-class SearchMemory : public testing::Test {
-protected:
-    static constexpr size_t ROWS = 300;
-    static constexpr size_t QUERIES = 2000;
-    const Group m_group{DIM};
-    const std::vector<float> m_queries = small_integers(2 * QUERIES, DIM, 3);
-    std::vector<uint64_t> m_ids = std::vector<uint64_t>(2 * QUERIES);
-    std::vector<float> m_scores = std::vector<float>(2 * QUERIES);
-
-    void SetUp() override {
-        ASSERT_EQ(m_group.insert(running_ids(ROWS), small_integers(ROWS, DIM)), VEK_OK);
-    }
-    VEKStatus search(size_t nr_query) {
-        VEKFeatureGroupSearchResult result{0, 0, m_scores.data(), m_ids.data()};
-        const void* queries = m_queries.data();
-        return VEK_search_feature_group(m_group.context(), static_cast<const uint8_t*>(queries),
-                                        nr_query, 1, 0.0f, nullptr, nullptr, nullptr, &result);
-    }
-    // The largest piece of memory that a search takes.
-    size_t largest_of(size_t nr_query) {
+// Room to grow is a wish: a search gets on without, and leaves no more than it found. So many
+// queries that a plan is in proportion to them.
+TEST(LackOfMemory, OfAFailedSearchIsThereForASmallerOne) {
+    constexpr size_t ROWS = 300, QUERIES = 2000;
+    const Group group(DIM);
+    ASSERT_EQ(group.insert(running_ids(ROWS), small_integers(ROWS, DIM)), VEK_OK);
+    Query query;
+    query.nr_query = 2 * QUERIES;
+    query.features = small_integers(query.nr_query, DIM, 3);
+    Search search(query);
+    const auto search_for = [&](size_t nr_query) {
+        search.query.nr_query = nr_query;
+        return search(group.context());
+    };
+    size_t plan;
+    {
         const Watch watch(1);
-        EXPECT_EQ(search(nr_query), VEK_OK);
-        return watch.largest();
+        EXPECT_EQ(search_for(QUERIES), VEK_OK);
+        plan = watch.largest();
     }
-};
-
-// Room to grow is a wish: a search gets on without, and leaves no more than it found.
-TEST_F(SearchMemory, OfAFailedSearchIsThereForASmallerOne) {
-    const size_t plan = largest_of(QUERIES);
     const Watch watch(plan + plan / 5, 0);
-    EXPECT_EQ(search(2 * QUERIES), VEK_UNKNOWN_ERROR);
-    EXPECT_EQ(search(QUERIES), VEK_OK);
-    EXPECT_EQ(search(QUERIES + QUERIES / 8), VEK_OK) << "half as much again is not to be had";
-    EXPECT_EQ(search(2 * QUERIES), VEK_UNKNOWN_ERROR);
-    EXPECT_EQ(search(1), VEK_OK);
-    EXPECT_EQ(search(QUERIES), VEK_OK);
+    EXPECT_EQ(search_for(2 * QUERIES), VEK_UNKNOWN_ERROR);
+    EXPECT_EQ(search_for(QUERIES), VEK_OK);
+    EXPECT_EQ(search_for(QUERIES + QUERIES / 8), VEK_OK) << "half as much again is not to be had";
+    EXPECT_EQ(search_for(2 * QUERIES), VEK_UNKNOWN_ERROR);
+    EXPECT_EQ(search_for(1), VEK_OK);
+    EXPECT_EQ(search_for(QUERIES), VEK_OK);
 }
 
 // Keeps rows with odd tags, and counts how often it is asked.
@@ -252,76 +230,31 @@ TEST(LackOfMemory, OfOneAllocationIsNoFailureOfASearch) {
     for (size_t row = 0; row < MANY; ++row)
         tags[row] = static_cast<uint8_t>(row % 3);
     ASSERT_EQ(group.insert(running_ids(MANY), small_integers(MANY, DIM), tags), VEK_OK);
-    OddBytes queries(small_integers(QUERIES, DIM, 9));
-    std::vector<uint64_t> ids(QUERIES * K);
-    std::vector<float> scores(QUERIES * K);
     size_t calls = 0;
-    const std::vector<void*> contexts(QUERIES, &calls);
-    VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
+    Query query;
+    query.features = small_integers(QUERIES, DIM, 9);
+    query.nr_query = QUERIES;
+    query.k = K;
+    query.contexts.assign(QUERIES, &calls);
+    Search search(query);
     for (VEKTagPredicate predicate : {VEKTagPredicate{nullptr}, VEKTagPredicate{keep_odd}}) {
-        std::vector<uint64_t> wanted;
+        search.query.predicate = predicate;
+        Found wanted;
         // Never, and then the first one.
         for (size_t failing_after = Watch::NEVER;; failing_after += ONE_CASE_IN) {
             calls = 0;
             ASSERT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
             const Watch watch(1, failing_after, 1);
-            ASSERT_EQ(VEK_search_feature_group(group.context(), queries.bytes(), QUERIES, K, 0.0f,
-                                               contexts.data(), predicate, nullptr, &result),
-                      VEK_OK)
-                << failing_after;
-            if (wanted.empty())
-                wanted = ids;
-            ASSERT_EQ(ids, wanted) << failing_after;
+            ASSERT_EQ(search(group.context()), VEK_OK) << failing_after;
+            const size_t seen = watch.seen();
+            if (failing_after == Watch::NEVER)
+                wanted = search.found();
+            ASSERT_EQ(search.found(), wanted) << failing_after;
             ASSERT_EQ(calls, predicate ? QUERIES * MANY : 0);
-            if (failing_after < Watch::NEVER - ONE_CASE_IN && watch.seen() <= failing_after)
+            if (failing_after < Watch::NEVER - ONE_CASE_IN && seen <= failing_after)
                 break;
         }
     }
-}
-
-// Sizes beyond the machine, and products of sizes that wrap. The arrays are too short for the
-// counts, so nothing may be read or written either.
-TEST(LackOfMemory, ImpossibleSizesAreStatus2) {
-    const BlockSize block_size(16);
-    const VEKFeatureGroupSettings settings = Group::settings(DIM, TAG_BYTES);
-    const Rows held(settings, 0, 20);
-    const Group group(settings);
-    ASSERT_EQ(held.insert_into(group.context()), VEK_OK);
-    const Found before = answers_of(group, settings);
-    const Group wide(size_t{1} << 20);
-    const Watch watch(size_t{1} << 26, 0);  // as a machine without so much would answer
-    for (size_t rows :
-         {size_t{UINT32_MAX} / 2, size_t{UINT32_MAX}, SIZE_MAX / 24 + 1, SIZE_MAX / 2, SIZE_MAX}) {
-        SCOPED_TRACE(rows);
-        EXPECT_EQ(group.reserve(rows), VEK_UNKNOWN_ERROR);
-        EXPECT_EQ(wide.reserve(rows), VEK_UNKNOWN_ERROR);
-        EXPECT_EQ(
-            VEK_insert_features_to_feature_group(group.context(), held.features.data(),
-                                                 held.ids.data(), held.tags.data(), rows, nullptr),
-            VEK_UNKNOWN_ERROR);
-    }
-    const std::pair<size_t, size_t> searches[] = {
-        {107374182, 1}, {107374183, 1}, {SIZE_MAX, 1},         {1, 1073741824},
-        {1, SIZE_MAX},  {0, 1 << 30},   {SIZE_MAX / 2 + 1, 2}, {SIZE_MAX / 2, SIZE_MAX / 2},
-    };
-    for (const auto& [nr_query, k] : searches) {
-        SCOPED_TRACE(std::to_string(nr_query) + " queries, k " + std::to_string(k));
-        uint64_t id = 9;
-        float score = 9;
-        VEKFeatureGroupSearchResult result{7, 7, &score, &id};
-        const size_t seen_before = watch.seen();
-        EXPECT_EQ(VEK_search_feature_group(group.context(), held.features.data(), nr_query, k, 0.0f,
-                                           nullptr, nullptr, nullptr, &result),
-                  nr_query == 0 ? VEK_OK : VEK_UNKNOWN_ERROR);
-        EXPECT_TRUE(result.nr_query == nr_query && result.k == k);
-        EXPECT_TRUE(id == 9 && score == 9);
-        EXPECT_TRUE(nr_query == 107374182 || watch.seen() == seen_before) << "a limit, not memory";
-    }
-    VEKFeatureGroupSearchResult wrapped{};
-    EXPECT_EQ(VEK_search_feature_group(wide.context(), held.features.data(), SIZE_MAX / 2 + 1, 2,
-                                       0.0f, nullptr, nullptr, nullptr, &wrapped),
-              VEK_UNKNOWN_ERROR);
-    EXPECT_EQ(answers_of(group, settings), before);
 }
 
 TEST(LackOfMemory, OfBlocksLeavesNoMappingBehind) {

@@ -17,42 +17,38 @@ constexpr size_t PRODUCT_SCRATCH = 1 << 20;
 constexpr size_t PRODUCT_SCRATCH = 0;
 #endif
 
-const uint8_t* bytes_of(const std::vector<float>& features) {
-    const void* bytes = features.data();
-    return static_cast<const uint8_t*>(bytes);
+// For the best k rows of each query.
+Search make_search(size_t nr_query, size_t dim, size_t k = 1) {
+    Query query;
+    query.features = small_integers(nr_query, dim, 3);
+    query.nr_query = nr_query;
+    query.k = k;
+    return Search(query);
 }
 
-// A search for the best k rows of each query that allocates nothing of its own.
-class Search {
-public:
-    Search(size_t nr_query, size_t dim, size_t k)
-        : m_k(k),
-          m_queries(small_integers(nr_query, dim, 3)),
-          m_ids(nr_query * k),
-          m_scores(nr_query * k) {}
-
-    void operator()(const Group& group) {
-        VEKFeatureGroupSearchResult result{0, 0, m_scores.data(), m_ids.data()};
-        EXPECT_EQ(VEK_search_feature_group(group.context(), bytes_of(m_queries), m_ids.size() / m_k,
-                                           m_k, 0.0f, nullptr, nullptr, nullptr, &result),
-                  VEK_OK);
+// A first search takes a score for each pair that is there, whatever room the group has for rows,
+// and a heap has room for no more than those.
+TEST(Memory, OfASearchIsInProportionToTheRowsThatAreThere) {
+    const struct {
+        size_t rows, dim, reserved, block_size, nr_query, k, most;
+    } cases[] = {
+        {5, 2, 8192, 0, 1000, 1, 64 * 1024},
+        {330, 2, 330, 64, 1000, 1, 1000 * 330 * sizeof(float)},
+        {321, 2, 5000, 64, 1000, 1, 1000 * 321 * sizeof(float)},
+        {20, 6, 20, 0, 1, 1000000, 1000000},
+        {1, 1, 1, 0, 2 * MOST_OF_RUNTIME, 1, SIZE_MAX / 2},
+    };
+    for (const auto& c : cases) {
+        const BlockSize block_size(c.block_size);
+        const Group group(c.dim);
+        ASSERT_EQ(group.reserve(c.reserved), VEK_OK);
+        ASSERT_EQ(group.insert(running_ids(c.rows), small_integers(c.rows, c.dim)), VEK_OK);
+        Search search = make_search(c.nr_query, c.dim, c.k);
+        const Watch watch(1);
+        EXPECT_EQ(search(group.context()), VEK_OK);
+        EXPECT_LE(watch.largest(), c.most + PRODUCT_SCRATCH) << "case " << &c - cases;
     }
-
-private:
-    size_t m_k;
-    std::vector<float> m_queries;
-    std::vector<uint64_t> m_ids;
-    std::vector<float> m_scores;
-};
-
-TEST(Memory, AHeapHasRoomForNoMoreThanTheRows) {
-    constexpr size_t K = 1000000;
-    const Group group(6);
-    ASSERT_EQ(group.insert(running_ids(20), small_integers(20, 6)), VEK_OK);
-    Search search(1, 6, K);
-    const Watch watch(K + PRODUCT_SCRATCH);
-    search(group);
-    EXPECT_EQ(watch.seen(), 0u);
+    EXPECT_LT(allocation_watch::largest_of_runtime(), MOST_OF_RUNTIME);
 }
 
 TEST(Memory, AWarmSearchAllocatesNothingInProportionToRows) {
@@ -61,11 +57,11 @@ TEST(Memory, AWarmSearchAllocatesNothingInProportionToRows) {
     const Group group(WIDTH);
     ASSERT_EQ(group.insert(running_ids(ROWS), small_integers(ROWS, WIDTH)), VEK_OK);
     for (size_t nr_query : {1u, 4u, 16u}) {
-        Search search(nr_query, WIDTH, 10);
+        Search search = make_search(nr_query, WIDTH, 10);
         // The allocations of at least so many bytes.
         const auto seen = [&](size_t least) {
             const Watch watch(least);
-            search(group);
+            EXPECT_EQ(search(group.context()), VEK_OK);
             return watch.seen();
         };
         const size_t made_room = seen(16 * 1024);
@@ -78,53 +74,19 @@ TEST(Memory, AWarmSearchAllocatesNothingInProportionToRows) {
     EXPECT_LT(allocation_watch::largest_of_runtime(), MOST_OF_RUNTIME);
 }
 
-TEST(Memory, OfManyQueriesIsNotTheRuntimesOwn) {
-    const Group group(1);
-    ASSERT_EQ(group.insert({1}, {2}), VEK_OK);
-    Query query;
-    query.nr_query = 2 * MOST_OF_RUNTIME;
-    query.features = small_integers(query.nr_query, 1);
-    EXPECT_EQ(group.search(query).ids, std::vector<uint64_t>(query.nr_query, 1));
-    EXPECT_LT(allocation_watch::largest_of_runtime(), MOST_OF_RUNTIME);
-}
-
 TEST(Memory, InsertAndSearchInTurnsDoNotReallocateEachTime) {
-    constexpr size_t ROWS = 3000;
+    constexpr uint64_t ROWS = 3000;
     constexpr size_t DIM = 6;
-    const std::vector<float> features = small_integers(ROWS, DIM);
-    const std::vector<uint8_t> tags(ROWS * 3, 1);
     for (size_t rows_of_block : {0u, 100u}) {
         const BlockSize block_size(rows_of_block);
         const Group group(DIM, 3);
-        Search search(1, DIM, 1);
+        Search search = make_search(1, DIM);
         const Watch watch(4096);
         for (uint64_t row = 0; row < ROWS; ++row) {
-            ASSERT_EQ(VEK_insert_features_to_feature_group(
-                          group.context(), bytes_of(features) + row * DIM * sizeof(float), &row,
-                          &tags[static_cast<size_t>(row) * 3], 1, nullptr),
-                      VEK_OK);
-            search(group);
+            ASSERT_EQ(group.insert({row}, small_integers(1, DIM), {1, 1, 1}), VEK_OK);
+            ASSERT_EQ(search(group.context()), VEK_OK);
         }
         EXPECT_LT(watch.seen(), 100u) << "stores, scores and plans each grow a dozen times";
-    }
-}
-
-// A first search takes a score for each pair, whatever room the group has for rows.
-TEST(Memory, OfASearchIsInProportionToTheRowsThatAreThere) {
-    const struct {
-        size_t rows, reserved, block_size;
-    } cases[] = {{5, 8192, 0}, {330, 330, 64}, {321, 5000, 64}};
-    for (const auto& c : cases) {
-        const BlockSize block_size(c.block_size);
-        const Group group(2);
-        ASSERT_EQ(group.reserve(c.reserved), VEK_OK);
-        ASSERT_EQ(group.insert(running_ids(c.rows), small_integers(c.rows, 2)), VEK_OK);
-        Search search(1000, 2, 1);
-        const Watch watch(1);
-        search(group);
-        EXPECT_LE(watch.largest(),
-                  std::max<size_t>(1000 * c.rows * sizeof(float), 64 * 1024) + PRODUCT_SCRATCH)
-            << c.rows << " rows";
     }
 }
 
@@ -171,13 +133,13 @@ TEST_F(MemoryInUse, ShrinkGivesBackWhatNoRowNeeds) {
 
     // With as many queries, each of the search's matrices is as large as that.
     insert_rows(Group(1, TAG_BYTES));
-    Search search(50000, 1, 1);
+    Search search = make_search(50000, 1);
     const size_t before = bytes_in_use();
-    search(group);
+    EXPECT_EQ(search(group.context()), VEK_OK);
     EXPECT_GT(bytes_in_use(), before + 3 * 50000 * sizeof(float));
     EXPECT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
     EXPECT_LE(bytes_in_use(), before + 4096);
-    search(group);
+    EXPECT_EQ(search(group.context()), VEK_OK);
 }
 
 // A block that was searched last is not kept by the search.
@@ -187,7 +149,7 @@ TEST_F(MemoryInUse, ShrinkGivesBackTheBlocksThatASearchRead) {
     ASSERT_EQ(group.insert(running_ids(5000), small_integers(5000, 500),
                            std::vector<uint8_t>(5000 * TAG_BYTES)),
               VEK_OK);
-    Search(1, 500, 1)(group);
+    EXPECT_EQ(make_search(1, 500)(group.context()), VEK_OK);
     EXPECT_EQ(VEK_reset_feature_group(group.context()), VEK_OK);
     EXPECT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
     EXPECT_LE(bytes_in_use(), empty + 1024 * 500 * sizeof(float) + 32768);
@@ -263,9 +225,7 @@ TEST_F(MemoryInUse, AtRestIsTheFeaturesAndLittleMore) {
     const std::vector<float> features = small_integers(MANY, WIDTH);
     const size_t before = bytes_in_use();
     const Group group(WIDTH);
-    ASSERT_EQ(VEK_insert_features_to_feature_group(group.context(), bytes_of(features), ids.data(),
-                                                   nullptr, MANY, nullptr),
-              VEK_OK);
+    ASSERT_EQ(group.insert(ids, features), VEK_OK);
     const size_t held = bytes_in_use() - before;
     EXPECT_GT(held, MANY * ROW_BYTES);
     EXPECT_LE(held, MANY * (ROW_BYTES + 64) + 1024 * ROW_BYTES);
