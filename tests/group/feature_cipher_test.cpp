@@ -28,17 +28,4 @@ TEST(FeatureCipher, GoldenBytes) {
     EXPECT_EQ(Bytes(row.end() - 4, row.end()), (Bytes{0x06, 0xcc, 0xf2, 0x99}));
 }
 
-TEST(FeatureCipher, TwiceGivesTheBytesBack) {
-    for (size_t row_bytes : {4u, 6u, 7u, 512u, 2048u}) {
-        Bytes buffer(5 * row_bytes);
-        std::iota(buffer.begin(), buffer.end(), uint8_t{3});
-        const Bytes plain = buffer;
-        const size_t step = row_bytes / 4 * 4;
-        vek::feature_cipher(buffer.data(), 5, row_bytes, step);
-        EXPECT_NE(buffer, plain);
-        vek::feature_cipher(buffer.data(), 5, row_bytes, step);
-        EXPECT_EQ(buffer, plain) << row_bytes;
-    }
-}
-
 }  // namespace

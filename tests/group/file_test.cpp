@@ -49,84 +49,16 @@ VEKFeatureGroupSettings settings_of(uint32_t feature_size, uint32_t tag_size) {
     return settings;
 }
 
-// `rows` rows with content that differs, ids that do not ascend.
+// `rows` rows with content that differs.
 GroupFile numbered_rows(uint32_t feature_size, uint32_t tag_size, size_t rows) {
     GroupFile file;
     file.feature_size = feature_size;
     file.tag_size = tag_size;
-    file.count = rows;
-    for (size_t i = 0; i < rows; ++i) {
-        file.ids.push_back(i ^ 0x5555555500000001u);
-        std::string row = bytes_of(small_integers(1, feature_size / 4, static_cast<unsigned>(i)));
-        row.resize(feature_size, '\0');
-        file.features += row;
-    }
+    file.ids = running_ids(rows);
+    file.features = bytes_of(small_integers(rows, feature_size / 4));
     for (size_t i = 0; i < rows * tag_size; ++i)
         file.tags += static_cast<char>(i % 251);
     return file;
-}
-
-void insert_all(const Group& group, const GroupFile& file, size_t real_bytes) {
-    std::string rows;
-    const size_t count = file.ids.size(),
-                 row_bytes = file.features.size() / std::max(count, size_t{1});
-    for (size_t i = 0; i < count; ++i)
-        rows += file.features.substr(i * row_bytes, real_bytes);
-    rows.resize(file.features.size() + 1);
-    const auto bytes = [](const std::string& text) {
-        return reinterpret_cast<const uint8_t*>(text.data());
-    };
-    std::vector<uint64_t> ids = file.ids;
-    ids.reserve(1);
-    ASSERT_EQ(VEK_insert_features_to_feature_group(group.context(), bytes(rows), ids.data(),
-                                                   bytes(file.tags), count, nullptr),
-              VEK_OK);
-}
-
-// The last row moves into the place of this one.
-void erase_slot(GroupFile& file, size_t slot) {
-    const size_t last = file.ids.size() - 1;
-    const auto erase = [&](std::string& rows) {
-        const size_t row_bytes = rows.size() / (last + 1);
-        rows.replace(slot * row_bytes, row_bytes, rows, last * row_bytes, row_bytes);
-        rows.resize(last * row_bytes);
-    };
-    erase(file.features);
-    erase(file.tags);
-    file.ids[slot] = file.ids[last];
-    file.ids.pop_back();
-    file.count = last;
-}
-
-TEST(GroupFiles, DumpIsTheStatedBytesAndLoadsBack) {
-    const struct {
-        uint32_t feature_size, tag_size;
-        size_t rows, block_size;
-    } cases[] = {
-        {4, 0, 0, 4},      {4, 0, 0, 8192},       {24, 0, 1, 4},     {24, 1, 1, 8192},
-        {24, 7, 13, 4},    {24, 7, 13, 8192},     {6, 0, 9, 4},      {6, 1, 9, 8192},
-        {8, 0, 100000, 4}, {12, 7, 100000, 8192}, {6, 1, 100000, 4},
-    };
-    const TempFolder folder;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.feature_size << ' ' << c.tag_size << ' ' << c.rows
-                                        << ' ' << c.block_size);
-        const BlockSize block_size(c.block_size);
-        const VEKFeatureGroupSettings settings = settings_of(c.feature_size, c.tag_size);
-        GroupFile file = numbered_rows(c.feature_size, c.tag_size, c.rows);
-        const Group group(settings);
-        insert_all(group, file, c.feature_size / 4 * 4);
-        EXPECT_EQ(dumped(group.context(), folder) == file.bytes(), true);
-        for (size_t slot = 0, step = 1 + file.ids.size() / 3;
-             file.ids.size() > 1 && slot < file.ids.size(); slot += step) {
-            EXPECT_EQ(group.erase({file.ids[slot]}), VEK_OK);
-            erase_slot(file, slot);
-        }
-        EXPECT_EQ(dumped(group.context(), folder) == file.bytes(), true);
-        const Loaded loaded(folder / "dump", settings);
-        ASSERT_EQ(loaded.status, VEK_OK);
-        EXPECT_EQ(dumped(loaded.group, folder) == file.bytes(), true);
-    }
 }
 
 TEST(GroupFiles, TruncatedAnywhereIsBroken) {
@@ -156,11 +88,9 @@ TEST(GroupFiles, PromisesTakeNoMemory) {
     ids.count = 536870911;
     GroupFile features = numbered_rows(8192, 1, 2);
     features.ids.resize(100000);
-    features.count = 100000;
     GroupFile tags = numbered_rows(4, 8192, 2);
     tags.ids.resize(100000);
     tags.features.resize(400000);
-    tags.count = 100000;
     rlimit before;
     ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
     for (const GroupFile* file : {&ids, &features, &tags}) {
@@ -208,9 +138,8 @@ TEST(GroupFiles, DiskThatFillsUpDoesTheGroupNoHarm) {
     const TempFolder folder;
     const BlockSize block_size(64);
     const GroupFile file = numbered_rows(256, 1, 1000);
-    const Group group(settings_of(256, 1));
-    insert_all(group, file, 256);
     const std::string path = folder.file("f", file.bytes() + "and more");
+    const Group group(path, settings_of(256, 1));
     rlimit before;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
     const auto old_handler = std::signal(SIGXFSZ, SIG_IGN);

@@ -43,7 +43,10 @@ public:
         return result;
     }
     void fill(uint8_t byte) { std::fill(m_bytes.begin(), m_bytes.end(), byte); }
-    bool all(uint8_t byte) const { return m_bytes == std::vector<uint8_t>(m_bytes.size(), byte); }
+    bool all(uint8_t byte) const {
+        return std::find_if(m_bytes.begin(), m_bytes.end(),
+                            [byte](uint8_t b) { return b != byte; }) == m_bytes.end();
+    }
 
 private:
     size_t m_offset;
@@ -140,6 +143,9 @@ public:
         EXPECT_EQ(VEK_make_feature_group_context(&s, &m_context), VEK_OK);
     }
     explicit Group(size_t dim, uint32_t tag_size = 0) : Group(settings(dim, tag_size)) {}
+    Group(const std::string& path, const VEKFeatureGroupSettings& s) {
+        EXPECT_EQ(VEK_make_feature_group_context_from_file(path.c_str(), &s, &m_context), VEK_OK);
+    }
     ~Group() { VEK_release(m_context); }
     Group(const Group&) = delete;
     Group& operator=(const Group&) = delete;

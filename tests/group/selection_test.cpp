@@ -3,57 +3,75 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "graph/tensor/tensor.h"
+#include "tests/group/heap_model.h"
 
 namespace {
 
 using vek::TopKHeap;
 
 constexpr size_t FIRST = 7;  // the slot of the first column
+constexpr size_t ROWS = 3;
 
-template <typename Raw>
-void expect_same_as_one_by_one(kern::DType dtype, const std::vector<Raw>& scores, size_t rows,
-                               size_t k, float threshold) {
-    const size_t columns = scores.size() / rows;
-    const orb::CompNode node = orb::CompNode::load("cpu:default");
-    orb::HostTensorND tensor(node, kern::TensorShape{rows, columns}, dtype);
-    std::copy(scores.begin(), scores.end(), tensor.ptr<Raw>());
-    std::vector<TopKHeap> heaps(rows, TopKHeap(k, threshold, columns));
-    vek::select_candidates(tensor.as_raw(), FIRST, {}, heaps);
-    for (size_t row = 0; row < rows; ++row) {
-        TopKHeap wanted(k, threshold, columns);
-        for (size_t slot = 0; slot < columns; ++slot)
-            wanted.offer(static_cast<uint32_t>(FIRST + slot),
-                         static_cast<float>(scores[row * columns + slot]));
-        ASSERT_EQ(heaps[row].size(), wanted.size());
-        for (size_t i = 0; i < wanted.size(); ++i)
-            ASSERT_EQ(heaps[row].slot(i), wanted.slot(i)) << row << " of " << columns;
+void expect_equal(const TopKHeap& heap, const HeapModel& model) {
+    ASSERT_EQ(heap.size(), model.n());
+    for (size_t i = 0; i < heap.size(); ++i) {
+        ASSERT_EQ(heap.slot(i), model.at[i + 1].second) << "place " << i;
+        const float raw = heap.raw(i);
+        ASSERT_EQ(std::memcmp(&raw, &model.at[i + 1].first, sizeof(raw)), 0) << "place " << i;
     }
 }
 
-// Scores that tie often, some NaN, some denormal, at every number of columns around the scan's
-// width.
-TEST(Selection, ScansAsIfOneByOne) {
+// In heap order and sorted.
+template <typename Raw>
+void expect_as_one_by_one(kern::DType dtype, const std::vector<Raw>& scores, size_t k,
+                          float threshold) {
+    const size_t columns = scores.size() / ROWS;
+    const orb::CompNode node = orb::CompNode::load("cpu:default");
+    orb::HostTensorND tensor(node, kern::TensorShape{ROWS, columns}, dtype);
+    std::copy(scores.begin(), scores.end(), tensor.ptr<Raw>());
+    std::vector<TopKHeap> heaps(ROWS, TopKHeap(k, threshold, std::min(k, columns)));
+    vek::select_candidates(tensor.as_raw(), FIRST, {}, heaps);
+    for (size_t row = 0; row < ROWS; ++row) {
+        HeapModel wanted{k, threshold};
+        for (size_t column = 0; column < columns; ++column)
+            wanted.offer(static_cast<uint32_t>(FIRST + column),
+                         static_cast<float>(scores[row * columns + column]));
+        expect_equal(heaps[row], wanted);
+        heaps[row].sort();
+        wanted.sort();
+        expect_equal(heaps[row], wanted);
+    }
+}
+
+// Scores that tie often, some NaN or infinite, some denormal; columns around the scan's width and
+// around the places.
+TEST(Selection, IsThatOfThePlainHeapOneByOne) {
     std::mt19937 random(1);
-    for (size_t columns : std::vector<size_t>{1, 2, 15, 16, 17, 31, 32, 33, 100, 300}) {
-        for (size_t k : std::vector<size_t>{1, 3, 20}) {
-            for (float threshold : {-INFINITY, -2.0f, 0.0f, 1e-41f, 5.0f, NAN}) {
-                std::vector<float> floats(3 * columns);
-                for (float& score : floats) {
-                    const auto draw = random() % 32;
-                    score = draw == 0 ? NAN : draw < 4 ? 1e-40f : static_cast<float>(draw) - 25.0f;
-                }
-                expect_same_as_one_by_one(kern::DType::Float32(), floats, 3, k, threshold);
-                std::vector<int32_t> integers(3 * columns);
-                for (int32_t& score : integers)
-                    score = static_cast<int32_t>(random() % 8) - 4 + (random() % 2 ? 1 << 25 : 0);
-                expect_same_as_one_by_one(
-                    kern::DType::Int32(), integers, 3, k,
-                    std::isfinite(threshold) ? threshold + 33554432.0f : threshold);
-            }
+    const float thresholds[] = {-INFINITY, -3.0f, -0.0f, 1e-41f, 2.0f, INFINITY, NAN};
+    for (size_t round = 0; round < 4000; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const size_t k = random() % 4 == 0 ? 20 : random() % 12;
+        const size_t columns = round % 16 == 0 ? 100 + random() % 200 : 1 + random() % 40;
+        const size_t spread = 1 + random() % 24;  // of few values come many ties
+        const size_t odd_values = random() % 4 == 0 ? 6 : 0;
+        const float threshold = thresholds[random() % 7];
+        std::vector<float> floats(ROWS * columns);
+        std::vector<int32_t> integers(ROWS * columns);
+        for (size_t i = 0; i < floats.size(); ++i) {
+            const float odd[] = {NAN, NAN, INFINITY, 1e-40f, 1e-40f, -1e-42f};
+            const size_t draw = random() % 30;
+            const auto value = static_cast<int32_t>(random() % spread) - 3;
+            floats[i] = draw < odd_values ? odd[draw] : static_cast<float>(value);
+            integers[i] = value + (random() % 2 ? 1 << 25 : 0);
         }
+        expect_as_one_by_one(kern::DType::Float32(), floats, k, threshold);
+        const bool moved = std::isfinite(threshold);
+        expect_as_one_by_one(kern::DType::Int32(), integers, k,
+                             moved ? threshold + 33554432.0f : threshold);
     }
 }
 

@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <random>
 #include <unordered_set>
 
 #include "group/feature_cipher.h"
 #include "tests/group/group_test_util.h"
 #include "tests/group/plain_model.h"
+#include "tests/store/file_test_util.h"
 
 namespace {
 
@@ -41,7 +43,7 @@ int observe(void* context, const uint8_t* tag) {
 class ObservedWalk {
 public:
     ObservedWalk(const Shape& shape, unsigned seed)
-        : m_shape(shape), m_random(seed), m_group(settings(shape)) {
+        : m_shape(shape), m_random(seed), m_group(std::in_place, settings(shape)) {
         m_model.comparison = settings(shape).comparison;
         m_model.is_int8 = shape.is_int8;
     }
@@ -55,16 +57,18 @@ public:
             } else if (draw < 7) {
                 erase();
             } else if (draw == 7) {
-                EXPECT_EQ(m_group.reserve(below(3 * m_shape.batch)), VEK_OK);
+                EXPECT_EQ(m_group->reserve(below(3 * m_shape.batch)), VEK_OK);
             } else if (draw == 8) {
-                EXPECT_EQ(VEK_shrink_feature_group(m_group.context()), VEK_OK);
-            } else if (draw == 9 && below(6) == 0) {
-                EXPECT_EQ(VEK_reset_feature_group(m_group.context()),
+                EXPECT_EQ(VEK_shrink_feature_group(m_group->context()), VEK_OK);
+            } else if (draw == 9) {
+                dump_and_load();
+            } else if (draw == 10 && below(6) == 0) {
+                EXPECT_EQ(VEK_reset_feature_group(m_group->context()),
                           m_shape.is_int8 ? VEK_UNSUPPORTED : VEK_OK);
                 if (!m_shape.is_int8)
                     m_model.rows.clear();
             }
-            EXPECT_EQ(m_group.size(), m_model.rows.size());
+            EXPECT_EQ(m_group->size(), m_model.rows.size());
             m_most_rows = std::max(m_most_rows, m_model.rows.size());
             search();
         }
@@ -168,8 +172,8 @@ private:
         }
         const int32_t encrypted = static_cast<int32_t>(below(3)) - 1;
         const VEKStatus expected = insert_status(rows, replace);
-        EXPECT_EQ(m_group.insert(ids, packed(features, encrypted != 0), tags,
-                                 {encrypted, replace ? -1 : 0}),
+        EXPECT_EQ(m_group->insert(ids, packed(features, encrypted != 0), tags,
+                                  {encrypted, replace ? -1 : 0}),
                   expected);
         if (expected == VEK_OK)
             m_model.insert(rows, replace);
@@ -201,9 +205,32 @@ private:
         }
         std::shuffle(ids.begin(), ids.end(), m_random);
         const VEKStatus expected = erase_status(ids);
-        EXPECT_EQ(m_group.erase(ids), expected);
+        EXPECT_EQ(m_group->erase(ids), expected);
         for (size_t i = 0; expected == VEK_OK && i < ids.size(); ++i)
             m_model.erase(ids[i]);
+    }
+
+    // A dump has the stated bytes, and the walk goes on with the group that is loaded from it.
+    void dump_and_load() {
+        const std::string path = m_folder / "f";
+        const VEKStatus dumped = VEK_dump_feature_group_to_file(m_group->context(), path.c_str());
+        EXPECT_EQ(dumped, m_shape.is_int8 ? VEK_UNSUPPORTED : VEK_OK);
+        if (dumped != VEK_OK)
+            return;
+        VEKFeatureGroupSettings same = settings(m_shape);
+        same.comparison = m_model.comparison;
+        GroupFile file;
+        file.feature_size = same.feature_size;
+        file.tag_size = same.tag_size;
+        for (const PlainModel::Row& row : m_model.rows) {
+            file.ids.push_back(row.id);
+            file.features += bytes_of(packed({row.feature}, false));
+            file.features.append(m_shape.slack, '\0');
+            file.tags += bytes_of(row.tag);
+        }
+        EXPECT_TRUE(bytes_of_file(path) == file.bytes());
+        if (!file.ids.empty() || m_shape.tag_size == 0)
+            m_group.emplace(path, same);
     }
 
     // Factors without short binary forms, so that each rounding of the score map shows; or a curve
@@ -211,7 +238,7 @@ private:
     void change_comparison(const Features& queries, float& threshold) {
         if (m_shape.is_int8) {
             const VEKComparisonAlgorithm other{};
-            EXPECT_EQ(VEK_set_comparison_algorithm(m_group.context(), &other), VEK_UNSUPPORTED);
+            EXPECT_EQ(VEK_set_comparison_algorithm(m_group->context(), &other), VEK_UNSUPPORTED);
             return;
         }
         VEKComparisonAlgorithm& comparison = m_model.comparison;
@@ -228,7 +255,7 @@ private:
             threshold = 0.5f;
             ++m_at_threshold;
         }
-        EXPECT_EQ(VEK_set_comparison_algorithm(m_group.context(), &comparison), VEK_OK);
+        EXPECT_EQ(VEK_set_comparison_algorithm(m_group->context(), &comparison), VEK_OK);
     }
 
     void search() {
@@ -272,7 +299,7 @@ private:
             observer.seen = &seen;
         if (m_shape.tag_size == 0)
             query.predicate = observe;  // not to be called
-        const Found found = m_group.search(query);
+        const Found found = m_group->search(query);
         EXPECT_EQ(found.ids, expected.ids);
         EXPECT_EQ(found.scores, expected.scores);
         EXPECT_TRUE(seen == expected_seen) << seen.size() << " of " << expected_seen.size();
@@ -281,7 +308,8 @@ private:
 
     Shape m_shape;
     std::mt19937 m_random;
-    Group m_group;
+    std::optional<Group> m_group;
+    const TempFolder m_folder;
     PlainModel m_model;
     size_t m_most_rows = 0;
     size_t m_at_threshold = 0;

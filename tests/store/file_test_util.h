@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,10 +56,10 @@ struct GroupFile {
     uint64_t reserved = 0;
     std::string features;
     std::string tags;
-    uint64_t count = ids.size();
+    std::optional<uint64_t> count;  // in place of the ids'
 
     std::string bytes() const {
-        return version + bytes_of<uint64_t>({feature_size, tag_size, count}) + bytes_of(ids) +
-               bytes_of<uint64_t>({reserved}) + features + tags;
+        return version + bytes_of<uint64_t>({feature_size, tag_size, count.value_or(ids.size())}) +
+               bytes_of(ids) + bytes_of<uint64_t>({reserved}) + features + tags;
     }
 };

@@ -19,7 +19,6 @@ GroupFile two_rows() {
     file.feature_size = 8;
     file.tag_size = 1;
     file.ids = {5, 6};
-    file.count = 2;
     file.features = FEATURES;
     file.tags = "xy";
     return file;
@@ -96,29 +95,6 @@ TEST(GroupFile, VersionsOutOfRangeAreNamed) {
     EXPECT_FALSE(vek::check_version("VEK00007", 1));
     EXPECT_EQ(vek::make_version_magic(vek::current_file_version()), "vek00001");
     EXPECT_EQ(vek::make_version_magic(120345), "vek20345");
-}
-
-// Rows of a store whose last block is partly filled, in one block or several, with zeros behind the
-// real bytes of a row.
-TEST(GroupFile, WritesBlocksInOrder) {
-    const TempFolder folder;
-    const std::vector<uint64_t> ids{5, 6, 7};
-    for (size_t block_size : {1u, 2u, 8u}) {
-        vek::SmartTensor features;
-        features.init(orb::CompNode::load("cpu:default"), 1, 3, block_size);
-        features.add("abcdefghi", 3);
-        vek::write_group_file(folder / "f", {5, 2, 3}, ids.data(), features,
-                              reinterpret_cast<const uint8_t*>("tttttt"));
-        GroupFile file;
-        file.feature_size = 5;
-        file.tag_size = 2;
-        file.ids = ids;
-        file.count = 3;
-        using std::string_literals::operator""s;
-        file.features = "abc\0\0def\0\0ghi\0\0"s;
-        file.tags = "tttttt";
-        EXPECT_EQ(bytes_of_file(folder / "f"), file.bytes());
-    }
 }
 
 }  // namespace
