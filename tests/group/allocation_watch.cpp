@@ -99,33 +99,18 @@ void* operator new(size_t size, std::align_val_t alignment) {
 void* operator new(size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     return allocate(size, static_cast<size_t>(alignment));
 }
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, size_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
+#define DELETE_WITH_FREE(parameters)           \
+    void operator delete parameters noexcept { \
+        std::free(memory);                     \
+    }
+DELETE_WITH_FREE((void* memory))
+DELETE_WITH_FREE([](void* memory))
+DELETE_WITH_FREE((void* memory, size_t))
+DELETE_WITH_FREE([](void* memory, size_t))
+DELETE_WITH_FREE((void* memory, const std::nothrow_t&))
+DELETE_WITH_FREE((void* memory, std::align_val_t))
+DELETE_WITH_FREE((void* memory, size_t, std::align_val_t))
+DELETE_WITH_FREE((void* memory, std::align_val_t, const std::nothrow_t&))
 
 // The linker sends the calls of this program's own files to the functions __wrap_*.
 extern "C" void* __real_mmap(void*, size_t, int, int, int, off_t);

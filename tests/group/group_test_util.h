@@ -53,6 +53,12 @@ private:
     std::vector<uint8_t> m_bytes;
 };
 
+inline uint32_t bits(float value) {
+    uint32_t word;
+    std::memcpy(&word, &value, sizeof(word));
+    return word;
+}
+
 // Scores as bits, so that equality means the same bits.
 struct Found {
     std::vector<uint64_t> ids;

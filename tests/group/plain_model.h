@@ -54,8 +54,7 @@ public:
                 const bool used = i <= heap.n();
                 const float score = used ? similarity(heap.at[i].first) : -1.0f;
                 found.ids.push_back(used ? rows[heap.at[i].second].id : VEK_INVALID_ID_VALUE);
-                found.scores.emplace_back();
-                std::memcpy(&found.scores.back(), &score, sizeof(score));
+                found.scores.push_back(bits(score));
             }
         }
         return found;

@@ -91,40 +91,13 @@ TEST(SameBits, WhateverIsAroundAPair) {
                     search(group, rows_of(queries, dim, first, count), count, offset);
                 for (size_t q = 0; q < count; ++q) {
                     ASSERT_EQ(found[q].size(), group.size());
-                    for (const auto& [id, bits] : reference[first + q])
-                        ASSERT_EQ(found[q].at(id), bits) << count << " from " << first;
+                    for (const auto& [id, score] : reference[first + q])
+                        ASSERT_EQ(found[q].at(id), score) << count << " from " << first;
                 }
                 const auto some = others.begin() + static_cast<ptrdiff_t>(7 * step);
                 if (round % 2 == 0) {
                     ASSERT_EQ(group.erase(std::vector<uint64_t>(some, some + 7)), VEK_OK);
                 }
-            }
-        }
-    }
-}
-
-// So many queries that rows and queries are taken in several pieces.
-TEST(SameBits, InALargeBatch) {
-    constexpr size_t MANY = 300, BATCH = 600, DIM = 128;
-    for (const auto& settings : {steep(DIM), Group::int8_settings(DIM, TAG_BYTES)}) {
-        const Group group(settings);
-        ASSERT_EQ(group.insert(running_ids(MANY), feature_bytes(settings, MANY),
-                               std::vector<uint8_t>(MANY * TAG_BYTES)),
-                  VEK_OK);
-        Query query;
-        query.k = 5;
-        query.options.sorted = 1;
-        Query all = query;
-        all.nr_query = BATCH;
-        all.bytes = feature_bytes(settings, BATCH, 2);
-        const Found batch = group.search(all);
-        for (size_t q = 0; q < BATCH; q += 37) {
-            const uint8_t* begin = &all.bytes[q * settings.feature_size];
-            query.bytes.assign(begin, begin + settings.feature_size);
-            const Found alone = group.search(query);
-            for (size_t i = 0; i < query.k; ++i) {
-                ASSERT_EQ(batch.ids[q * query.k + i], alone.ids[i]) << q;
-                ASSERT_EQ(batch.scores[q * query.k + i], alone.scores[i]) << q;
             }
         }
     }
@@ -143,9 +116,7 @@ TEST(SameBits, InTheOrderOfTheTwoSubtractions) {
         Query query;
         query.features = {query_value};
         const float expected = static_cast<float>(1.0 / (std::exp(exponent) + 1.0));
-        uint32_t bits;
-        std::memcpy(&bits, &expected, sizeof(bits));
-        EXPECT_EQ(group.search(query).scores[0], bits) << query_value;
+        EXPECT_EQ(group.search(query).scores[0], bits(expected)) << query_value;
     }
 }
 

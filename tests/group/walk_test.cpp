@@ -265,7 +265,8 @@ private:
             0.0f, -0.0f,         -2.0f, 1.0f,
             1.5f, std::nanf(""), 0.5f,  0.001f * static_cast<float>(below(1000))};
         Query query;
-        query.nr_query = below(8) == 0 ? below(40) : below(6);
+        // Rarely so many that rows and queries are taken in several pieces.
+        query.nr_query = below(150) == 0 ? 600 : below(8) == 0 ? below(40) : below(6);
         query.k = ks[below(6)];
         query.threshold = thresholds[below(8)];
         query.options.sorted = static_cast<int32_t>(below(4)) - 1;
@@ -326,7 +327,7 @@ void walk(const Shape& shape, unsigned seed, size_t least_rows) {
 }
 
 TEST(ObservedWalk, AgreesWithThePlainModel) {
-    unsigned seed = 1;
+    unsigned seed = 1000;
     for (size_t dim : {1u, 2u, 3u, 4u, 5u, 8u, 9u, 17u, 64u, 127u}) {
         for (size_t block_size : {3u, 16u, 0u}) {
             for (uint32_t tag_size : {0u, 1u, 7u}) {
@@ -382,7 +383,7 @@ TEST(Int8, IsExactUpToTheStatedLength) {
 TEST(ObservedWalk, AgreesBeyondOneDefaultBlock) {
     if (ONE_CASE_IN > 1)
         GTEST_SKIP() << "takes many minutes in the emulator under the address sanitizer";
-    walk({3, 2, 0, 25, 6000}, 77, 3 * 8192 / 2);
+    walk({3, 2, 0, 25, 6000}, 79, 3 * 8192 / 2);
 }
 
 }  // namespace

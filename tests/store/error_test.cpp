@@ -17,12 +17,8 @@ TEST(Error, CopiesKeepCodeAndText) {
         {std::numeric_limits<int32_t>::min(), "", "Error[-2147483648]  at [void f(int)]"},
     };
     for (const auto& c : cases) {
-        std::exception_ptr copy;
-        try {
-            throw vek::Error(c.code, c.message, "void f(int)");
-        } catch (const vek::Error& error) {
-            copy = std::make_exception_ptr(error);  // outlives the original
-        }
+        // A copy that outlives the original.
+        const auto copy = std::make_exception_ptr(vek::Error(c.code, c.message, "void f(int)"));
         try {
             std::rethrow_exception(copy);
         } catch (const std::exception& error) {

@@ -37,17 +37,6 @@ TEST(SmartVector, RefusalsNameTheInstanceAndChangeNothing) {
     expect_refusals<uint64_t>("long long unsigned int");
 }
 
-TEST(SmartVector, EraseMovesTheLastRecord) {
-    SmartVector<uint8_t> store;
-    store.init(3);
-    store.add("abcdefghijkl", 4);
-    const std::pair<size_t, const char*> steps[] = {{1, "abcjklghi"}, {2, "abcjkl"}, {0, "jkl"}};
-    for (const auto& [index, left] : steps) {
-        store.erase(index);
-        EXPECT_EQ(std::string(store.data(), store.data() + 3 * store.size()), left);
-    }
-}
-
 TEST(SmartVector, GrowsExactlyOnRequestAndByDoublingOnAdd) {
     SmartVector<uint64_t> store;
     store.init(1);
