@@ -8,6 +8,7 @@
 #include <map>
 #include <numeric>
 #include <set>
+#include <type_traits>
 
 #include "tests/group/group_test_util.h"
 
@@ -26,41 +27,25 @@ std::vector<T> read(const std::string& name) {
     return values;
 }
 
-// How an element type and the distances of its sets are named in the files; and by how much the
-// distance of two rows that are ranked as equal may differ: integers lose a half of each odd
-// squared norm.
-template <typename T>
-struct Form;
-template <>
-struct Form<float> {
-    using Distance = double;
-    static constexpr double LOST = 0;
-    static constexpr const char* FEATURES = ".f32";
-    static constexpr const char* DISTANCES = ".f64";
-};
-template <>
-struct Form<int8_t> {
-    using Distance = int32_t;
-    static constexpr double LOST = 1;
-    static constexpr const char* FEATURES = ".i8";
-    static constexpr const char* DISTANCES = ".i32";
-};
-
 template <typename T>
 struct DataSet {
-    using Distance = typename Form<T>::Distance;
+    static constexpr bool IS_FLOAT = std::is_same_v<T, float>;
+    // By how much the distances of two rows that are ranked as equal may differ: integers lose a
+    // half of each odd squared norm.
+    static constexpr double LOST = IS_FLOAT ? 0 : 1;
+    using Distance = std::conditional_t<IS_FLOAT, double, int32_t>;
     std::vector<T> base, queries;
     std::vector<uint64_t> ids, nearest;
     std::vector<Distance> d2, next_d2;
     std::map<uint64_t, size_t> row_of;
 
     explicit DataSet(const std::string& name)
-        : base(read<T>(name + "-base" + Form<T>::FEATURES)),
-          queries(read<T>(name + "-query" + Form<T>::FEATURES)),
+        : base(read<T>(name + "-base" + (IS_FLOAT ? ".f32" : ".i8"))),
+          queries(read<T>(name + "-query" + (IS_FLOAT ? ".f32" : ".i8"))),
           ids(read<uint64_t>(name + "-base.ids.u64")),
           nearest(read<uint64_t>(name + "-gt10.ids.u64")),
-          d2(read<Distance>(name + "-gt10.d2" + Form<T>::DISTANCES)),
-          next_d2(read<Distance>(name + "-gt10.next_d2" + Form<T>::DISTANCES)) {
+          d2(read<Distance>(name + "-gt10.d2" + (IS_FLOAT ? ".f64" : ".i32"))),
+          next_d2(read<Distance>(name + "-gt10.next_d2" + (IS_FLOAT ? ".f64" : ".i32"))) {
         for (size_t row = 0; row < ids.size(); ++row)
             row_of[ids[row]] = row;
     }
@@ -89,7 +74,7 @@ struct DataSet {
 // lost and are ranked so. What is nearer than the eleventh is among the ten.
 template <typename T>
 void expect_nearest(const DataSet<T>& set, size_t query, const uint64_t* found) {
-    constexpr double LOST = Form<T>::LOST;
+    constexpr double LOST = DataSet<T>::LOST;
     const std::set<uint64_t> ours(found, found + PLACES);
     EXPECT_EQ(ours.size(), PLACES);
     for (size_t i = 0; i < PLACES; ++i) {
@@ -115,7 +100,7 @@ void expect_reference(const std::string& name, size_t rows, size_t dim) {
     ASSERT_EQ(set.ids.size(), rows);
     ASSERT_EQ(set.dim(), dim);
     ASSERT_EQ(set.nr_query(), 100u);
-    const Group group(std::is_same_v<T, float> ? Group::settings(dim) : Group::int8_settings(dim));
+    const Group group(set.IS_FLOAT ? Group::settings(dim) : Group::int8_settings(dim));
     ASSERT_EQ(group.insert(set.ids, set.base), VEK_OK);
     Query query;
     query.bytes.resize(set.queries.size() * sizeof(T));

@@ -85,6 +85,12 @@ TEST(Refusals, OfFactories) {
     }
     EXPECT_EQ(error_of([] { WAYS[1].make(settings_of(0)); }).substr(0, 24),
               "Error[9] Cannot open /no");
+    for (const auto& [index_type, row_bytes] : {std::pair{0, 0u}, {0, 3u}, {3, 0u}}) {
+        Settings empty_rows = settings_of(index_type);
+        empty_rows.feature_size = row_bytes;
+        EXPECT_EQ(error_of([&] { WAYS[0].make(empty_rows); }).substr(0, 24),
+                  "Error[1] feature dim = 0");
+    }
 }
 
 struct Refusal {

@@ -144,19 +144,6 @@ TEST_F(Status, OfInsertsWithoutTagsOrRows) {
     EXPECT_EQ(contents(), before);
 }
 
-TEST_F(Status, OfFeatureSizes) {
-    const std::pair<uint32_t, VEKStatus> cases[] = {
-        {0, VEK_INTERNAL_ERROR}, {3, VEK_INTERNAL_ERROR}, {4, VEK_OK}, {6, VEK_OK}};
-    for (const auto& [size, status] : cases) {
-        VEKFeatureGroupSettings settings{};
-        settings.feature_size = size;
-        VEKContext context = group.context();
-        EXPECT_EQ(VEK_make_feature_group_context(&settings, &context), status) << size;
-        EXPECT_EQ(context != nullptr, status == VEK_OK) << size;
-        VEK_release(context);
-    }
-}
-
 TEST_F(Status, APredicateMayThrow) {
     const std::pair<VEKTagPredicate, bool> predicates[] = {
         {[](void*, const uint8_t*) -> int { throw 5; }, true},

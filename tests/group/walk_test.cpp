@@ -233,8 +233,9 @@ private:
             m_group.emplace(path, same);
     }
 
-    // Factors without short binary forms, so that each rounding of the score map shows; or a curve
-    // that is at its middle, threshold 0.5, exactly at the distance of some pair.
+    // Factors without short binary forms, so that each rounding of the score map shows, some of no
+    // sense, which are taken as they are; or a curve that is at its middle, threshold 0.5, exactly
+    // at the distance of some pair.
     void change_comparison(const Features& queries, float& threshold) {
         if (m_shape.is_int8) {
             const VEKComparisonAlgorithm other{};
@@ -242,7 +243,7 @@ private:
             return;
         }
         VEKComparisonAlgorithm& comparison = m_model.comparison;
-        comparison.scale = 0.0137f * static_cast<float>(1 + below(40));
+        comparison.scale = 0.0137f * (static_cast<float>(below(44)) - 3.0f);
         comparison.bias = -0.3f * static_cast<float>(below(30));
         if (!queries.empty() && !m_model.rows.empty() && below(2) == 0) {
             const std::vector<int>& a = queries[below(queries.size())];
