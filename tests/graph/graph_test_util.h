@@ -63,6 +63,11 @@ std::vector<T> values_of(const orb::DeviceTensorND& tensor) {
     return values;
 }
 
+// A callback that keeps the value.
+inline orb::OutputCallback take(std::vector<float>& target) {
+    return [&target](const orb::DeviceTensorND& value) { target = values_of<float>(value); };
+}
+
 // Compiles one var, runs it and gives its value.
 template <typename T>
 std::vector<T> run(orb::GraphVar* var) {
@@ -137,6 +142,26 @@ inline std::function<void(TestOperator&)> shape_rule(
         rule.infer = infer;
         op.owner_graph().inference_manager().add_shape_rule(op.output(0), rule);
     };
+}
+
+// An operator whose output's shape is known only in the run: it reads the value of `source`.
+inline TestOperator::Behaviour shape_from_value(
+    orb::GraphVar* source, std::function<kern::TensorShape(const float*)> shape_of) {
+    TestOperator::Behaviour behaviour;
+    behaviour.infer = [source, shape_of](TestOperator& op) {
+        orb::ShapeInferDescriptor rule;
+        rule.deps = {{source, orb::InferDepType::VALUE}};
+        rule.infer = [=](kern::TensorShape& shape, const std::vector<orb::InferInput>& deps) {
+            shape = shape_of(deps[0].value->ptr<float>());
+            return true;
+        };
+        op.owner_graph().inference_manager().add_shape_rule(op.output(0), rule);
+    };
+    behaviour.properties = [source](orb::OperatorProperties& properties) {
+        using namespace orb::dependency;
+        properties.add_dependency(source, HOST_VALUE | HOST_VALUE_DYNAMIC);
+    };
+    return behaviour;
 }
 
 }  // namespace orb_test
