@@ -106,7 +106,7 @@ std::vector<TopKHeap> BruteForceEngine::make_heaps(const SearchCall& call,
 }
 
 // The graphs keep the memory of earlier runs, and more than those needed. Where memory is lacking
-// it is given back and `use` begins again; one that fails leaves none behind.
+// it is given back and `use` begins again; one that fails twice leaves none behind.
 template <typename Use>
 void BruteForceEngine::with_enough_memory(const Use& use) {
     try {
@@ -149,6 +149,10 @@ BruteForceEngine::Buffer BruteForceEngine::decrypted(const uint8_t* features, si
 
 // ---- changes
 
+void BruteForceEngine::reserve(size_t rows) {
+    with_enough_memory([&] { m_rows.reserve(rows); });
+}
+
 void BruteForceEngine::shrink() {
     m_graphs.release_memory();
     m_rows.shrink();
@@ -162,8 +166,14 @@ void BruteForceEngine::insert(const uint64_t* ids, const uint8_t* features, cons
         return;
     if (nr > GroupRows::MAX_ROWS)
         throw std::length_error("rows of a group");
-    // All that can fail comes before the first change that lasts. Room for the norms is first: a
-    // number out of all proportion is found out before so many ids are read.
+    with_enough_memory([&] { insert_rows(ids, features, tags, nr, options); });
+}
+
+// All that can fail comes before the first change that lasts. Room for the norms is first: a number
+// out of all proportion is found out before so many ids are read.
+void BruteForceEngine::insert_rows(const uint64_t* ids, const uint8_t* features,
+                                   const uint8_t* tags, size_t nr,
+                                   const VEKFeatureGroupInsertOptions* options) {
     const Buffer sqrs(new uint8_t[size_product(nr, m_rows.sqrs().row_bytes())]);
     const bool replace = options && options->replace_existing != 0;
     IdClaim claim = m_rows.claim(ids, nr);
@@ -195,11 +205,11 @@ void BruteForceEngine::compute_sqrs(const uint8_t* features, size_t nr, uint8_t*
     const auto keep = [&](size_t first, const orb::HostTensorND& norms) {
         std::copy_n(norms.raw_ptr(), norms.shape(0) * norm_bytes, &sqrs[first * norm_bytes]);
     };
-    with_enough_memory([&] { m_graphs.compute_sqrs(features, nr, keep); });
+    m_graphs.compute_sqrs(features, nr, keep);
 }
 
 void BruteForceEngine::erase(const uint64_t* ids, size_t nr) {
-    check_erase_ids(ids, nr);
+    with_enough_memory([&] { check_erase_ids(ids, nr); });
     m_rows.erase(ids, nr);
 }
 

@@ -44,11 +44,12 @@ public:
     // are written, as also when a predicate throws.
     void search(const SearchCall& call, const VEKComparisonAlgorithm& comparison,
                 VEKFeatureGroupSearchResult* result);
-    // These throw the same and leave the group as it was.
+    // These throw the same and leave the group as it was. Before one fails for lack of memory, what
+    // searches keep is given back.
     void insert(const uint64_t* ids, const uint8_t* features, const uint8_t* tags, size_t nr,
                 const VEKFeatureGroupInsertOptions* options);
     void erase(const uint64_t* ids, size_t nr);
-    void reserve(size_t rows) { m_rows.reserve(rows); }
+    void reserve(size_t rows);
 
     // Gives back what memory it can, that of searches too.
     void shrink();
@@ -64,6 +65,8 @@ private:
     template <typename Use>
     void with_enough_memory(const Use& use);
     void compare_all(const uint8_t* queries, size_t nr_query, const CompareGraphs::ScoreSink& sink);
+    void insert_rows(const uint64_t* ids, const uint8_t* features, const uint8_t* tags, size_t nr,
+                     const VEKFeatureGroupInsertOptions* options);
     void enter_ids(IdClaim& claim, bool replace) const;
     void check_erase_ids(const uint64_t* ids, size_t nr) const;
     Buffer decrypted(const uint8_t* features, size_t nr, bool encrypted) const;
