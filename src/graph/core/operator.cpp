@@ -52,19 +52,13 @@ void GraphOperator::check_new_input(const GraphVar* var) const {
     KERN_CHECK(!var->has_flag(var_flag::VOLATILE_CONTENT));
 }
 
-void GraphOperator::add_input(std::initializer_list<GraphVar*> vars, InputOrder order) {
-    add_input(std::vector<GraphVar*>(vars), order);
-}
-
 void GraphOperator::add_input(const std::vector<GraphVar*>& vars, InputOrder order) {
     KERN_CHECK(m_output.empty() && !m_inserted);
-    const size_t nr_before = m_input.size();
-    for (GraphVar* var : vars) {
+    for (const GraphVar* var : vars)
         check_new_input(var);
-        m_input.push_back(var);
-    }
+    const auto added = m_input.insert(m_input.end(), vars.begin(), vars.end());
     if (order == InputOrder::SORT_ADDED)
-        std::stable_sort(m_input.begin() + nr_before, m_input.end(), by_id);
+        std::stable_sort(added, m_input.end(), by_id);
     else if (order == InputOrder::SORT_ALL)
         std::stable_sort(m_input.begin(), m_input.end(), by_id);
 }
@@ -92,7 +86,7 @@ void GraphOperator::add_equality_key(uint64_t word) {
 
 uint64_t GraphOperator::hash() const {
     Hasher hasher(HASH_SEED);
-    hasher.update(m_input.begin(), m_input.size() * sizeof(GraphVar*));
+    hasher.update(m_input.data(), m_input.size() * sizeof(GraphVar*));
     hasher.update_word(reinterpret_cast<uintptr_t>(type_record()));
     hasher.update_word(m_config.hash());
     for (CompNode node : m_config.comp_nodes)
@@ -104,9 +98,8 @@ uint64_t GraphOperator::hash() const {
 }
 
 bool GraphOperator::is_same(const GraphOperator& other) const {
-    return m_input.size() == other.m_input.size() && m_config.hash() == other.m_config.hash() &&
-           m_config.is_same(other.m_config) && m_equality_keys == other.m_equality_keys &&
-           std::equal(m_input.begin(), m_input.end(), other.m_input.begin());
+    return m_input == other.m_input && m_config.hash() == other.m_config.hash() &&
+           m_config.is_same(other.m_config) && m_equality_keys == other.m_equality_keys;
 }
 
 const OperatorProperties& GraphOperator::properties() const {

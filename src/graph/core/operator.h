@@ -10,7 +10,6 @@
 #include "graph/core/graph_object.h"
 #include "graph/core/operator_config.h"
 #include "graph/core/operator_properties.h"
-#include "graph/core/small_vector.h"
 #include "graph/core/var.h"
 
 namespace orb {
@@ -24,8 +23,6 @@ struct OperatorType {
 
 class GraphOperator : public GraphObject {
 public:
-    using VarList = SmallVector<GraphVar*, 4>;
-
     // How `add_input` orders the vars: as given; the added ones by id; all inputs by id (for
     // operators whose inputs may be exchanged, so that equal expressions merge).
     enum class InputOrder { AS_GIVEN, SORT_ADDED, SORT_ALL };
@@ -35,8 +32,8 @@ public:
     virtual const OperatorType* type_record() const = 0;
     const std::string& name() const { return m_name; }
     const OperatorConfig& config() const { return m_config; }
-    const VarList& input() const { return m_input; }
-    const VarList& output() const { return m_output; }
+    const std::vector<GraphVar*>& input() const { return m_input; }
+    const std::vector<GraphVar*>& output() const { return m_output; }
     GraphVar* input(size_t index) const { return m_input[index]; }
     GraphVar* output(size_t index) const { return m_output[index]; }
     const OperatorProperties& properties() const;
@@ -57,7 +54,6 @@ protected:
 
     GraphOperator(ComputeGraph* graph, OperatorConfig config, const std::string& default_name);
 
-    void add_input(std::initializer_list<GraphVar*> vars, InputOrder order = InputOrder::AS_GIVEN);
     void add_input(const std::vector<GraphVar*>& vars, InputOrder order = InputOrder::AS_GIVEN);
     GraphVar* add_output();
     // An output with a name of its own: the operator's name, ":" and the suffix.
@@ -91,8 +87,8 @@ private:
 
     std::string m_name;
     OperatorConfig m_config;
-    VarList m_input;
-    VarList m_output;
+    std::vector<GraphVar*> m_input;
+    std::vector<GraphVar*> m_output;
     std::vector<uint64_t> m_equality_keys;
     mutable std::unique_ptr<OperatorProperties> m_properties;
     bool m_inserted = false;
