@@ -2,6 +2,7 @@
 // It has no state and takes no lock; whoever holds the context owns the group behind it.
 #pragma once
 
+#include <algorithm>
 #include <exception>
 #include <initializer_list>
 
@@ -25,10 +26,8 @@ inline VEKContext context_of(OpaqueTypeBase* object) {
 // its thread) and belongs to the caller.
 template <typename Call>
 VEKStatus call_frame(std::initializer_list<const void*> required, const Call& call) {
-    for (const void* pointer : required) {
-        if (!pointer)
-            return VEK_NULL_POINTER;
-    }
+    if (std::find(required.begin(), required.end(), nullptr) != required.end())
+        return VEK_NULL_POINTER;
     try {
         call();
     } catch (const Error& error) {

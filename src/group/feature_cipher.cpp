@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -22,8 +23,7 @@ uint32_t xorshift(uint32_t x) {
 class Keystream {
 public:
     explicit Keystream(uint32_t x) {
-        for (size_t i = 0; i < m_state.size(); ++i)
-            m_state[i] = static_cast<uint8_t>(i);
+        std::iota(m_state.begin(), m_state.end(), uint8_t{0});
         uint8_t j = 0;
         for (uint32_t i = 0; i < m_state.size(); ++i) {
             x = xorshift(x);
@@ -54,8 +54,7 @@ private:
 void feature_cipher(uint8_t* buffer, size_t rows, size_t row_bytes, size_t row_step) {
     Keystream keystream(VEK_FEATURE_SEED ^ static_cast<uint32_t>(row_bytes));
     std::vector<uint8_t> stream(row_bytes);
-    for (uint8_t& byte : stream)
-        byte = keystream.next();
+    std::generate(stream.begin(), stream.end(), [&] { return keystream.next(); });
     for (size_t row = 0; row < rows; ++row, buffer += row_step) {
         for (size_t i = 0; i < row_bytes; ++i)
             buffer[i] ^= stream[i];

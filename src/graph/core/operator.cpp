@@ -18,22 +18,13 @@ bool by_id(const GraphVar* a, const GraphVar* b) {
 
 }  // namespace
 
-DependencyFlags OperatorProperties::dependency_of(const GraphVar* var) const {
-    for (const auto& entry : dependencies) {
-        if (entry.first == var)
-            return entry.second;
-    }
-    return 0;
-}
-
 void OperatorProperties::add_dependency(GraphVar* var, DependencyFlags added) {
-    for (auto& entry : dependencies) {
-        if (entry.first == var) {
-            entry.second |= added;
-            return;
-        }
-    }
-    dependencies.emplace_back(var, added);
+    const auto found = std::find_if(dependencies.begin(), dependencies.end(),
+                                    [var](const auto& entry) { return entry.first == var; });
+    if (found != dependencies.end())
+        found->second |= added;
+    else
+        dependencies.emplace_back(var, added);
 }
 
 GraphOperator::GraphOperator(ComputeGraph* graph, OperatorConfig config,

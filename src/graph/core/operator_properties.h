@@ -38,7 +38,6 @@ struct OperatorProperties {
     std::vector<std::pair<GraphVar*, DependencyFlags>> dependencies;
     std::vector<std::pair<GraphVar*, LayoutCheck>> layout_checks;
 
-    DependencyFlags dependency_of(const GraphVar* var) const;
     void add_dependency(GraphVar* var, DependencyFlags flags);
 };
 

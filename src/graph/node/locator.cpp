@@ -1,4 +1,5 @@
 // Texts of locators, and how a logical locator finds its worker.
+#include <iterator>
 #include <mutex>
 #include <unordered_map>
 
@@ -14,7 +15,7 @@ const char DEFAULT_CPU_TEXT[] = "cpu:default";
 
 // In the order of the types' numbers; no name is the start of another.
 const char* const TYPE_NAMES[] = {"xpu", "gpu", "cpu", "fpga", "opencl", "hexagon"};
-constexpr uint32_t NR_TYPES = sizeof(TYPE_NAMES) / sizeof(TYPE_NAMES[0]);
+constexpr uint32_t NR_TYPES = std::size(TYPE_NAMES);
 
 // The type that the text starts with.
 CompNode::DeviceType parse_type(const std::string& text, size_t& cursor) {
