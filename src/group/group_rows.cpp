@@ -59,7 +59,7 @@ void GroupRows::append(IdClaim& claim, const uint8_t* features, const uint8_t* s
         m_tags.add(tags, claim.nr());
 }
 
-// What a row further on will need is fetched meanwhile, its place in the index first.
+// Rows further on are prefetched meanwhile, their places in the index first.
 void GroupRows::erase(const void* ids, size_t nr) {
     constexpr size_t ROW_AHEAD = 8;
     for_each_id(
@@ -71,7 +71,7 @@ void GroupRows::erase(const void* ids, size_t nr) {
         });
 }
 
-// The slot may be another one by the time of the erase: then this was for nothing.
+// The slot may be another one by the time of the erase: then the prefetch was for nothing.
 void GroupRows::prefetch_row(uint64_t id) const {
     const uint32_t slot = *m_index.find(id);
     m_features.prefetch(slot);

@@ -51,7 +51,7 @@ public:
     void append(IdClaim& claim, const uint8_t* features, const uint8_t* sqrs, const uint8_t* tags);
     // Erases the rows of ids that are held, each once, in their order.
     void erase(const void* ids, size_t nr);
-    // Brings the index entry of an id nearer that will be asked for soon.
+    // Prefetches the index entry of an id that will be looked up soon.
     void prefetch(uint64_t id) const { m_index.prefetch(id); }
 
     // Gives back what memory it can.

@@ -25,7 +25,7 @@ public:
     // Enters the id at this place of `ids`, unless a row holds it; false when it was given before.
     // One place after the other. Throws std::bad_alloc or std::length_error.
     bool enter(uint64_t id, size_t place);
-    // Brings nearer what `enter` will look at.
+    // Prefetches what `enter` will look at.
     void prefetch(uint64_t id) const;
 
     const void* ids() const { return m_ids; }

@@ -40,7 +40,7 @@ public:
     // Fits the table to its entries; keeps it when there is no memory for a smaller one.
     void shrink() noexcept;
 
-    // Brings the bucket of an id nearer, ahead of one of the operations above.
+    // Prefetches the bucket of an id, ahead of one of the operations above.
     void prefetch(uint64_t id) const;
 
 private:

@@ -21,14 +21,14 @@ void write_unaligned(void* array, size_t index, T value) {
 }
 
 // Calls `use` with each of the ids and its place, in their order. Ids come in no order of the
-// tables where they are looked up, so nearly every lookup misses the caches: `fetch` is called with
-// an id that comes later, to ask for its memory.
-template <typename Fetch, typename Use>
-void for_each_id(const void* ids, size_t nr, const Fetch& fetch, const Use& use) {
+// tables where they are looked up, so nearly every lookup misses the caches: `prefetch` is called
+// with an id that comes later.
+template <typename Prefetch, typename Use>
+void for_each_id(const void* ids, size_t nr, const Prefetch& prefetch, const Use& use) {
     constexpr size_t AHEAD = 32;
     for (size_t i = 0; i < nr; ++i) {
         if (i + AHEAD < nr)
-            fetch(read_unaligned<uint64_t>(ids, i + AHEAD));
+            prefetch(read_unaligned<uint64_t>(ids, i + AHEAD));
         use(read_unaligned<uint64_t>(ids, i), i);
     }
 }

@@ -49,7 +49,7 @@ Mapping map_memory(size_t bytes) {
     begin += before;
     if (mapped > before + used)
         munmap(begin + used, mapped - before - used);
-    madvise(begin, used, MADV_HUGEPAGE);  // a wish, which some systems refuse
+    madvise(begin, used, MADV_HUGEPAGE);  // a request, which some systems refuse
     return {begin, Unmap{bytes}};
 }
 

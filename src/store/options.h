@@ -1,5 +1,4 @@
-// The process-wide table of named integer options, constant. Any thread
-// may call.
+// The process-wide table of named integer options, constant. Any thread may call.
 #pragma once
 
 #include <cstdint>

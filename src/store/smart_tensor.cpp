@@ -124,7 +124,7 @@ void SmartTensor::erase(size_t index) {
 
 void SmartTensor::prefetch(size_t index) const {
     constexpr size_t CACHE_LINE = 64;
-    constexpr size_t MOST_BYTES = 1024;  // of a longer row the hardware fetches the rest
+    constexpr size_t MOST_BYTES = 1024;  // of a longer row the hardware prefetches the rest
     const uint8_t* begin = row(index);
     for (size_t offset = 0; offset < std::min(m_row_bytes, MOST_BYTES); offset += CACHE_LINE)
         __builtin_prefetch(begin + offset, 1);

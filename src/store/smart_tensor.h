@@ -54,7 +54,7 @@ public:
     size_t row_bytes() const { return m_row_bytes; }
     size_t block_size() const { return m_block_size; }
 
-    // Brings a row nearer that will be overwritten soon.
+    // Prefetches a row that will be overwritten soon.
     void prefetch(size_t index) const;
 
     // The two halves of `ensure_size`. The first alone can fail, and changes nothing that can be

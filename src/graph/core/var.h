@@ -68,7 +68,7 @@ public:
     void bind_device_value(const DeviceTensorStorage& chunk_memory);
     void drop_device_value();
 
-    // Vars that turn dynamic when this one does.
+    // Vars that become dynamic when this one does.
     std::vector<GraphVar*>& dynamic_chain() { return m_dynamic_chain; }
 
     // Readers of a dynamic var's value that have not run yet in this run.

@@ -17,8 +17,8 @@ constexpr VarFlags LOOP_STATE = 0x002;
 constexpr VarFlags DYNAMIC_STORAGE = 0x004;
 // The value persists between runs.
 constexpr VarFlags PERSISTENT = 0x008;
-// Content that lasts for its operator's step: not an input of anything, exempt from node and format
-// rules, and a constant shape is not frozen. Workspaces have it.
+// Content that lasts for its operator's step: not an input of anything, always in the default
+// format, and a constant shape is not frozen. Workspaces have it.
 constexpr VarFlags VOLATILE_CONTENT = 0x010;
 // The shape may stay empty.
 constexpr VarFlags ALLOW_EMPTY_SHAPE = 0x020;
@@ -31,7 +31,8 @@ constexpr VarFlags INSERTED = 0x100;
 // Dynamic storage decided by the memory planner; never together with NO_SYSTEM_ALLOC.
 constexpr VarFlags PLANNED_DYNAMIC = 0x200;
 
-constexpr VarFlags ADDABLE_AFTER_INSERTION = 0x20d;
+constexpr VarFlags ADDABLE_AFTER_INSERTION =
+    NO_SYSTEM_ALLOC | DYNAMIC_STORAGE | PERSISTENT | PLANNED_DYNAMIC;
 constexpr VarFlags DYNAMIC_BITS = NO_SYSTEM_ALLOC | DYNAMIC_STORAGE | PLANNED_DYNAMIC;
 
 }  // namespace var_flag

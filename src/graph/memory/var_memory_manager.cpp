@@ -103,7 +103,7 @@ void VarMemoryManager::choose_dynamic_vars() {
     }
 }
 
-// What is told to depend on a dynamic var's storage turns dynamic with it.
+// What is told to depend on a dynamic var's storage becomes dynamic with it.
 void VarMemoryManager::mark_dynamic(GraphVar* var) {
     std::vector<GraphVar*> pending{var};
     while (!pending.empty()) {

@@ -69,8 +69,8 @@ public:
     // is looked at again: new memory of the same layout is taken over without a new plan.
     void lend(GraphVar* var, const DeviceTensorND* tensor);
 
-    // Whether a planned var that is read after the operator has its value already when the
-    // operator's turn comes: its memory is lent, or it is an earlier operator's.
+    // Whether a planned var that is read after the operator has its value already when the operator
+    // runs: its memory is lent, or it is an earlier operator's.
     bool has_value_before(const GraphVar* var, const GraphOperator* op) const;
 
     // At run time, for vars without system allocation: the value is this tensor, or another var's.

@@ -46,9 +46,9 @@ public:
     using Param = kern::Reduce::Param;
 
     // With an axis of at least 0 that axis collapses to length 1 and there is no target shape. With
-    // a negative axis the target is a vector of integers.    // A sum over x to the power of 2
-    // becomes a sum of squares over x. Nothing cannot be reduced to something: an axis of length 0
-    // that collapses stops the process in the run.
+    // a negative axis the target is a vector of integers. A sum over x to the power of 2 becomes a
+    // sum of squares over x. Nothing cannot be reduced to something: an axis of length 0 that
+    // collapses stops the process in the run.
     static GraphVar* make(GraphVar* source, Param param, GraphVar* target_shape = nullptr,
                           const OperatorConfig& config = {});
 
