@@ -258,6 +258,52 @@ TEST(LackOfMemory, OfOneAllocationIsNoFailureOfASearch) {
     }
 }
 
+// What searches keep is given back before a change fails: one that lacks memory once succeeds, and
+// the next search takes its memory anew, although its plan is no larger.
+TEST(LackOfMemory, OfAChangeTakesTheMemoryOfSearchesFirst) {
+    constexpr size_t ROWS = 250, QUERIES = 500;
+    const VEKFeatureGroupSettings settings = Group::settings(DIM, TAG_BYTES);
+    const Rows held(settings, 0, ROWS);
+    const Rows added(settings, ROWS, 20);  // more than the first block has room for
+    const std::vector<uint8_t> queries = feature_bytes(settings, QUERIES, 5);
+    std::vector<uint64_t> ids(QUERIES);
+    std::vector<float> scores(QUERIES);
+    const auto largest_of_search = [&](VEKContext group) {
+        VEKFeatureGroupSearchResult result{0, 0, scores.data(), ids.data()};
+        const Watch watch(1);
+        EXPECT_EQ(VEK_search_feature_group(group, queries.data(), QUERIES, 1, 0.0f, nullptr,
+                                           nullptr, nullptr, &result),
+                  VEK_OK);
+        return watch.largest();
+    };
+    const std::function<VEKStatus(VEKContext)> changes[] = {
+        [&](VEKContext group) { return added.insert_into(group); },
+        [](VEKContext group) { return VEK_reserve_feature_group_size(group, 2 * ROWS); },
+        [&](VEKContext group) {
+            return VEK_delete_features_from_feature_group(group, held.ids.data(), 20);
+        },
+    };
+    for (const auto& change : changes) {
+        for (size_t failing_after = 0;; failing_after += ONE_CASE_IN) {
+            const Group group(settings);
+            ASSERT_EQ(held.insert_into(group.context()), VEK_OK);
+            const size_t plan = largest_of_search(group.context());
+            ASSERT_LT(largest_of_search(group.context()), plan / 2) << "the plan is kept";
+            size_t seen;
+            {
+                const Watch watch(1, failing_after, 1);
+                ASSERT_EQ(change(group.context()), VEK_OK) << failing_after;
+                seen = watch.seen();
+            }
+            if (seen <= failing_after) {
+                EXPECT_GT(failing_after, 0u);
+                break;
+            }
+            ASSERT_GT(largest_of_search(group.context()), plan / 2) << failing_after;
+        }
+    }
+}
+
 TEST(LackOfMemory, OfBlocksLeavesNoMappingBehind) {
     const orb::CompNode node = orb::CompNode::load("cpu:default");
     const size_t before = allocation_watch::mapped();
