@@ -2,21 +2,32 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <type_traits>
 
 #include "kernels/check.h"
 
 namespace kern {
 
-inline size_t checked_mul(size_t a, size_t b) {
-    size_t result = 0;
+// In the common type of both operands: size_t for counts, ptrdiff_t for strides.
+template <typename A, typename B>
+std::common_type_t<A, B> checked_mul(A a, B b) {
+    std::common_type_t<A, B> result = 0;
     KERN_CHECK(!__builtin_mul_overflow(a, b, &result));
     return result;
 }
 
-inline size_t checked_add(size_t a, size_t b) {
-    size_t result = 0;
+template <typename A, typename B>
+std::common_type_t<A, B> checked_add(A a, B b) {
+    std::common_type_t<A, B> result = 0;
     KERN_CHECK(!__builtin_add_overflow(a, b, &result));
     return result;
+}
+
+// A count as a stride or a factor of one.
+inline ptrdiff_t checked_stride(size_t count) {
+    KERN_CHECK(count <= static_cast<size_t>(PTRDIFF_MAX));
+    return static_cast<ptrdiff_t>(count);
 }
 
 // The smallest multiple of `unit` that is not below `value`; `unit` is not 0.

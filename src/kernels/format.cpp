@@ -47,18 +47,18 @@ public:
         result.high_elem = 1;
         for (size_t axis = 0; axis < layout.ndim; ++axis) {
             const ptrdiff_t reach =
-                layout.stride[axis] * static_cast<ptrdiff_t>(layout.shape[axis] - 1);
+                checked_mul(layout.stride[axis], checked_stride(layout.shape[axis] - 1));
             if (reach > 0)
                 result.high_elem = checked_add(result.high_elem, static_cast<size_t>(reach));
             else
-                result.low_elem += reach;
+                result.low_elem = checked_add(result.low_elem, reach);
         }
         result.high_byte = layout.dtype.byte_size(result.high_elem);
         if (layout.dtype.is_low_bit())
             KERN_CHECK(result.low_elem == 0);
         else
             result.low_byte =
-                result.low_elem * static_cast<ptrdiff_t>(layout.dtype.element_bytes());
+                checked_mul(result.low_elem, checked_stride(layout.dtype.element_bytes()));
         return result;
     }
 
@@ -81,8 +81,7 @@ size_t TensorFormat::fill_dense_strides(TensorLayout& layout, size_t row_axis, s
     KERN_CHECK(layout.ndim <= TensorShape::MAX_NDIM);
     size_t product = 1;
     for (size_t axis = layout.ndim; axis-- > 0;) {
-        KERN_CHECK(product <= static_cast<size_t>(PTRDIFF_MAX));
-        layout.stride[axis] = static_cast<ptrdiff_t>(product);
+        layout.stride[axis] = checked_stride(product);
         product = checked_mul(product, layout.shape[axis]);
         if (axis == row_axis)
             product = round_up(product, row_unit);
@@ -94,7 +93,7 @@ size_t TensorFormat::merge_axes(TensorLayout& layout, size_t first, size_t end) 
     const size_t ndim = layout.ndim;
     for (size_t axis = end - 1; axis-- > first;) {
         const ptrdiff_t inner = layout.stride[axis + 1];
-        if (layout.stride[axis] != inner * static_cast<ptrdiff_t>(layout.shape[axis + 1]))
+        if (layout.stride[axis] != checked_mul(inner, checked_stride(layout.shape[axis + 1])))
             continue;
         layout.shape[axis] = checked_mul(layout.shape[axis], layout.shape[axis + 1]);
         layout.stride[axis] = inner;

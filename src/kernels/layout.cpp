@@ -11,11 +11,6 @@
 namespace kern {
 namespace {
 
-ptrdiff_t as_stride(size_t value) {
-    KERN_CHECK(value <= static_cast<size_t>(PTRDIFF_MAX));
-    return static_cast<ptrdiff_t>(value);
-}
-
 size_t magnitude(ptrdiff_t stride) {
     return stride < 0 ? size_t{0} - static_cast<size_t>(stride) : static_cast<size_t>(stride);
 }
@@ -26,7 +21,7 @@ bool dense_walk(const TensorLayout& layout, bool skip_broadcast) {
     for (size_t axis = layout.ndim; axis-- > 0;) {
         if (skip_broadcast && layout.stride[axis] == 0)
             continue;
-        if (layout.shape[axis] != 1 && layout.stride[axis] != as_stride(expected))
+        if (layout.shape[axis] != 1 && layout.stride[axis] != checked_stride(expected))
             return false;
         expected = checked_mul(expected, layout.shape[axis]);
     }
@@ -108,7 +103,7 @@ bool TensorLayout::is_non_overlapping() const {
         ptrdiff_t& reached = step < 1 ? negative : positive;
         if (step < 1 ? negative <= step : positive >= step)
             return false;
-        reached += step * as_stride(length - 1);
+        reached = checked_add(reached, checked_mul(step, checked_stride(length - 1)));
     }
     return true;
 }
@@ -180,7 +175,8 @@ bool TensorLayout::try_reshape(TensorLayout& result, const TensorShape& target) 
         ptrdiff_t step = source.stride[source_axis];
         for (size_t axis = group_end; axis-- > group_start;) {
             result.stride[axis] = step;
-            step *= as_stride(target[axis]);
+            if (axis > group_start)
+                step = checked_mul(step, checked_stride(target[axis]));
         }
         group_start = group_end;
         ++source_axis;

@@ -1,5 +1,7 @@
 #include "kernels/fallback/copy_walk.h"
 
+#include "kernels/checked_math.h"
+
 namespace kern::fallback {
 namespace {
 
@@ -14,9 +16,10 @@ public:
     ptrdiff_t stride() const { return m_stride; }
     void take(size_t length) {
         m_left /= length;
-        m_stride *= static_cast<ptrdiff_t>(length);
         if (m_left == 1)
             next_axis();
+        else
+            m_stride = checked_mul(m_stride, checked_stride(length));
     }
 
 private:
@@ -59,9 +62,9 @@ std::optional<CopyWalk> CopyWalk::plan(const TensorLayout& src_layout,
 void CopyWalk::append(const CopyAxis& axis) {
     if (m_nr_axes > 0) {
         CopyAxis& inner = m_axes[m_nr_axes - 1];
-        const auto length = static_cast<ptrdiff_t>(inner.length);
-        if (axis.src_stride == inner.src_stride * length &&
-            axis.dst_stride == inner.dst_stride * length) {
+        const ptrdiff_t length = checked_stride(inner.length);
+        if (axis.src_stride == checked_mul(inner.src_stride, length) &&
+            axis.dst_stride == checked_mul(inner.dst_stride, length)) {
             inner.length *= axis.length;
             return;
         }
