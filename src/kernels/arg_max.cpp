@@ -6,10 +6,10 @@ namespace kern {
 
 void ArgSelect::check_exec(const TensorLayout& src, const TensorLayout& dst,
                            size_t workspace_size) {
-    KERN_CHECK(src.is_contiguous() && dst.is_contiguous());
+    KERN_CHECK(src.is_dense() && dst.is_dense());
     KERN_CHECK(dst.same_shape(collapse_axis(src, m_param.axis)));
     KERN_CHECK(src.dtype.valid() && dst.dtype == DType::Int32());
-    KERN_CHECK(AxisSplit::of(src, m_param.axis).length <= INT32_MAX);
+    KERN_CHECK(src[static_cast<size_t>(m_param.axis)] <= INT32_MAX);
     KERN_CHECK(workspace_in_bytes(src, dst) <= workspace_size);
 }
 

@@ -16,7 +16,7 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // Both contiguous; `src` holds plain numbers, `dst` is Int32 with length 1 on the axis and
+    // Both dense; `src` holds plain numbers, `dst` is Int32 with length 1 on the axis and
     // equal lengths elsewhere. The first of equal elements wins. A line without an element beyond
     // the worst finite value of the dtype, such as one of NaN alone, gives -1.
     virtual void exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) = 0;

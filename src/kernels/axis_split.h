@@ -14,9 +14,7 @@ struct AxisSplit {
     size_t inner;   // the axes after
 
     // Stops the process on an axis that the layout does not have, and on products that do not fit.
-    static AxisSplit of(const TensorLayout& layout, int32_t axis);
-
-    size_t nr_lines() const { return outer * inner; }
+    static AxisSplit of(const TensorLayout& layout, size_t axis);
 };
 
 // The shape with length 1 on the axis; stops the process on an axis that it does not have.

@@ -9,7 +9,7 @@ void CondTake::check_exec(const TensorLayout& data, const TensorLayout& mask,
     KERN_CHECK(m_param.mode <= CondTakeMode::GREATER_EQUAL);
     KERN_CHECK(m_param.eps > 0);  // not NaN either
     KERN_CHECK(data.dtype.valid() && mask.dtype.valid());
-    KERN_CHECK(data.same_shape(mask) && data.is_contiguous() && mask.is_contiguous());
+    KERN_CHECK(data.same_shape(mask) && data.is_dense() && mask.is_dense());
     KERN_CHECK(data.element_count() <= INT32_MAX);
     KERN_CHECK(workspace_in_bytes(data, mask) <= workspace_size);
 }

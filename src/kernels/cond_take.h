@@ -36,7 +36,7 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // `data` and `mask` are contiguous and of one shape, the mask of plain numbers. Waits for all
+    // `data` and `mask` are dense and of one shape, the mask of plain numbers. Waits for all
     // tasks of the dispatcher, because the outputs are allocated only once their length is known;
     // they are filled by a further task. The workspace is aligned to 4 bytes.
     virtual Outputs exec(const RawTensor& data, const RawTensor& mask, const Workspace& workspace,

@@ -17,15 +17,15 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // Contiguous tensors of one layout, Float32, Float16 or integers that wrap around. Every sum is
+    // Dense tensors of one layout, Float32, Float16 or integers that wrap around. Every sum is
     // rounded to the dtype before the next element is added. `dst` may be the memory of `src`.
     virtual void exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& src, const TensorLayout& dst) = 0;
 
 protected:
     void check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size);
-    // The parameter's axis, counted from the first.
-    int32_t axis_of(const TensorLayout& src) const;
+    // The parameter's axis, counted from the first; stops the process on one that is not there.
+    size_t axis_of(const TensorLayout& src) const;
 
     Param m_param;
 };

@@ -77,8 +77,8 @@ void Elementwise::check_exec(const std::vector<RawTensor>& inputs, const RawTens
     KERN_CHECK(dtype.valid() && trait.accepts(dtype.category()));
     for (const RawTensor& input : inputs)
         KERN_CHECK(input.layout.dtype == dtype);
-    // Not empty: a layout with a zero-length axis is not dense. Kernels write the output in order.
-    KERN_CHECK(output.layout.is_contiguous() && output.layout.ndim != 0);
+    // Not empty: a layout with a zero-length axis is not dense.
+    KERN_CHECK(output.layout.is_dense() && output.layout.ndim != 0);
     KERN_CHECK(output.layout.dtype == dtype);
     if (m_param.mode == ElementwiseMode::FUSE_MUL_ADD4)
         check_fused_pairs(inputs, output.layout);

@@ -26,8 +26,7 @@ bool gives(Mode mode, DTypeEnum dtype) {
 
 void ElementwiseMultiType::exec(const std::vector<RawTensor>& inputs, const RawTensor& output) {
     const TensorLayout& layout = output.layout;
-    // As in Elementwise: not empty, and without padded rows.
-    KERN_CHECK(layout.is_contiguous() && layout.ndim != 0);
+    KERN_CHECK(layout.is_dense() && layout.ndim != 0);
     for (const RawTensor& input : inputs)
         KERN_CHECK(input.layout.dtype.valid());
     KERN_CHECK(layout.dtype.valid() && gives(m_param.mode, layout.dtype.enum_value()));

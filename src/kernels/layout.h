@@ -63,11 +63,9 @@ struct TensorLayout : TensorShape {
     // Dense under the format. A layout with a zero-length axis is not dense; one without a shape
     // is.
     bool is_dense() const;
-    // The default format's test, whatever the format.
+    // The default format's test, whatever the format: no padding behind the rows of an image.
+    // Loops that walk the memory in order need this.
     bool is_dense_raw() const;
-    // Dense without the padding that the rows of an image may have. Kernels that walk the
-    // memory in order ask for this.
-    bool is_contiguous() const { return is_dense() && is_dense_raw(); }
     // Dense once axes of stride 0 are left out.
     bool is_dense_allow_broadcast() const;
     // Magnitudes of strides do not grow towards the last axis.

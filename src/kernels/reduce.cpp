@@ -7,7 +7,7 @@ namespace kern {
 
 void Reduce::check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size) {
     KERN_CHECK(m_param.data_type != ReduceDataType::FLOAT_IO16_CO32);
-    KERN_CHECK(src.is_contiguous() && dst.is_contiguous());
+    KERN_CHECK(src.is_dense() && dst.is_dense());
     KERN_CHECK(dst.same_shape(collapse_axis(src, m_param.axis)));
 
     KERN_CHECK(src.dtype.valid() && dst.dtype.valid());

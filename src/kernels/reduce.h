@@ -31,7 +31,7 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // Both layouts contiguous, of the same ndim; `dst` has length 1 on the axis and equal lengths
+    // Both layouts dense, of the same ndim; `dst` has length 1 on the axis and equal lengths
     // elsewhere. An axis of length 1 is copied, except by SUM_SQR. Results that a quantised `dst`
     // cannot hold saturate; a quantised mean with DEFAULT truncates toward zero.
     // Each level combines elements in an order of its own. So float results of two levels may

@@ -9,12 +9,12 @@ namespace {
 
 // Rows whose indices fit their dtype.
 void check_rows(const TensorLayout& layout) {
-    KERN_CHECK(layout.ndim == 2 && layout.is_contiguous());
+    KERN_CHECK(layout.ndim == 2 && layout.is_dense());
     KERN_CHECK(layout[1] <= INT32_MAX);
 }
 
 void check_output(const TensorLayout& given, const TensorLayout& wanted) {
-    KERN_CHECK(given.dtype == wanted.dtype && given.same_shape(wanted) && given.is_contiguous());
+    KERN_CHECK(given.dtype == wanted.dtype && given.same_shape(wanted) && given.is_dense());
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ public:
     Param& param() { return m_param; }
     const Param& param() const { return m_param; }
 
-    // All contiguous and of shape {rows, length}: `src` and `dst` Float32, `indices` Int32. `dst`
+    // All dense and of shape {rows, length}: `src` and `dst` Float32, `indices` Int32. `dst`
     // may not be the memory of `src`.
     virtual void exec(const RawTensor& src, const RawTensor& dst, const RawTensor& indices,
                       const Workspace& workspace) = 0;
@@ -55,7 +55,7 @@ public:
 
     // `data` is dense {rows, length} of plain numbers. A positive `k` selects from the smallest on,
     // a negative one from the largest; |k| is from 1 to length. The outputs are dense. The
-    // workspace is aligned to 8 bytes.
+    // workspace needs no alignment.
     virtual void exec(int32_t k, const RawTensor& data, const RawTensor& values,
                       const RawTensor& indices, const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(int32_t k, const TensorLayout& data,

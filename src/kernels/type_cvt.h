@@ -9,7 +9,7 @@ class TypeCvt : public KernelOperator {
 public:
     using KernelOperator::KernelOperator;
 
-    // `dst` is contiguous. Float to integer truncates toward zero; a narrowing integer wraps
+    // `dst` is dense. Float to integer truncates toward zero; a narrowing integer wraps
     // around. To a quantised type the nearest element is taken, halves away from zero and
     // saturated. Where a quantised type stands on either side, the value in between is a 32-bit
     // float.

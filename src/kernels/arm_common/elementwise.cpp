@@ -193,6 +193,8 @@ Function select_kernel(ElementwiseMode mode, unsigned type) {
 
 void ElementwiseImpl::exec(const std::vector<RawTensor>& inputs, const RawTensor& output) {
     check_exec(inputs, output);
+    if (!output.layout.is_dense_raw())
+        return fallback::ElementwiseImpl::exec(inputs, output);
     const DTypeEnum dtype = output.layout.dtype.enum_value();
     const BroadcastSet set(inputs, output.layout);
     const VectorPlan plan = plan_vector_form(m_param.mode, dtype, set);

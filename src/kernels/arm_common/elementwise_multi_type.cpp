@@ -122,7 +122,7 @@ bool has_vector_form(ElementwiseMultiType::Mode mode, const BroadcastSet& inputs
 
 #define KERN_VECTOR_METHOD(NAME, method)                                                         \
     void ElementwiseMultiTypeImpl::method(const BroadcastSet& inputs, const RawTensor& output) { \
-        if (!has_vector_form(Mode::NAME, inputs))                                                \
+        if (!output.layout.is_dense_raw() || !has_vector_form(Mode::NAME, inputs))               \
             return fallback::ElementwiseMultiTypeImpl::method(inputs, output);                   \
         multi_type::with_rule<Mode::NAME>(inputs, output.layout.dtype, [&](auto rule) {          \
             dispatch([rule, inputs, out = output.raw_ptr] { run(rule, inputs, out); });          \

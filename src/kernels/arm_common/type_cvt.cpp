@@ -41,8 +41,9 @@ void TypeCvtImpl::exec(const RawTensor& src, const RawTensor& dst) {
     check_exec(src.layout, dst.layout);
     const DTypeEnum to = dst.layout.dtype.enum_value();
     const bool to_signed = to == DTypeEnum::QUANTIZED_S8;
-    if (src.layout.dtype.enum_value() != DTypeEnum::QUANTIZED_S32 || !src.layout.is_contiguous() ||
-        src.layout.ndim == 0 || !(to_signed || to == DTypeEnum::QUANTIZED8_ASYMM)) {
+    if (src.layout.dtype.enum_value() != DTypeEnum::QUANTIZED_S32 || src.layout.is_empty() ||
+        !src.layout.is_dense_raw() || !dst.layout.is_dense_raw() ||
+        !(to_signed || to == DTypeEnum::QUANTIZED8_ASYMM)) {
         fallback::TypeCvtImpl::exec(src, dst);
         return;
     }

@@ -131,6 +131,10 @@ ElementwiseImpl::BinaryRowKernel ElementwiseImpl::binary_row_kernel(DTypeEnum dt
 
 void ElementwiseImpl::exec(const std::vector<RawTensor>& inputs, const RawTensor& output) {
     check_exec(inputs, output);
+    if (!output.layout.is_dense_raw()) {
+        naive::ElementwiseImpl::exec(inputs, output);
+        return;
+    }
     const DType dtype = output.layout.dtype;
     const BroadcastSet set(inputs, output.layout);
     if (inputs.size() == 1 && set.max_ndim == 1) {

@@ -29,7 +29,7 @@ void run(const Rule& rule, const BroadcastSet& inputs, void* output) {
 
 #define KERN_MULTI_TYPE_MODE(number, NAME, method, arity)                                        \
     void ElementwiseMultiTypeImpl::method(const BroadcastSet& inputs, const RawTensor& output) { \
-        if (inputs.max_ndim > 1)                                                                 \
+        if (inputs.max_ndim > 1 || !output.layout.is_dense_raw())                                \
             return naive::ElementwiseMultiTypeImpl::method(inputs, output);                      \
         multi_type::with_rule<Mode::NAME>(inputs, output.layout.dtype, [&](auto rule) {          \
             dispatch([rule, inputs, out = output.raw_ptr] { run(rule, inputs, out); });          \

@@ -4,6 +4,7 @@
 
 #include "kernels/dtype_switch.h"
 #include "kernels/fallback/reduce_lines.h"
+#include "kernels/naive/tensor_iterator.h"
 #include "kernels/reduce_policies.h"
 
 namespace kern::fallback {
@@ -19,11 +20,21 @@ void write_results(ReduceMode mode, const Lines& lines, size_t length, Out* dst)
         dst[line] = static_cast<Out>(results[line]);
 }
 
+// Images with padded rows: one line after another, each with the bits that it has among others.
+template <typename Policy, typename T, typename In, typename Out>
+void reduce_strided(ReduceMode mode, size_t axis, const RawTensor& src, const RawTensor& dst) {
+    naive::AxisLines lines(src.layout, axis);
+    naive::TensorIterator<Out> out(dst.ptr<Out>(), dst.layout);
+    for (size_t left = dst.layout.element_count(); left > 0; --left, lines.advance(), ++out) {
+        const ColumnLines<Policy, T, In> line(src.ptr<const In>() + lines.start(),
+                                              static_cast<size_t>(lines.step()), 1);
+        write_results<Policy, T>(mode, line, lines.length(), &*out);
+    }
+}
+
 // Accumulates in T; a stored type that is not T is a narrower or wider float.
 template <typename Policy, typename T, typename In, typename Out>
-void reduce_all(ReduceMode mode, const AxisSplit& split, const void* src_ptr, void* dst_ptr) {
-    const In* src = static_cast<const In*>(src_ptr);
-    Out* dst = static_cast<Out*>(dst_ptr);
+void reduce_dense(ReduceMode mode, const AxisSplit& split, const In* src, Out* dst) {
     if (split.inner == 1) {
         for (size_t a = 0; a < split.outer; a += MAX_LINES) {
             const RowLines<Policy, T, In> rows(src + a * split.length, split.length,
@@ -47,8 +58,12 @@ template <typename T, typename In, typename Out>
 struct OfTypes {
     template <typename Policy>
     struct Kernel {
-        static void run(ReduceMode mode, const AxisSplit& split, const void* src, void* dst) {
-            reduce_all<Policy, T, In, Out>(mode, split, src, dst);
+        static void run(ReduceMode mode, size_t axis, const RawTensor& src, const RawTensor& dst) {
+            if (src.layout.is_dense_raw() && dst.layout.is_dense_raw())
+                reduce_dense<Policy, T>(mode, AxisSplit::of(src.layout, axis), src.ptr<const In>(),
+                                        dst.ptr<Out>());
+            else
+                reduce_strided<Policy, T, In, Out>(mode, axis, src, dst);
         }
     };
 };
@@ -58,7 +73,8 @@ auto select_mode(ReduceMode mode) {
     return reduction::select_mode<T, OfTypes<T, In, Out>::template Kernel>(mode);
 }
 
-using KernelFunction = void (*)(ReduceMode, const AxisSplit&, const void*, void*);
+using KernelFunction = void (*)(ReduceMode, size_t axis, const RawTensor& src,
+                                const RawTensor& dst);
 
 // For elements that take part as they are stored.
 KernelFunction find_same_type_kernel(ReduceMode mode, DTypeEnum dtype) {
@@ -104,8 +120,9 @@ void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
         naive::ReduceImpl::exec(src, dst, workspace);
         return;
     }
-    dispatch([kernel, mode = m_param.mode, split = AxisSplit::of(src.layout, m_param.axis),
-              from = src.raw_ptr, to = dst.raw_ptr] { kernel(mode, split, from, to); });
+    dispatch([kernel, mode = m_param.mode, axis = static_cast<size_t>(m_param.axis), src, dst] {
+        kernel(mode, axis, src, dst);
+    });
 }
 
 }  // namespace kern::fallback

@@ -21,7 +21,7 @@ struct Kernel {
 
 void TypeCvtImpl::exec(const RawTensor& src, const RawTensor& dst) {
     check_exec(src.layout, dst.layout);
-    if (!src.layout.is_contiguous() || src.layout.ndim == 0) {
+    if (src.layout.is_empty() || !src.layout.is_dense_raw() || !dst.layout.is_dense_raw()) {
         naive::TypeCvtImpl::exec(src, dst);
         return;
     }

@@ -5,6 +5,7 @@
 
 #include "kernels/arithmetic.h"
 #include "kernels/dtype_switch.h"
+#include "kernels/naive/tensor_iterator.h"
 
 namespace kern::naive {
 namespace {
@@ -26,11 +27,11 @@ Working<T> lowest_finite() {
 
 // Comparisons are strict, so the first of equals stays.
 template <typename T, bool MAX>
-int32_t select_of_line(const T* line, size_t length, size_t step) {
+int32_t select_of_line(const T* line, size_t length, ptrdiff_t step) {
     Working<T> best = MAX ? lowest_finite<T>() : highest_finite<T>();
     int32_t index = -1;
-    for (size_t b = 0; b < length; ++b) {
-        const Working<T> x = widen(line[b * step]);
+    for (size_t b = 0; b < length; ++b, line += step) {
+        const Working<T> x = widen(*line);
         if (MAX ? x > best : x < best) {
             best = x;
             index = static_cast<int32_t>(b);
@@ -40,11 +41,12 @@ int32_t select_of_line(const T* line, size_t length, size_t step) {
 }
 
 template <typename T, bool MAX>
-void select_lines(const AxisSplit& split, const void* src_ptr, int32_t* dst) {
-    const T* src = static_cast<const T*>(src_ptr);
-    for (size_t a = 0; a < split.outer; ++a, src += split.length * split.inner)
-        for (size_t c = 0; c < split.inner; ++c)
-            *dst++ = select_of_line<T, MAX>(src + c, split.length, split.inner);
+void select_lines(size_t axis, const RawTensor& src, const RawTensor& dst) {
+    AxisLines lines(src.layout, axis);
+    TensorIterator<int32_t> index(dst.ptr<int32_t>(), dst.layout);
+    for (size_t left = dst.layout.element_count(); left > 0; --left, lines.advance(), ++index)
+        *index = select_of_line<T, MAX>(src.ptr<const T>() + lines.start(), lines.length(),
+                                        lines.step());
 }
 
 template <bool MAX>
@@ -61,15 +63,13 @@ auto select_kernel(DType dtype) {
 void ArgMaxImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) {
     check_exec(src.layout, dst.layout, workspace.size);
     dispatch([kernel = select_kernel<true>(src.layout.dtype),
-              split = AxisSplit::of(src.layout, m_param.axis), from = src.raw_ptr,
-              to = dst.ptr<int32_t>()] { kernel(split, from, to); });
+              axis = static_cast<size_t>(m_param.axis), src, dst] { kernel(axis, src, dst); });
 }
 
 void ArgMinImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) {
     check_exec(src.layout, dst.layout, workspace.size);
     dispatch([kernel = select_kernel<false>(src.layout.dtype),
-              split = AxisSplit::of(src.layout, m_param.axis), from = src.raw_ptr,
-              to = dst.ptr<int32_t>()] { kernel(split, from, to); });
+              axis = static_cast<size_t>(m_param.axis), src, dst] { kernel(axis, src, dst); });
 }
 
 }  // namespace kern::naive

@@ -6,28 +6,31 @@
 
 #include "kernels/checked_math.h"
 #include "kernels/dtype_switch.h"
+#include "kernels/naive/tensor_iterator.h"
 
 namespace kern::naive {
 namespace {
 
 // Writes the positions at which the test holds; returns how many there are.
 template <typename Mask, typename Test>
-size_t find_positions(const Mask* mask, size_t count, int32_t* positions, Test test) {
+size_t find_positions(TensorIterator<const Mask> mask, size_t count, int32_t* positions,
+                      Test test) {
     // Integers are compared in double precision, which holds all of them.
     using Number = std::conditional_t<std::is_integral<Mask>::value, double, float>;
     size_t found = 0;
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i, ++mask) {
         positions[found] = static_cast<int32_t>(i);
-        found += test(static_cast<Number>(mask[i]));
+        found += test(static_cast<Number>(*mask));
     }
     return found;
 }
 
 template <typename Mask>
-size_t find_positions(const CondTake::Param& param, const void* mask_ptr, size_t count,
-                      int32_t* positions) {
+size_t find_positions(const CondTake::Param& param, const RawTensor& mask, int32_t* positions) {
+    const size_t count = mask.layout.element_count();
     const auto find = [&](auto test) {
-        return find_positions(static_cast<const Mask*>(mask_ptr), count, positions, test);
+        const TensorIterator<const Mask> elements(mask.ptr<const Mask>(), mask.layout);
+        return find_positions(elements, count, positions, test);
     };
     const float value = param.value;
     const float eps = param.eps;
@@ -54,13 +57,24 @@ size_t find_positions(const CondTake::Param& param, const void* mask_ptr, size_t
     KERN_FAIL();
 }
 
+// The offset, in elements, of the element with this row-major index.
+ptrdiff_t offset_of(const TensorLayout& layout, size_t index) {
+    ptrdiff_t offset = 0;
+    for (size_t axis = layout.ndim; --axis > 0; index /= layout[axis])
+        offset += static_cast<ptrdiff_t>(index % layout[axis]) * layout.stride[axis];
+    return offset + static_cast<ptrdiff_t>(index) * layout.stride[0];
+}
+
 template <size_t ELEMENT_BYTES>
-void take(const uint8_t* data, const int32_t* positions, size_t count, uint8_t* elements,
+void take(const RawTensor& data, const int32_t* positions, size_t count, uint8_t* elements,
           int32_t* indices) {
     std::memcpy(indices, positions, count * sizeof(*indices));
-    for (size_t i = 0; i < count; ++i)
-        std::memcpy(elements + i * ELEMENT_BYTES,
-                    data + static_cast<size_t>(positions[i]) * ELEMENT_BYTES, ELEMENT_BYTES);
+    constexpr auto BYTES = static_cast<ptrdiff_t>(ELEMENT_BYTES);
+    for (size_t i = 0; i < count; ++i) {
+        const ptrdiff_t offset = offset_of(data.layout, static_cast<size_t>(positions[i]));
+        std::memcpy(elements + i * ELEMENT_BYTES, data.ptr<const uint8_t>() + offset * BYTES,
+                    ELEMENT_BYTES);
+    }
 }
 
 }  // namespace
@@ -74,7 +88,7 @@ CondTake::Outputs CondTakeImpl::exec(const RawTensor& data, const RawTensor& mas
                                      const OutputAllocator& output_allocator) {
     check_exec(data.layout, mask.layout, workspace.size);
     const auto find = with_number_type(mask.layout.dtype.enum_value(), [](auto tag) {
-        return static_cast<size_t (*)(const Param&, const void*, size_t, int32_t*)>(
+        return static_cast<size_t (*)(const Param&, const RawTensor&, int32_t*)>(
             &find_positions<typename decltype(tag)::Type>);
     });
     KERN_CHECK(find);
@@ -83,17 +97,16 @@ CondTake::Outputs CondTakeImpl::exec(const RawTensor& data, const RawTensor& mas
 
     auto* positions = workspace.as<int32_t>();
     int32_t* found = positions + data.layout.element_count();
-    dispatch([find, param = m_param, mask_ptr = mask.raw_ptr, positions, found] {
-        *found = static_cast<int32_t>(
-            find(param, mask_ptr, static_cast<size_t>(found - positions), positions));
-    });
+    dispatch([find, param = m_param, flags = RawTensor(mask.raw_ptr, flattened(mask.layout)),
+              positions, found] { *found = static_cast<int32_t>(find(param, flags, positions)); });
     handle()->sync();
 
     const auto count = static_cast<size_t>(*found);
     const Outputs outputs{output_allocator(data.layout.dtype, {count}),
                           output_allocator(DType::Int32(), {count})};
     if (count != 0)
-        dispatch([take_elements, count, positions, from = data.ptr<const uint8_t>(),
+        dispatch([take_elements, count, positions,
+                  from = RawTensor(data.raw_ptr, flattened(data.layout)),
                   elements = outputs.data.ptr<uint8_t>(),
                   indices = outputs.indices.ptr<int32_t>()] {
             take_elements(from, positions, count, elements, indices);

@@ -1,8 +1,8 @@
 #include "kernels/naive/cumsum.h"
 
 #include "kernels/arithmetic.h"
-#include "kernels/axis_split.h"
 #include "kernels/dtype_switch.h"
+#include "kernels/naive/tensor_iterator.h"
 
 namespace kern::naive {
 namespace {
@@ -17,17 +17,19 @@ void sum_line(const T* src, T* dst, size_t length, ptrdiff_t step, bool exclusiv
     }
 }
 
+// Both tensors have one layout.
 template <typename T>
-void sum_lines(const void* src_ptr, void* dst_ptr, const AxisSplit& split, bool exclusive,
-               bool reverse) {
-    const auto step = static_cast<ptrdiff_t>(split.inner);
-    const size_t first = reverse ? (split.length - 1) * split.inner : 0;
-    for (size_t a = 0; a < split.outer; ++a)
-        for (size_t c = 0; c < split.inner; ++c) {
-            const size_t start = a * split.length * split.inner + c + first;
-            sum_line(static_cast<const T*>(src_ptr) + start, static_cast<T*>(dst_ptr) + start,
-                     split.length, reverse ? -step : step, exclusive);
-        }
+void sum_lines(const RawTensor& src, const RawTensor& dst, size_t axis,
+               const Cumsum::Param& param) {
+    AxisLines lines(src.layout, axis);
+    const ptrdiff_t step = lines.step();
+    const ptrdiff_t last = static_cast<ptrdiff_t>(lines.length() - 1) * step;
+    const size_t count = src.layout.element_count() / lines.length();
+    for (size_t left = count; left > 0; --left, lines.advance()) {
+        const ptrdiff_t first = lines.start() + (param.reverse ? last : 0);
+        sum_line(src.ptr<const T>() + first, dst.ptr<T>() + first, lines.length(),
+                 param.reverse ? -step : step, param.exclusive);
+    }
 }
 
 }  // namespace
@@ -38,9 +40,9 @@ void CumsumImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
         return &sum_lines<typename decltype(tag)::Type>;
     });
     KERN_CHECK(kernel);
-    dispatch([kernel, split = AxisSplit::of(src.layout, axis_of(src.layout)), param = m_param,
-              from = src.raw_ptr,
-              to = dst.raw_ptr] { kernel(from, to, split, param.exclusive, param.reverse); });
+    dispatch([kernel, axis = axis_of(src.layout), param = m_param, src, dst] {
+        kernel(src, dst, axis, param);
+    });
 }
 
 }  // namespace kern::naive

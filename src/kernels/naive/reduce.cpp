@@ -1,6 +1,7 @@
 #include "kernels/naive/reduce.h"
 
 #include "kernels/dtype_switch.h"
+#include "kernels/naive/tensor_iterator.h"
 #include "kernels/reduce_policies.h"
 #include "kernels/type_cvt.h"
 
@@ -10,31 +11,31 @@ namespace {
 // The elements low to high of one line along the axis. The halving bounds the rounding error of a
 // long float sum by the depth of the tree.
 template <typename Policy, typename T>
-T reduce_range(const T* line, size_t step, size_t low, size_t high) {
+T reduce_range(const T* line, ptrdiff_t step, size_t low, size_t high) {
     if (high <= low + 1)
-        return Policy::leaf(line[low * step]);
+        return Policy::leaf(line[static_cast<ptrdiff_t>(low) * step]);
     const size_t middle = low + (high - low) / 2;
     return Policy::combine(reduce_range<Policy>(line, step, low, middle),
                            reduce_range<Policy>(line, step, middle, high));
 }
 
-using KernelFunction = void (*)(ReduceMode, const AxisSplit&, const void*, void*);
+using KernelFunction = void (*)(ReduceMode, size_t axis, const RawTensor& src,
+                                const RawTensor& dst);
 
 template <typename T>
 struct OfType {
     template <typename Policy>
     struct Kernel {
-        static void run(ReduceMode mode, const AxisSplit& split, const void* src_ptr,
-                        void* dst_ptr) {
-            const T* src = static_cast<const T*>(src_ptr);
-            T* out = static_cast<T*>(dst_ptr);
-            for (size_t a = 0; a < split.outer; ++a) {
-                for (size_t c = 0; c < split.inner; ++c) {
-                    const T* line = src + a * split.length * split.inner + c;
-                    *out++ = reduce_range<Policy>(line, split.inner, 0, split.length);
-                }
+        static void run(ReduceMode mode, size_t axis, const RawTensor& src, const RawTensor& dst) {
+            AxisLines lines(src.layout, axis);
+            TensorIterator<T> out(dst.ptr<T>(), dst.layout);
+            for (size_t left = dst.layout.element_count(); left > 0; --left) {
+                *out = reduce_range<Policy>(src.ptr<const T>() + lines.start(), lines.step(), 0,
+                                            lines.length());
+                reduction::finish(mode, lines.length(), &*out, 1);
+                lines.advance();
+                ++out;
             }
-            reduction::finish(mode, split.length, static_cast<T*>(dst_ptr), split.nr_lines());
         }
     };
 };
@@ -75,18 +76,19 @@ void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspac
     const bool widen_src = src.layout.dtype != working;
     const bool narrow_dst = dst.layout.dtype != working;
 
-    const RawTensor wide_src(widen_src ? bundle.get(0) : src.raw_ptr,
-                             TensorLayout(src.layout, working));
-    const RawTensor wide_dst(narrow_dst ? bundle.get(1) : dst.raw_ptr,
-                             TensorLayout(dst.layout, working));
+    const auto copy_of = [&](const RawTensor& tensor, size_t part) {
+        return RawTensor(bundle.get(part), TensorLayout(tensor.layout, working));
+    };
+    const RawTensor wide_src = widen_src ? copy_of(src, 0) : src;
+    const RawTensor wide_dst = narrow_dst ? copy_of(dst, 1) : dst;
     // The tasks of one dispatcher run in the order in which they are given here.
     std::unique_ptr<TypeCvt> convert;
     if (widen_src || narrow_dst)
         convert = handle()->create_operator<TypeCvt>();
     if (widen_src)
         convert->exec(src, wide_src);
-    dispatch([kernel, mode = m_param.mode, split = AxisSplit::of(src.layout, m_param.axis),
-              from = wide_src.raw_ptr, to = wide_dst.raw_ptr] { kernel(mode, split, from, to); });
+    dispatch([kernel, mode = m_param.mode, axis = static_cast<size_t>(m_param.axis), wide_src,
+              wide_dst] { kernel(mode, axis, wide_src, wide_dst); });
     if (narrow_dst)
         convert->exec(wide_dst, dst);
 }

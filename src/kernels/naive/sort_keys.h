@@ -28,16 +28,30 @@ uint32_t order_of(T value) {
     }
 }
 
-// Turns rows into keys that sort ascending, and keys back into indices.
+// A key in memory of any alignment.
+class UnalignedKey {
+public:
+    explicit UnalignedKey(uint64_t key) { std::memcpy(m_bytes, &key, sizeof(m_bytes)); }
+    operator uint64_t() const {
+        uint64_t key = 0;
+        std::memcpy(&key, m_bytes, sizeof(key));
+        return key;
+    }
+
+private:
+    uint8_t m_bytes[sizeof(uint64_t)];
+};
+
+// Converts rows to keys that sort ascending, and keys back to indices.
 class SortKeys {
 public:
     // Descending order is that of the inverted keys, ties included.
     explicit SortKeys(bool descending) : m_inversion(descending ? UINT64_MAX : 0) {}
 
-    template <typename T>
-    void fill(const T* row, size_t length, uint64_t* keys) const {
+    template <typename T, typename Key>
+    void fill(const T* row, size_t length, Key* keys) const {
         for (size_t i = 0; i < length; ++i)
-            keys[i] = (uint64_t{order_of(row[i])} << 32 | i) ^ m_inversion;
+            keys[i] = Key((uint64_t{order_of(row[i])} << 32 | i) ^ m_inversion);
     }
 
     size_t index_of(uint64_t key) const { return static_cast<uint32_t>(key ^ m_inversion); }

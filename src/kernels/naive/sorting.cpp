@@ -13,9 +13,9 @@ namespace kern::naive {
 namespace {
 
 // Writes the values and the indices that the first `count` keys stand for.
-template <typename T>
-void write_rows(const SortKeys& order, const uint64_t* keys, size_t count, const T* row, T* values,
-                int32_t* indices) {
+template <typename T, typename Key>
+void write_row(const SortKeys& order, const Key* keys, size_t count, const T* row, T* values,
+               int32_t* indices) {
     for (size_t i = 0; i < count; ++i) {
         const size_t index = order.index_of(keys[i]);
         values[i] = row[index];
@@ -27,16 +27,20 @@ struct TopKTask {
     TopK::Mode mode;
     SortKeys order;
     size_t rows, length, count;
-    const void* data;
-    void* values;
-    int32_t* indices;
-    uint64_t* keys;
+    RawTensor data, values, indices;
+    UnalignedKey* keys;
 };
+
+// Rows of an image may have padding behind them.
+template <typename T>
+T* row_of(const RawTensor& tensor, size_t row) {
+    return tensor.ptr<T>() + static_cast<ptrdiff_t>(row) * tensor.layout.stride[0];
+}
 
 // By introspective selection (Musser, 1997), or by a heap of the best keys that is then sorted
 // (Williams, 1964).
 void select_keys(const TopKTask& task) {
-    uint64_t* end = task.keys + task.length;
+    UnalignedKey* end = task.keys + task.length;
     if (task.mode == TopK::Mode::ORDERED)
         std::partial_sort(task.keys, task.keys + task.count, end);
     else
@@ -45,16 +49,16 @@ void select_keys(const TopKTask& task) {
 
 template <typename T>
 void top_k(const TopKTask& task) {
-    const T* row = static_cast<const T*>(task.data);
-    T* values = static_cast<T*>(task.values);
-    for (size_t i = 0; i < task.rows; ++i, row += task.length) {
+    for (size_t i = 0; i < task.rows; ++i) {
+        const T* row = row_of<const T>(task.data, i);
+        T* values = row_of<T>(task.values, i);
         task.order.fill(row, task.length, task.keys);
         select_keys(task);
         if (task.mode == TopK::Mode::KTH_VALUE)
-            values[i] = row[task.order.index_of(task.keys[task.count - 1])];
+            *values = row[task.order.index_of(task.keys[task.count - 1])];
         else
-            write_rows(task.order, task.keys, task.count, row, values + i * task.count,
-                       task.indices + i * task.count);
+            write_row(task.order, task.keys, task.count, row, values,
+                      row_of<int32_t>(task.indices, i));
     }
 }
 
@@ -64,20 +68,22 @@ void ArgsortImpl::exec(const RawTensor& src, const RawTensor& dst, const RawTens
                        const Workspace& workspace) {
     check_exec(src.layout, dst.layout, indices.layout, workspace.size);
     const SortKeys order(m_param.order == Order::DESCENDING);
-    dispatch([order, rows = src.layout[0], length = src.layout[1], row = src.ptr<const float>(),
-              values = dst.ptr<float>(), places = indices.ptr<int32_t>()] {
+    dispatch([order, src, dst, indices] {
+        const size_t length = src.layout[1];
         std::vector<uint64_t> keys(length);
-        for (size_t start = 0; start < rows * length; start += length) {
-            order.fill(row + start, length, keys.data());
+        for (size_t i = 0; i < src.layout[0]; ++i) {
+            const float* row = row_of<const float>(src, i);
+            order.fill(row, length, keys.data());
             std::sort(keys.begin(), keys.end());  // an introspective sort (Musser, 1997)
-            write_rows(order, keys.data(), length, row + start, values + start, places + start);
+            write_row(order, keys.data(), length, row, row_of<float>(dst, i),
+                      row_of<int32_t>(indices, i));
         }
     });
 }
 
 size_t TopKImpl::workspace_in_bytes(int32_t, const TensorLayout& data, const TensorLayout&,
                                     const TensorLayout&) {
-    static_assert(sizeof(uint64_t) == 2 * sizeof(int32_t), "a key is a value and an index");
+    static_assert(sizeof(UnalignedKey) == 2 * sizeof(int32_t), "a key is a value and an index");
     return checked_mul(data[1], 2 * std::max(data.dtype.element_bytes(), sizeof(int32_t)));
 }
 
@@ -89,9 +95,8 @@ void TopKImpl::exec(int32_t k, const RawTensor& data, const RawTensor& values,
     });
     KERN_CHECK(kernel);
     dispatch([kernel, task = TopKTask{m_param.mode, SortKeys(k < 0), data.layout[0], data.layout[1],
-                                      static_cast<size_t>(std::abs(int64_t{k})), data.raw_ptr,
-                                      values.raw_ptr, indices.ptr<int32_t>(),
-                                      workspace.as<uint64_t>()}] { kernel(task); });
+                                      static_cast<size_t>(std::abs(int64_t{k})), data, values,
+                                      indices, workspace.as<UnalignedKey>()}] { kernel(task); });
 }
 
 }  // namespace kern::naive

@@ -7,6 +7,11 @@
 
 namespace kern::naive {
 
+// One axis where the elements stand one behind the other, otherwise the layout as it is.
+inline TensorLayout flattened(const TensorLayout& layout) {
+    return layout.is_dense_raw() ? TensorLayout({layout.element_count()}, layout.dtype) : layout;
+}
+
 // The offset, in elements, of the element that is being visited. The layout has elements.
 class StridedOffset {
 public:
@@ -62,6 +67,28 @@ public:
 private:
     T* m_base;
     StridedOffset m_position;
+};
+
+// The lines of a tensor along one of its axes, in row-major order of the other axes.
+class AxisLines {
+public:
+    AxisLines(const TensorLayout& layout, size_t axis)
+        : m_length(layout[axis]), m_step(layout.stride[axis]), m_start(starts(layout, axis)) {}
+
+    size_t length() const { return m_length; }
+    ptrdiff_t step() const { return m_step; }  // from element to element of a line
+    ptrdiff_t start() const { return m_start.get(); }
+    void advance() { m_start.advance(); }
+
+private:
+    static TensorLayout starts(TensorLayout layout, size_t axis) {
+        layout[axis] = 1;
+        return layout;
+    }
+
+    size_t m_length;
+    ptrdiff_t m_step;
+    StridedOffset m_start;
 };
 
 }  // namespace kern::naive

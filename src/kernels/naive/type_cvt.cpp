@@ -13,9 +13,9 @@ struct Kernel {
         const ElementConversion<To, From> convert(dst.layout.dtype, src.layout.dtype);
         const size_t count = src.layout.element_count();
         TensorIterator<const FromStored> from(src.ptr<const FromStored>(), src.layout);
-        auto* to = dst.ptr<typename To::Stored>();
-        for (size_t i = 0; i < count; ++i, ++from)
-            to[i] = convert(*from);
+        TensorIterator<typename To::Stored> to(dst.ptr<typename To::Stored>(), dst.layout);
+        for (size_t i = 0; i < count; ++i, ++from, ++to)
+            *to = convert(*from);
     }
 };
 

@@ -38,13 +38,14 @@ void sum_squares(SumSquares kernel, const AxisSplit& split, const float* src, fl
 }  // namespace
 
 void ReduceImpl::exec(const RawTensor& src, const RawTensor& dst, const Workspace& workspace) {
-    const AxisSplit split = AxisSplit::of(src.layout, m_param.axis);
+    check_exec(src.layout, dst.layout, workspace.size);
+    const AxisSplit split = AxisSplit::of(src.layout, static_cast<size_t>(m_param.axis));
     if (m_param.mode != ReduceMode::SUM_SQR || m_param.data_type != ReduceDataType::DEFAULT ||
-        src.layout.dtype != DType::Float32() || split.inner != 1) {
+        src.layout.dtype != DType::Float32() || split.inner != 1 || !src.layout.is_dense_raw() ||
+        !dst.layout.is_dense_raw()) {
         fallback::ReduceImpl::exec(src, dst, workspace);
         return;
     }
-    check_exec(src.layout, dst.layout, workspace.size);
     dispatch([kernel = m_kernels.sum_squares, split, from = src.ptr<float>(),
               to = dst.ptr<float>()] { sum_squares(kernel, split, from, to); });
 }
