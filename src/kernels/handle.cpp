@@ -78,7 +78,7 @@ std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int 
 
 std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
                                                    HandleLevel level) {
-    KERN_CHECK(level != HandleLevel::ARM_COMMON);
+    KERN_CHECK(level != HandleLevel::ARM_COMMON && level != HandleLevel::ARM64);
     KERN_CHECK(level != HandleLevel::X86 || best_level() == HandleLevel::X86);
     return std::make_unique<KernelHandle>(computing, level);
 }

@@ -20,9 +20,23 @@
 
 namespace kern {
 
-// ARM_COMMON is the part of the ladder that all Arm targets would share; no handle has it. X86 is a
-// branch of its own above FALLBACK.
-enum class HandleLevel : int32_t { NAIVE = 0, FALLBACK = 1, X86 = 2, ARM_COMMON = 3, ARMV7 = 4 };
+// ARM_COMMON is the part of the ladder that all Arm targets share; no handle has it. X86 is a
+// branch of its own above FALLBACK. Levels that came later are numbered from 100 on, apart from the
+// numbers 2 and 5 to 99, which other programs may give a meaning. ARM64 has its number and nothing
+// else yet.
+enum class HandleLevel : int32_t {
+    NAIVE = 0,
+    FALLBACK = 1,
+    ARM_COMMON = 3,
+    ARMV7 = 4,
+    X86 = 100,
+    ARM64 = 101,
+};
+
+// Alignment in bytes that a level's buffers should have: whole cache lines where vectors are long.
+constexpr size_t alignment_of(HandleLevel level) {
+    return level == HandleLevel::X86 || level == HandleLevel::ARM64 ? 64 : 32;
+}
 
 class KernelHandle;
 class Relayout;
@@ -57,7 +71,7 @@ public:
 
     HandleLevel level() const { return m_level; }
     // Alignment in bytes that buffers of this device should have.
-    virtual size_t alignment_requirement() const { return m_level == HandleLevel::X86 ? 64 : 32; }
+    virtual size_t alignment_requirement() const { return alignment_of(m_level); }
     // Alignment of image rows in bytes; only the naive level has one, elsewhere the call stops the
     // process.
     virtual size_t image_pitch_alignment() const;

@@ -39,7 +39,8 @@ void Image2DFormat::assert_valid(const TensorLayout& layout) const {
     KERN_CHECK(layout.ndim > m_align_axis);
     for (size_t axis = 0; axis < layout.ndim; ++axis)
         KERN_CHECK(layout.shape[axis] != 0 && layout.stride[axis] >= 0);
-    KERN_CHECK(pitch_elems(layout, m_align_axis) % align_elems(layout.dtype) == 0);
+    const auto nearest = static_cast<size_t>(layout.stride[m_align_axis - 1]);
+    KERN_CHECK(nearest % align_elems(layout.dtype) == 0);
 }
 
 size_t Image2DFormat::fill_strides(TensorLayout& layout) const {

@@ -18,7 +18,7 @@ public:
     size_t align_size_log2() const { return m_align_size_log2; }
 
     // Stops the process unless `align_axis` is an axis, no length is zero, no stride is negative
-    // and the pitch is a multiple of the alignment.
+    // and the stride of the axis before it, 0 for a broadcast, is a multiple of the alignment.
     virtual void assert_valid(const TensorLayout& layout) const;
     // The format of the same alignment on another axis.
     virtual const Image2DFormat* with_axis(size_t new_axis) const = 0;

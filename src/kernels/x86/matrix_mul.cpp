@@ -10,7 +10,7 @@ namespace {
 
 // Lines of a B stored as K x N that are turned at a time: whole panels of every kernel.
 constexpr size_t TURNED_LINES = 192;
-constexpr size_t ALIGNMENT = 64;
+constexpr size_t ALIGNMENT = alignment_of(HandleLevel::X86);
 
 // Copies `count` lines, elements of neighbouring lines side by side, to lines that are contiguous.
 template <typename T>
