@@ -125,10 +125,6 @@ void run_binary(const BinaryWalk& walk, RowKernel kernel, void* output, size_t e
 
 }  // namespace
 
-ElementwiseImpl::BinaryRowKernel ElementwiseImpl::binary_row_kernel(DTypeEnum dtype) const {
-    return select_elementwise<BinaryRow, 2>(m_param.mode, dtype);
-}
-
 void ElementwiseImpl::exec(const std::vector<RawTensor>& inputs, const RawTensor& output) {
     check_exec(inputs, output);
     if (!output.layout.is_dense_raw()) {
@@ -146,8 +142,9 @@ void ElementwiseImpl::exec(const std::vector<RawTensor>& inputs, const RawTensor
     }
     if (inputs.size() == 2) {
         if (const auto walk = plan_binary(set)) {
-            dispatch([kernel = binary_row_kernel(dtype.enum_value()), walk = *walk,
-                      out = output.raw_ptr, element_bytes = dtype.element_bytes()] {
+            const auto kernel = select_elementwise<BinaryRow, 2>(m_param.mode, dtype.enum_value());
+            dispatch([kernel, walk = *walk, out = output.raw_ptr,
+                      element_bytes = dtype.element_bytes()] {
                 run_binary(walk, kernel, out, element_bytes);
             });
             return;
