@@ -1,4 +1,4 @@
-// Products and sums of machine words that stop the process instead of wrapping.
+// Arithmetic of machine words; products and sums stop the process instead of wrapping.
 #pragma once
 
 #include <cstddef>
@@ -28,6 +28,10 @@ std::common_type_t<A, B> checked_add(A a, B b) {
 inline ptrdiff_t checked_stride(size_t count) {
     KERN_CHECK(count <= static_cast<size_t>(PTRDIFF_MAX));
     return static_cast<ptrdiff_t>(count);
+}
+
+inline bool is_power_of_two(size_t value) {
+    return value != 0 && (value & (value - 1)) == 0;
 }
 
 // The smallest multiple of `unit` that is not below `value`; `unit` is not 0.

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "kernels/check.h"
+#include "kernels/checked_math.h"
 #include "kernels/relayout.h"
 
 namespace kern {
@@ -63,7 +64,7 @@ void KernelHandle::on_operator_destroyed(KernelOperator* op) const {
 }
 
 void set_naive_image_pitch_alignment(size_t bytes) {
-    KERN_CHECK(bytes != 0 && (bytes & (bytes - 1)) == 0);
+    KERN_CHECK(is_power_of_two(bytes));
     naive_image_pitch_alignment = bytes;
 }
 

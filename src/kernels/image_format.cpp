@@ -131,7 +131,7 @@ const Image2DFormat* Image2DPack4Format::with_axis(size_t new_axis) const {
 
 const Image2DPack4Format* image_pack4_format(size_t align_axis, size_t align_bytes) {
     KERN_CHECK(align_axis != 0);
-    KERN_CHECK(align_bytes != 0 && (align_bytes & (align_bytes - 1)) == 0);
+    KERN_CHECK(is_power_of_two(align_bytes));
     using Table = std::map<std::pair<size_t, size_t>, const Image2DPack4Format*>;
     static auto& mutex = *new std::mutex;  // like the formats, usable in destructors at exit
     static auto& formats = *new Table;

@@ -85,12 +85,9 @@ bool TensorLayout::is_abs_monotonic_allow_broadcast() const {
 bool TensorLayout::is_non_overlapping() const {
     using Axis = std::tuple<size_t, ptrdiff_t, size_t>;  // magnitude, stride, length
     Axis axes[MAX_NDIM];
-    for (size_t count = 0; count < ndim; ++count) {
-        const Axis axis(magnitude(stride[count]), stride[count], shape[count]);
-        Axis* place = std::upper_bound(axes, axes + count, axis);
-        std::copy_backward(place, axes + count, axes + count + 1);
-        *place = axis;
-    }
+    for (size_t axis = 0; axis < ndim; ++axis)
+        axes[axis] = Axis(magnitude(stride[axis]), stride[axis], shape[axis]);
+    std::sort(axes, axes + ndim);
 
     ptrdiff_t positive = 0;
     ptrdiff_t negative = 0;

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "kernels/check.h"
 #include "kernels/checked_math.h"
 #include "kernels/layout.h"
@@ -32,21 +34,11 @@ size_t TensorShape::element_count() const {
 }
 
 bool TensorShape::same_shape(const TensorShape& other) const {
-    if (ndim != other.ndim)
-        return false;
-    for (size_t axis = 0; axis < ndim; ++axis) {
-        if (shape[axis] != other.shape[axis])
-            return false;
-    }
-    return true;
+    return std::equal(shape, shape + ndim, other.shape, other.shape + other.ndim);
 }
 
 bool TensorShape::has_zero_axis() const {
-    for (size_t axis = 0; axis < ndim; ++axis) {
-        if (shape[axis] == 0)
-            return true;
-    }
-    return false;
+    return std::find(shape, shape + ndim, size_t{0}) != shape + ndim;
 }
 
 std::string TensorShape::to_string() const {

@@ -93,7 +93,7 @@ private:
 }  // namespace
 
 StaticMemoryAllocator::StaticMemoryAllocator(size_t alignment) : m_alignment(alignment) {
-    KERN_CHECK(alignment != 0 && (alignment & (alignment - 1)) == 0);
+    KERN_CHECK(kern::is_power_of_two(alignment));
 }
 
 size_t StaticMemoryAllocator::add(size_t begin, size_t end, size_t size) {
