@@ -6,15 +6,13 @@
 
 namespace kern {
 
-class ArgSelect : public KernelOperator {
-public:
-    struct Param {
-        int32_t axis = 0;
-    };
+struct ArgSelectParam {
+    int32_t axis = 0;
+};
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+class ArgSelect : public ParamOperator<ArgSelectParam> {
+public:
+    using ParamOperator::ParamOperator;
 
     // Both dense; `src` holds plain numbers, `dst` is Int32 with length 1 on the axis and
     // equal lengths elsewhere. The first of equal elements wins. A line without an element beyond
@@ -24,8 +22,6 @@ public:
 
 protected:
     void check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size);
-
-    Param m_param;
 };
 
 class ArgMax : public ArgSelect {

@@ -6,13 +6,9 @@
 
 namespace kern {
 
-class BatchedMatrixMul : public KernelOperator {
+class BatchedMatrixMul : public ParamOperator<MatrixMulParam> {
 public:
-    using Param = MatrixMul::Param;
-
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+    using ParamOperator::ParamOperator;
 
     // Three axes each, the first of one length; the others and the dtypes are those of MatrixMul.
     // Anything else stops the process.
@@ -26,8 +22,6 @@ public:
 
 protected:
     static void check_batches(const TensorLayout& a, const TensorLayout& b, const TensorLayout& c);
-
-    Param m_param;
 };
 
 }  // namespace kern

@@ -18,13 +18,14 @@ enum class CondTakeMode : uint32_t {
     GREATER_EQUAL = 5,
 };
 
-class CondTake : public KernelOperator {
+struct CondTakeParam {
+    CondTakeMode mode = CondTakeMode::EQUAL;
+    float value = 1;
+    float eps = 1e-6f;  // above zero
+};
+
+class CondTake : public ParamOperator<CondTakeParam> {
 public:
-    struct Param {
-        CondTakeMode mode = CondTakeMode::EQUAL;
-        float value = 1;
-        float eps = 1e-6f;  // above zero
-    };
     struct Outputs {
         RawTensor data;     // the selected elements, in one axis
         RawTensor indices;  // their Int32 positions in row-major order
@@ -32,9 +33,7 @@ public:
     // Memory for a dense tensor; runs in the calling thread. The shape may have no elements.
     using OutputAllocator = std::function<RawTensor(DType, const TensorShape&)>;
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+    using ParamOperator::ParamOperator;
 
     // `data` and `mask` are dense and of one shape, the mask of plain numbers. Waits for all
     // tasks of the dispatcher, because the outputs are allocated only once their length is known;
@@ -45,8 +44,6 @@ public:
 
 protected:
     void check_exec(const TensorLayout& data, const TensorLayout& mask, size_t workspace_size);
-
-    Param m_param;
 };
 
 }  // namespace kern

@@ -5,17 +5,15 @@
 
 namespace kern {
 
-class Cumsum : public KernelOperator {
-public:
-    struct Param {
-        int32_t axis = -1;      // a negative one counts from behind the last
-        bool exclusive = true;  // an element's own value is not in its sum
-        bool reverse = false;   // sums run from the element to the end
-    };
+struct CumsumParam {
+    int32_t axis = -1;      // a negative one counts from behind the last
+    bool exclusive = true;  // an element's own value is not in its sum
+    bool reverse = false;   // sums run from the element to the end
+};
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+class Cumsum : public ParamOperator<CumsumParam> {
+public:
+    using ParamOperator::ParamOperator;
 
     // Dense tensors of one layout, Float32, Float16 or integers that wrap around. Every sum is
     // rounded to the dtype before the next element is added. `dst` may be the memory of `src`.
@@ -26,8 +24,6 @@ protected:
     void check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size);
     // The parameter's axis, counted from the first; stops the process on one that is not there.
     size_t axis_of(const TensorLayout& src) const;
-
-    Param m_param;
 };
 
 }  // namespace kern

@@ -40,15 +40,13 @@ struct ModeTrait {
     }
 };
 
-class Elementwise : public KernelOperator {
-public:
-    struct Param {
-        ElementwiseMode mode{};
-    };
+struct ElementwiseParam {
+    ElementwiseMode mode{};
+};
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+class Elementwise : public ParamOperator<ElementwiseParam> {
+public:
+    using ParamOperator::ParamOperator;
 
     // All tensors have one dtype; the output is dense, not empty, and every input can be broadcast
     // to its shape. The output may be the memory of an input of the same layout.
@@ -59,8 +57,6 @@ public:
 
 protected:
     void check_exec(const std::vector<RawTensor>& inputs, const RawTensor& output) const;
-
-    Param m_param;
 };
 
 }  // namespace kern

@@ -62,6 +62,20 @@ private:
     KernelHandle* m_handle;
 };
 
+// Operators with parameters, which hold for the calls of `exec` after they were set.
+template <typename P>
+class ParamOperator : public KernelOperator {
+public:
+    using Param = P;
+
+    using KernelOperator::KernelOperator;
+    Param& param() { return m_param; }
+    const Param& param() const { return m_param; }
+
+protected:
+    Param m_param;
+};
+
 class KernelHandle {
 public:
     KernelHandle(ComputingHandle computing, HandleLevel level);

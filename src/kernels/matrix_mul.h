@@ -18,18 +18,16 @@ enum class MatrixMulDataType : uint32_t {
     ASYMM8_TO_S32 = 4,    // Quantized8Asymm to QuantizedS32, zero points subtracted
 };
 
-class MatrixMul : public KernelOperator {
-public:
-    struct Param {
-        bool transpose_a = false;  // A is stored as K x M
-        bool transpose_b = false;  // B is stored as N x K
-        MatrixMulDataType data_type = MatrixMulDataType::DEFAULT;
-    };
+struct MatrixMulParam {
+    bool transpose_a = false;  // A is stored as K x M
+    bool transpose_b = false;  // B is stored as N x K
+    MatrixMulDataType data_type = MatrixMulDataType::DEFAULT;
+};
 
-    using KernelOperator::KernelOperator;
+class MatrixMul : public ParamOperator<MatrixMulParam> {
+public:
+    using ParamOperator::ParamOperator;
     bool is_thread_safe() const override { return true; }
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
 
     // A is {M, K}, B {K, N}, C {M, N} after the transpositions. Rows may be padded: the last axis
     // has stride 1 and the first at least the row's length. The products of floats in one element
@@ -63,9 +61,6 @@ public:
     // What `exec` begins with: stops the process on arguments that the operator does not define.
     void check_exec(const TensorLayout& a, const TensorLayout& b, const TensorLayout& c,
                     size_t workspace_size);
-
-protected:
-    Param m_param;
 };
 
 }  // namespace kern

@@ -19,17 +19,15 @@ enum class ReduceDataType : uint32_t {
     QUINT_I8_O32 = 4,     // Quantized8Asymm input
 };
 
-class Reduce : public KernelOperator {
-public:
-    struct Param {
-        ReduceMode mode = ReduceMode::SUM;
-        int32_t axis = 0;
-        ReduceDataType data_type = ReduceDataType::DEFAULT;
-    };
+struct ReduceParam {
+    ReduceMode mode = ReduceMode::SUM;
+    int32_t axis = 0;
+    ReduceDataType data_type = ReduceDataType::DEFAULT;
+};
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+class Reduce : public ParamOperator<ReduceParam> {
+public:
+    using ParamOperator::ParamOperator;
 
     // Both layouts dense, of the same ndim; `dst` has length 1 on the axis and equal lengths
     // elsewhere. An axis of length 1 is copied, except by SUM_SQR. Results that a quantised `dst`
@@ -44,8 +42,6 @@ protected:
     void check_exec(const TensorLayout& src, const TensorLayout& dst, size_t workspace_size);
     // What elements are converted to before they are combined.
     DType working_dtype(DType src) const;
-
-    Param m_param;
 };
 
 }  // namespace kern

@@ -6,18 +6,18 @@
 
 namespace kern {
 
-class Argsort : public KernelOperator {
-public:
-    // Numbers are stored in graph files. DESCENDING is exactly the reverse of ASCENDING: equal
-    // values come by falling index.
-    enum class Order : uint32_t { ASCENDING = 0, DESCENDING = 1 };
-    struct Param {
-        Order order = Order::ASCENDING;
-    };
+// Numbers are stored in graph files. DESCENDING is exactly the reverse of ASCENDING: equal
+// values come by falling index.
+enum class ArgsortOrder : uint32_t { ASCENDING = 0, DESCENDING = 1 };
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+struct ArgsortParam {
+    ArgsortOrder order = ArgsortOrder::ASCENDING;
+};
+
+class Argsort : public ParamOperator<ArgsortParam> {
+public:
+    using Order = ArgsortOrder;
+    using ParamOperator::ParamOperator;
 
     // All dense and of shape {rows, length}: `src` and `dst` Float32, `indices` Int32. `dst`
     // may not be the memory of `src`.
@@ -29,29 +29,28 @@ public:
 protected:
     void check_exec(const TensorLayout& src, const TensorLayout& dst, const TensorLayout& indices,
                     size_t workspace_size);
-
-    Param m_param;
 };
 
-class TopK : public KernelOperator {
+// Numbers are stored in graph files.
+enum class TopKMode : uint32_t {
+    KTH_VALUE = 0,  // the value at position |k| of the order alone
+    UNORDERED = 1,  // the |k| first values and their indices, in no stated order
+    ORDERED = 2,    // the same in order
+};
+
+struct TopKParam {
+    TopKMode mode = TopKMode::KTH_VALUE;
+};
+
+class TopK : public ParamOperator<TopKParam> {
 public:
-    // Numbers are stored in graph files.
-    enum class Mode : uint32_t {
-        KTH_VALUE = 0,  // the value at position |k| of the order alone
-        UNORDERED = 1,  // the |k| first values and their indices, in no stated order
-        ORDERED = 2,    // the same in order
-    };
-    struct Param {
-        Mode mode = Mode::KTH_VALUE;
-    };
+    using Mode = TopKMode;
     struct Outputs {
         TensorLayout values;   // the data's dtype: {rows} for KTH_VALUE, otherwise {rows, |k|}
         TensorLayout indices;  // Int32 {rows, |k|}; without a shape for KTH_VALUE, which has none
     };
 
-    using KernelOperator::KernelOperator;
-    Param& param() { return m_param; }
-    const Param& param() const { return m_param; }
+    using ParamOperator::ParamOperator;
 
     // `data` is dense {rows, length} of plain numbers. A positive `k` selects from the smallest on,
     // a negative one from the largest; |k| is from 1 to length. The outputs are dense. The
@@ -66,8 +65,6 @@ public:
 protected:
     void check_exec(int32_t k, const TensorLayout& data, const TensorLayout& values,
                     const TensorLayout& indices, size_t workspace_size);
-
-    Param m_param;
 };
 
 }  // namespace kern
