@@ -7,7 +7,7 @@
 
 namespace kern {
 
-// Numbers are stored in graph files. EQUAL and NOT_EQUAL on float masks mean nearer to the value
+// Numbers never change. EQUAL and NOT_EQUAL on float masks mean nearer to the value
 // than `eps`, and not so.
 enum class CondTakeMode : uint32_t {
     EQUAL = 0,

@@ -31,8 +31,8 @@ constexpr DTypeRecord PLAIN_TYPES[] = {
 };
 constexpr uint32_t NR_PLAIN_TYPES = sizeof(PLAIN_TYPES) / sizeof(PLAIN_TYPES[0]);
 
-// Quantized8Asymm counts as signed although its elements are unsigned bytes with a zero point:
-// stored descriptions of the type say so, and no kernel branches on it.
+// Quantized8Asymm counts as signed although its elements are unsigned bytes: the numbers that they
+// stand for have signs, through the zero point. No kernel branches on it.
 constexpr DTypeRecord QUANTIZED8_ASYMM_FIELDS = {
     "Quantized8Asymm", 0, 0, DTypeEnum::QUANTIZED8_ASYMM, Category::QUANTISED, Sign::SIGNED, true};
 constexpr DTypeRecord QUANTIZED_S32_FIELDS = {

@@ -8,7 +8,7 @@
 
 namespace kern {
 
-// Numbers are stored in graph files.
+// Numbers never change.
 enum class DTypeEnum : uint32_t {
     FLOAT32 = 0,
     UINT8 = 1,

@@ -8,7 +8,7 @@
 
 namespace kern {
 
-// The numbers are stored in graph files; the formulas stand in `elementwise_modes.inc`.
+// The numbers never change; the formulas stand in `elementwise_modes.inc`.
 enum class ElementwiseMode : uint32_t {
 #define KERN_ELEMENTWISE_MODE(number, name, ...) name = number,
 #include "kernels/elementwise_modes.inc"

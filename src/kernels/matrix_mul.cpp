@@ -43,13 +43,13 @@ DTypeEnum MatrixMul::deduce_dtype(MatrixMulDataType data_type, DTypeEnum operand
 }
 
 void MatrixMul::exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
-                            const std::vector<FollowUp>& operations, const Workspace& workspace) {
-    KERN_CHECK(operations.empty());
+                            const std::vector<Epilogue>& epilogues, const Workspace& workspace) {
+    KERN_CHECK(epilogues.empty());
     exec(a, b, c, workspace);
 }
 
 size_t MatrixMul::nr_foldable(const TensorLayout&, const TensorLayout&,
-                              const std::vector<FollowUp>&) const {
+                              const std::vector<Epilogue>&) const {
     return 0;
 }
 

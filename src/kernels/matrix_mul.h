@@ -9,7 +9,7 @@
 
 namespace kern {
 
-// What is accumulated into what; the numbers are stored in graph files.
+// What is accumulated into what; the numbers never change.
 enum class MatrixMulDataType : uint32_t {
     DEFAULT = 0,          // any float, accumulated in the element type
     INT8_TO_INT16 = 1,    // 16-bit accumulation
@@ -41,17 +41,17 @@ public:
 
     // An elementwise operation on the whole product, broadcast: C = mode(C, operand). Borrows the
     // operand's memory, which is not that of C.
-    struct FollowUp {
+    struct Epilogue {
         ElementwiseMode mode;
         RawTensor operand;
     };
-    // `exec` and then each of the operations in turn, with the same bits as one after the other,
-    // but C is written once. An operation that the level does not fold stops the process.
+    // `exec` and then each of the epilogues, with the same bits as one after the other, but C is
+    // written once. An epilogue that the level does not fold stops the process.
     virtual void exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
-                             const std::vector<FollowUp>& operations, const Workspace& workspace);
-    // How many of the operations, from the first on, this level folds: none but where it says so.
+                             const std::vector<Epilogue>& epilogues, const Workspace& workspace);
+    // How many of the epilogues, from the first on, this level folds: none but where it says so.
     virtual size_t nr_foldable(const TensorLayout& a, const TensorLayout& c,
-                               const std::vector<FollowUp>& operations) const;
+                               const std::vector<Epilogue>& epilogues) const;
 
     // What C is for operands of these shapes and of one dtype. Operands that do not fit each other
     // or the parameters stop the process. The scale of a quantised C is the caller's to choose.

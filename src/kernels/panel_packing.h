@@ -17,21 +17,21 @@ constexpr size_t LANES = simd::LANES<float>;
 constexpr size_t CACHE_LINE = 64 / sizeof(float);
 // Steps of k that all lines of a panel take before any goes on: what they fill of the panel stays
 // in the nearest cache until its vectors are complete lines.
-constexpr size_t TURN_DEPTH = 4 * CACHE_LINE;
+constexpr size_t TRANSPOSED_DEPTH = 4 * CACHE_LINE;
 
-// Four lines that are contiguous along k, to lanes of a panel: blocks of 4 x 4 values are turned in
-// registers. Lines are too short for the hardware to see them coming, so those `ahead` elements
-// further on, which the next panel will need, are asked for here.
+// Four lines that are contiguous along k, to lanes of a panel: blocks of 4 x 4 values are
+// transposed in registers. Lines are too short for the hardware to see them coming, so those
+// `ahead` elements further on, which the next panel will need, are prefetched here.
 template <size_t WIDTH>
-void turn_lines(const float* first, ptrdiff_t line_step, ptrdiff_t ahead, size_t depth,
-                float* target) {
+void transpose_lines(const float* first, ptrdiff_t line_step, ptrdiff_t ahead, size_t depth,
+                     float* target) {
     const float* line0 = first;
     const float* line1 = line0 + line_step;
     const float* line2 = line1 + line_step;
     const float* line3 = line2 + line_step;
     ptrdiff_t width = WIDTH;
     simd::keep_in_register(width);
-    const auto turn_block = [&] {
+    const auto transpose_block = [&] {
         simd::F32x4 r0 = simd::load_next(line0);
         simd::F32x4 r1 = simd::load_next(line1);
         simd::F32x4 r2 = simd::load_next(line2);
@@ -46,14 +46,14 @@ void turn_lines(const float* first, ptrdiff_t line_step, ptrdiff_t ahead, size_t
     size_t rest = depth;
     for (; rest >= CACHE_LINE; rest -= CACHE_LINE) {
         for (size_t block = 0; block < CACHE_LINE; block += LANES)
-            turn_block();
+            transpose_block();
         __builtin_prefetch(line0 + ahead);
         __builtin_prefetch(line1 + ahead);
         __builtin_prefetch(line2 + ahead);
         __builtin_prefetch(line3 + ahead);
     }
     for (; rest >= LANES; rest -= LANES)
-        turn_block();
+        transpose_block();
     for (; rest != 0; --rest, target += WIDTH) {
         target[0] = *line0++;
         target[1] = *line1++;
@@ -85,18 +85,19 @@ void pack_panel(const Lines<float>& lines, size_t depth, float* panel) {
                         WIDTH * sizeof(float));
         return;
     }
-    size_t turned = 0;  // lanes in whole groups of four lines that are contiguous along k
+    size_t transposed = 0;  // lanes in whole groups of four lines that are contiguous along k
     if (lines.k_step == 1)
-        turned = std::min(WIDTH, lines.count / packing::LANES * packing::LANES);
+        transposed = std::min(WIDTH, lines.count / packing::LANES * packing::LANES);
     const bool is_last = lines.count < 2 * WIDTH;
     const ptrdiff_t ahead = is_last ? 0 : lines.line_step * static_cast<ptrdiff_t>(WIDTH);
-    for (size_t k = 0; k < depth; k += packing::TURN_DEPTH) {
-        const size_t count = std::min(packing::TURN_DEPTH, depth - k);
-        for (size_t lane = 0; lane < turned; lane += packing::LANES)
-            packing::turn_lines<WIDTH>(at_step(lines.first, lane, lines.line_step) + k,
-                                       lines.line_step, ahead, count, panel + k * WIDTH + lane);
+    for (size_t k = 0; k < depth; k += packing::TRANSPOSED_DEPTH) {
+        const size_t count = std::min(packing::TRANSPOSED_DEPTH, depth - k);
+        for (size_t lane = 0; lane < transposed; lane += packing::LANES)
+            packing::transpose_lines<WIDTH>(at_step(lines.first, lane, lines.line_step) + k,
+                                            lines.line_step, ahead, count,
+                                            panel + k * WIDTH + lane);
     }
-    for (size_t lane = turned; lane < WIDTH; lane += packing::LANES)
+    for (size_t lane = transposed; lane < WIDTH; lane += packing::LANES)
         packing::copy_lines<WIDTH>(lines.from(std::min(lane, lines.count)), depth, panel + lane);
 }
 

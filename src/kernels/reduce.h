@@ -8,7 +8,7 @@
 
 namespace kern {
 
-// Numbers are stored in graph files.
+// Numbers never change.
 enum class ReduceMode : uint32_t { SUM = 0, SUM_SQR = 1, PRODUCT = 2, MIN = 3, MAX = 4, MEAN = 5 };
 
 enum class ReduceDataType : uint32_t {

@@ -60,7 +60,7 @@ struct Max : Plain<T> {
     static T combine(T a, T b) { return widen(a) > widen(b) ? a : b; }
 };
 
-// Turns `count` combinations of `length` elements each into the mode's results. Out of line: one
+// Makes of `count` combinations of `length` elements each the mode's results. Out of line: one
 // division per type, not one in each of the many kernels.
 template <typename T>
 [[gnu::noinline]] void finish(ReduceMode mode, size_t length, T* results, size_t count) {

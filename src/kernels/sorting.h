@@ -6,7 +6,7 @@
 
 namespace kern {
 
-// Numbers are stored in graph files. DESCENDING is exactly the reverse of ASCENDING: equal
+// Numbers never change. DESCENDING is exactly the reverse of ASCENDING: equal
 // values come by falling index.
 enum class ArgsortOrder : uint32_t { ASCENDING = 0, DESCENDING = 1 };
 
@@ -31,7 +31,7 @@ protected:
                     size_t workspace_size);
 };
 
-// Numbers are stored in graph files.
+// Numbers never change.
 enum class TopKMode : uint32_t {
     KTH_VALUE = 0,  // the value at position |k| of the order alone
     UNORDERED = 1,  // the |k| first values and their indices, in no stated order

@@ -84,7 +84,7 @@ struct Operands {
 // before unmapped memory; nothing around it may change. Epilogues, if any, must all be taken.
 inline std::unique_ptr<Tensor> product(
     kern::HandleLevel level, const Problem& problem, const Kind& kind, const Operands& in,
-    size_t misalignment = 0, const std::vector<kern::MatrixMul::FollowUp>& operations = {}) {
+    size_t misalignment = 0, const std::vector<kern::MatrixMul::Epilogue>& operations = {}) {
     auto c = std::make_unique<Tensor>(problem.c(kind.stored_out));
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<kern::MatrixMul>();

@@ -60,7 +60,7 @@ void expect_folded_bits(kern::HandleLevel level, const Problem& problem, const K
             value = value - static_cast<Word>(columns.at<T>(i % problem.columns));
         wanted->at<T>(i) = static_cast<T>(value);
     }
-    std::vector<kern::MatrixMul::FollowUp> operations;
+    std::vector<kern::MatrixMul::Epilogue> operations;
     if (with_rows)
         operations.push_back({ElementwiseMode::SUB, rows.raw()});
     if (with_columns)
@@ -113,7 +113,7 @@ TEST_P(X86, FoldsOnlySubtractionsOfRowsThenColumns) {
         {{rows}, 0, ElementwiseMode::SUB, MatrixMulDataType::FLOAT_IO16_CO32},
     };
     for (const auto& item : cases) {
-        std::vector<kern::MatrixMul::FollowUp> operations;
+        std::vector<kern::MatrixMul::Epilogue> operations;
         for (const TensorLayout& layout : item.operands)
             operations.push_back({item.mode, {nullptr, layout}});
         op->param().data_type = item.data_type;

@@ -22,8 +22,8 @@ public:
 
     const OperatorType* type_record() const override;
     kern::ElementwiseMode mode() const { return m_mode; }
-    // Told by the product whose epilogue this operator may be a part of, in every run: whether it
-    // has computed the output already.
+    // Told by the product that this operator is an epilogue of, in every run: whether it has
+    // computed the output already.
     void computed_by_product(bool yes) { m_is_computed = yes; }
     void plan_output_memory(bool dynamic) override;
 

@@ -22,7 +22,7 @@ public:
 
     // The elementwise operator that alone reads the var, as the first of two inputs of its node; or
     // null.
-    ElementwiseOperator* follower(const GraphVar* var) const {
+    ElementwiseOperator* epilogue(const GraphVar* var) const {
         const auto found = m_readers.find(var);
         if (found == m_readers.end() || found->second.size() != 1)
             return nullptr;
@@ -48,11 +48,11 @@ void fold_into_products(const std::vector<GraphOperator*>& order,
         auto* product = dynamic_cast<MatrixMultiply*>(op);
         if (!product)
             continue;
-        std::vector<ElementwiseOperator*> followers;
-        while (ElementwiseOperator* next = readers.follower(
-                   followers.empty() ? product->output(0) : followers.back()->output(0)))
-            followers.push_back(next);
-        product->followers(std::move(followers));
+        std::vector<ElementwiseOperator*> epilogues;
+        while (ElementwiseOperator* next = readers.epilogue(
+                   epilogues.empty() ? product->output(0) : epilogues.back()->output(0)))
+            epilogues.push_back(next);
+        product->epilogues(std::move(epilogues));
     }
 }
 

@@ -9,9 +9,9 @@ namespace orb {
 class GraphOperator;
 class GraphVar;
 
-// Tells each product in a compiled order which elementwise operators follow it (see
-// MatrixMultiply), and forgets what an earlier order said. Nothing that `outputs` names is passed
-// over.
+// Tells each product in a compiled order which elementwise operators are its epilogues
+// (see MatrixMultiply), and forgets what an earlier order said. Nothing that `outputs` names is
+// passed over.
 void fold_into_products(const std::vector<GraphOperator*>& order,
                         const std::vector<GraphVar*>& outputs);
 

@@ -125,26 +125,26 @@ void MatrixMultiply::register_output_inference() {
     owner_graph().inference_manager().add_shape_rule(output(1), std::move(workspace_rule));
 }
 
-void MatrixMultiply::followers(std::vector<ElementwiseOperator*> operators) {
-    m_followers = std::move(operators);
+void MatrixMultiply::epilogues(std::vector<ElementwiseOperator*> operators) {
+    m_epilogues = std::move(operators);
 }
 
 // Those whose operand has its value already and whose result takes the product's place, in the same
 // layout: the plan keeps that memory for nothing else until they have run.
-std::vector<kern::MatrixMul::FollowUp> MatrixMultiply::operations_to_fold() const {
+std::vector<kern::MatrixMul::Epilogue> MatrixMultiply::epilogues_to_fold() const {
     const VarMemoryManager& memory = owner_graph().memory_manager();
     const DeviceTensorND& product = output_value(0);
-    std::vector<kern::MatrixMul::FollowUp> operations;
-    operations.reserve(m_followers.size());
-    for (const ElementwiseOperator* follower : m_followers) {
-        const GraphVar* result = follower->output(0);
-        const GraphVar* operand = follower->input(1);
+    std::vector<kern::MatrixMul::Epilogue> to_fold;
+    to_fold.reserve(m_epilogues.size());
+    for (const ElementwiseOperator* epilogue : m_epilogues) {
+        const GraphVar* result = epilogue->output(0);
+        const GraphVar* operand = epilogue->input(1);
         if (!result->is_static_storage() || !memory.has_value_before(operand, this) ||
             result->device_value().raw_ptr() != product.raw_ptr())
             break;
-        operations.push_back({follower->mode(), operand->device_value().as_raw()});
+        to_fold.push_back({epilogue->mode(), operand->device_value().as_raw()});
     }
-    return operations;
+    return to_fold;
 }
 
 void MatrixMultiply::run_on_node() {
@@ -153,13 +153,13 @@ void MatrixMultiply::run_on_node() {
     const kern::RawTensor b = operand(input_value(1), form.transpose_b);
     const DeviceTensorND& workspace = output_value(1);
     const kern::RawTensor c = output_value(0).as_raw();
-    auto operations = operations_to_fold();
+    auto to_fold = epilogues_to_fold();
     kernel().param() = form;
-    operations.resize(kernel().nr_foldable(a.layout, c.layout, operations));
-    kernel().exec_folded(a, b, c, operations, {workspace.raw_ptr(), workspace.shape(0)});
-    m_nr_folded = operations.size();
-    for (size_t i = 0; i < m_followers.size(); ++i)
-        m_followers[i]->computed_by_product(i < m_nr_folded);
+    to_fold.resize(kernel().nr_foldable(a.layout, c.layout, to_fold));
+    kernel().exec_folded(a, b, c, to_fold, {workspace.raw_ptr(), workspace.shape(0)});
+    m_nr_folded = to_fold.size();
+    for (size_t i = 0; i < m_epilogues.size(); ++i)
+        m_epilogues[i]->computed_by_product(i < m_nr_folded);
     kernel().param() = m_param;
 }
 

@@ -21,10 +21,10 @@ public:
     const OperatorType* type_record() const override;
     const Param& param() const { return m_param; }
 
-    // Elementwise operators that come after this one in the compiled order, each the only reader of
-    // the output before it, which is its first input. In every run the product computes as many of
-    // them as it can while it writes its result, and tells them.
-    void followers(std::vector<ElementwiseOperator*> operators);
+    // The epilogues: elementwise operators that come after this one in the compiled order, each the
+    // only reader of the output before it, which is its first input. In every run the product
+    // computes as many of them as it can while it writes its result, and tells them.
+    void epilogues(std::vector<ElementwiseOperator*> operators);
     // So many in the last run that computed anything.
     size_t nr_folded() const { return m_nr_folded; }
 
@@ -39,10 +39,10 @@ private:
     kern::TensorShape output_shape(const kern::TensorShape& a, const kern::TensorShape& b) const;
     size_t get_workspace_size(const kern::TensorShape& a, const kern::TensorShape& b);
     kern::MatrixMul& kernel();
-    std::vector<kern::MatrixMul::FollowUp> operations_to_fold() const;
+    std::vector<kern::MatrixMul::Epilogue> epilogues_to_fold() const;
 
     Param m_param;
-    std::vector<ElementwiseOperator*> m_followers;
+    std::vector<ElementwiseOperator*> m_epilogues;
     size_t m_nr_folded = 0;
     std::unique_ptr<kern::MatrixMul> m_kernel;
 };

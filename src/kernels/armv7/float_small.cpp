@@ -69,7 +69,7 @@ void multiply_rows(const FloatProduct& product) {
 }
 
 // Up to four elements of a C of one column, a lane for each row of A. Four values of each row are
-// turned in registers, so that a lane adds its row's products one by one.
+// transposed in registers, so that a lane adds its row's products one by one.
 void multiply_vector(const FloatProduct& product, size_t row, size_t count) {
     const float* rows[LANES];
     for (size_t lane = 0; lane < LANES; ++lane)

@@ -16,9 +16,9 @@ using simd::I8x8;
 
 constexpr size_t PANEL_ROWS = 4;
 constexpr size_t PANEL_COLUMNS = 2;
-constexpr size_t STEP = 16;   // bytes of depth that are multiplied at once
-constexpr size_t TURNED = 8;  // lines and positions of a block that is transposed in registers
-constexpr size_t BLOCK_COLUMNS = TURNED;  // columns of B that are packed at once
+constexpr size_t STEP = 16;  // bytes of depth that are multiplied at once
+constexpr size_t BLOCK = 8;  // lines and positions of a block that is transposed in registers
+constexpr size_t BLOCK_COLUMNS = BLOCK;  // columns of B that are packed at once
 constexpr size_t PANEL_ALIGNMENT = 16;
 
 size_t panel_bytes(size_t lines, size_t panel_width, size_t depth) {
@@ -53,25 +53,26 @@ void pack_contiguous(const Lines<int8_t>& lines, size_t depth, const PanelPlaces
 
 // Eight positions of eight lines change places in registers.
 template <size_t WIDTH>
-inline void turn_block(const int8_t* source, ptrdiff_t k_step, int8_t* target, size_t panel_bytes) {
-    I8x8 block[TURNED];
-    for (size_t i = 0; i < TURNED; ++i, source += k_step)
+inline void transpose_block(const int8_t* source, ptrdiff_t k_step, int8_t* target,
+                            size_t panel_bytes) {
+    I8x8 block[BLOCK];
+    for (size_t i = 0; i < BLOCK; ++i, source += k_step)
         block[i] = simd::load_eight(source);
     simd::transpose(block);
-    for (size_t i = 0; i < TURNED; ++i)
+    for (size_t i = 0; i < BLOCK; ++i)
         simd::store_eight(target + i / WIDTH * panel_bytes + i % WIDTH * STEP, block[i]);
 }
 
 // For lines that are neighbours in memory.
 template <size_t WIDTH>
-void pack_turned(const Lines<int8_t>& lines, size_t depth, const PanelPlaces<WIDTH>& places) {
-    for (size_t line = 0; line < lines.count; line += TURNED) {
-        const size_t count = std::min(TURNED, lines.count - line);
+void pack_transposed(const Lines<int8_t>& lines, size_t depth, const PanelPlaces<WIDTH>& places) {
+    for (size_t line = 0; line < lines.count; line += BLOCK) {
+        const size_t count = std::min(BLOCK, lines.count - line);
         const int8_t* source = lines.first + line;
         size_t k = 0;
-        for (; count == TURNED && k + TURNED <= depth; k += TURNED)
-            turn_block<WIDTH>(at_step(source, k, lines.k_step), lines.k_step, places.at(line, k),
-                              WIDTH * places.padded_depth);
+        for (; count == BLOCK && k + BLOCK <= depth; k += BLOCK)
+            transpose_block<WIDTH>(at_step(source, k, lines.k_step), lines.k_step,
+                                   places.at(line, k), WIDTH * places.padded_depth);
         for (; k < places.padded_depth; ++k) {
             for (size_t i = 0; i < count; ++i)
                 *places.at(line + i, k) =
@@ -139,7 +140,7 @@ void pack_int8_panels(const Lines<int8_t>& lines, size_t depth, int8_t* panels) 
     if (lines.k_step == 1)
         pack_contiguous(lines, depth, places);
     else
-        pack_turned(lines, depth, places);
+        pack_transposed(lines, depth, places);
 }
 
 template void pack_int8_panels<PANEL_ROWS>(const Lines<int8_t>&, size_t, int8_t*);

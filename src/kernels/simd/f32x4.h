@@ -37,7 +37,7 @@ inline F32x4 add_product_lane(F32x4 sum, F32x4 a, F32x4 b) {
                     : vmlaq_lane_f32(sum, a, vget_high_f32(b), LANE & 1);
 }
 // All bits set in the lanes where a > b; in no lane that holds a NaN.
-// Written in assembly, because GCC 12 turns the intrinsic into four scalar comparisons.
+// Written in assembly, because GCC 12 makes of the intrinsic four scalar comparisons.
 inline I32x4 greater(F32x4 a, F32x4 b) {
     I32x4 mask;
     asm("vcgt.f32 %q0, %q1, %q2" : "=w"(mask) : "w"(a), "w"(b));

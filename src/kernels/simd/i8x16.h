@@ -48,19 +48,19 @@ namespace detail {
 
 // Of each pair of neighbours (of 1, 2 or 4 bytes) the second of `a` changes with the first of `b`.
 inline void swap_bytes(I8x8& a, I8x8& b) {
-    const int8x8x2_t turned = vtrn_s8(a, b);
-    a = turned.val[0];
-    b = turned.val[1];
+    const int8x8x2_t transposed = vtrn_s8(a, b);
+    a = transposed.val[0];
+    b = transposed.val[1];
 }
 inline void swap_pairs(I8x8& a, I8x8& b) {
-    const int16x4x2_t turned = vtrn_s16(vreinterpret_s16_s8(a), vreinterpret_s16_s8(b));
-    a = vreinterpret_s8_s16(turned.val[0]);
-    b = vreinterpret_s8_s16(turned.val[1]);
+    const int16x4x2_t transposed = vtrn_s16(vreinterpret_s16_s8(a), vreinterpret_s16_s8(b));
+    a = vreinterpret_s8_s16(transposed.val[0]);
+    b = vreinterpret_s8_s16(transposed.val[1]);
 }
 inline void swap_quads(I8x8& a, I8x8& b) {
-    const int32x2x2_t turned = vtrn_s32(vreinterpret_s32_s8(a), vreinterpret_s32_s8(b));
-    a = vreinterpret_s8_s32(turned.val[0]);
-    b = vreinterpret_s8_s32(turned.val[1]);
+    const int32x2x2_t transposed = vtrn_s32(vreinterpret_s32_s8(a), vreinterpret_s32_s8(b));
+    a = vreinterpret_s8_s32(transposed.val[0]);
+    b = vreinterpret_s8_s32(transposed.val[1]);
 }
 
 }  // namespace detail

@@ -2,7 +2,7 @@
 // types, elsewhere the compiler's own vectors, so that one text of a kernel runs on both. Integer
 // vectors take the ordinary operators where nothing can overflow, which is as undefined in a lane
 // as in an int; those that wrap around are in integers.h. Those of floats are in f32x4.h, because
-// the compiler would turn their operators into scalar code on NEON.
+// the compiler would make scalar code of their operators on NEON.
 #pragma once
 
 #include <cstddef>

@@ -24,10 +24,10 @@ struct Product {
     void* c;  // row i, column j: line i of A times line j of B
     ptrdiff_t c_row;
     void* workspace;  // aligned to 64 bytes
-    // What is taken from each result before it is written, one after the other: for each line of A
-    // and for each line of B, of the results' type. Either may be null.
-    const void* row_terms = nullptr;
-    const void* column_terms = nullptr;
+    // The epilogue: what is subtracted from each result before it is written, one after the other,
+    // for each line of A and for each line of B, of the results' type. Either may be null.
+    const void* row_epilogue = nullptr;
+    const void* column_epilogue = nullptr;
 };
 
 // 16 partial sums make up one element of a float product: partial l adds the products of

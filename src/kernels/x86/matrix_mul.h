@@ -17,10 +17,10 @@ public:
     void exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
               const Workspace& workspace) override;
     void exec_folded(const RawTensor& a, const RawTensor& b, const RawTensor& c,
-                     const std::vector<FollowUp>& operations, const Workspace& workspace) override;
+                     const std::vector<Epilogue>& epilogues, const Workspace& workspace) override;
     // A subtraction of an {M, 1}, then one of a {1, N}, or either alone; dense, of C's dtype.
     size_t nr_foldable(const TensorLayout& a, const TensorLayout& c,
-                       const std::vector<FollowUp>& operations) const override;
+                       const std::vector<Epilogue>& epilogues) const override;
     size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,
                               const TensorLayout& c) override;
     const KernelTable& kernels() const { return m_kernels; }

@@ -117,12 +117,12 @@ inline Vec repeat_four(const int32_t* four) {
     return _mm256_broadcastsi128_si256(
         _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(four))));
 }
-// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i, less term n.
-inline void sum_halves(const Vec (&sums)[2][4], Vec terms, int32_t* results) {
+// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i, less subtracted n.
+inline void sum_halves(const Vec (&sums)[2][4], Vec subtracted, int32_t* results) {
 #pragma GCC unroll 2
     for (size_t i = 0; i < 2; ++i)
         store(results + 8 * i,
-              subtract(sum_each_half(sums[i][0], sums[i][1], sums[i][2], sums[i][3]), terms));
+              subtract(sum_each_half(sums[i][0], sums[i][1], sums[i][2], sums[i][3]), subtracted));
 }
 
 }  // namespace

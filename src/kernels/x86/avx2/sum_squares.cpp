@@ -1,5 +1,5 @@
 // Sums of squares along rows, each from left to right: a lane is a row, for 8 rows at a time. For
-// every set of this level: wider vectors would turn more than they add.
+// every set of this level: wider vectors would transpose more than they add.
 #include <immintrin.h>
 
 #include "kernels/x86/kernel_table.h"

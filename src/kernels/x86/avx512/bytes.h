@@ -132,8 +132,8 @@ inline Vec repeat_four(const int32_t* four) {
     return _mm512_broadcast_i32x4(
         _mm_loadu_si128(static_cast<const __m128i*>(static_cast<const void*>(four))));
 }
-// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i, less term n.
-inline void sum_halves(const Vec (&sums)[2][4], Vec terms, int32_t* results) {
+// Result 8 i + 4 h + n is the sum of the lanes in half h of vector n of pair i, less subtracted n.
+inline void sum_halves(const Vec (&sums)[2][4], Vec subtracted, int32_t* results) {
     Vec v[4];  // quarter 2 i + h: of half h of pair i
 #pragma GCC unroll 4
     for (size_t n = 0; n < 4; ++n)
@@ -143,7 +143,7 @@ inline void sum_halves(const Vec (&sums)[2][4], Vec terms, int32_t* results) {
     for (size_t n = 0; n < 4; n += 2)
         v[n] = add(_mm512_unpacklo_epi32(v[n], v[n + 1]), _mm512_unpackhi_epi32(v[n], v[n + 1]));
     const Vec ones = add(_mm512_unpacklo_epi64(v[0], v[2]), _mm512_unpackhi_epi64(v[0], v[2]));
-    store(results, subtract(ones, terms));
+    store(results, subtract(ones, subtracted));
 }
 
 }  // namespace
