@@ -32,8 +32,11 @@ public:
     // A is {M, K}, B {K, N}, C {M, N} after the transpositions. Rows may be padded: the last axis
     // has stride 1 and the first at least the row's length. The products of floats in one element
     // of C are added in one order at each level, whatever the sizes: that of increasing k into one
-    // accumulator, but for Float32 at the x86 level that of x86/kernel_table.h. Sums of integers
-    // wrap around, and have the same bits at every level but armv7: see armv7/int8_product.h.
+    // accumulator, but for Float32 at the x86 level that of x86/kernel_table.h. So naive, fallback
+    // and armv7 give the same bits, but for denormals on 32-bit Arm: the vectors there take them
+    // for zeros and give zeros for them, while the scalar loops of naive keep them. Sums of
+    // integers wrap around, and have the same bits at every level but armv7: see
+    // armv7/int8_product.h.
     virtual void exec(const RawTensor& a, const RawTensor& b, const RawTensor& c,
                       const Workspace& workspace) = 0;
     virtual size_t workspace_in_bytes(const TensorLayout& a, const TensorLayout& b,

@@ -1,5 +1,6 @@
 // Four floats side by side, one vector register. Lanes never mix in arithmetic, so a lane has the
-// bits that scalar code would give it, apart from denormals, which NEON takes as zeros.
+// bits that scalar code would give it, apart from denormals, which NEON takes for zeros and gives
+// zeros for.
 #pragma once
 
 #include "kernels/simd/vector_types.h"
