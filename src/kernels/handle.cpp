@@ -79,8 +79,17 @@ std::unique_ptr<KernelHandle> make_handle(const ComputingHandle& computing, int 
 
 std::unique_ptr<KernelHandle> make_handle_of_level(const ComputingHandle& computing,
                                                    HandleLevel level) {
-    KERN_CHECK(level != HandleLevel::ARM_COMMON && level != HandleLevel::ARM64);
-    KERN_CHECK(level != HandleLevel::X86 || best_level() == HandleLevel::X86);
+    switch (level) {
+        case HandleLevel::NAIVE:
+        case HandleLevel::FALLBACK:
+        case HandleLevel::ARMV7:
+            break;
+        case HandleLevel::X86:
+            KERN_CHECK(best_level() == HandleLevel::X86);
+            break;
+        default:
+            KERN_FAIL();
+    }
     return std::make_unique<KernelHandle>(computing, level);
 }
 
