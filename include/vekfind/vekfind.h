@@ -3,8 +3,8 @@
  *
  * A feature group holds rows: a feature (a vector of floats or of 8-bit integers), a 64-bit id and,
  * if wanted, a tag of a fixed number of bytes. A search compares every query with every row and
- * returns the ids of the best k rows whose similarity reaches a threshold. Nothing is approximated
- * and nothing is sampled.
+ * returns the ids of the best k rows whose similarity reaches a threshold. No row is left out; how
+ * exact the distances are stands under "Precision".
  *
  * Example: the row nearest to (3, 3) is id 8, at squared distance 1.
  *
@@ -38,12 +38,30 @@
  *     1 / (1 + exp(scale * d2 + bias))
  * with the two constants of VEKComparisonAlgorithm: a falling curve from 1 / (1 + exp(bias)) at
  * distance 0 through 0.5 at d2 = -bias / scale towards 0. `scale` must be positive for the curve to
- * fall; rows are selected by smallest d2 whatever its sign. d2 is computed in 32-bit floats as
- * |q|^2 + |r|^2 - 2 q.r, so its rounding error is in proportion to |q|^2 + |r|^2, also where d2 is
- * small. For 8-bit integers it is 2 * (floor(|q|^2 / 2) + floor(|r|^2 / 2) - q.r), exact but for
- * the two halves that odd squared norms lose, and then rounded to a float. The score of a pair does
- * not depend on the batch of queries, on the other rows or on the address of a buffer: the bits are
- * the same.
+ * fall; rows are selected by smallest d2 whatever its sign. The score of a pair does not depend on
+ * the batch of queries, on the other rows or on the address of a buffer: the bits are the same.
+ *
+ * Calibration. Take d2 of many pairs that are the same thing and of many that are not. A logistic
+ * regression of "the same" on d2 gives P = 1 / (1 + exp(scale * d2 + bias)), which is the curve
+ * (Platt, Probabilistic outputs for support vector machines, 1999). By hand: with a the d2 that
+ * shall have similarity 0.9 and b > a the one that shall have 0.1, scale = 4.394 / (b - a) and
+ * bias = -scale * (a + b) / 2. Features multiplied by f, before rounding to integers say, have
+ * f * f times the d2, so scale is divided by f * f.
+ *
+ * Precision. Of floats, d2 is computed in 32 bits as |q|^2 + |r|^2 - 2 q.r, so its rounding error
+ * is in proportion to |q|^2 + |r|^2, also where d2 is small: features far from the origin compared
+ * with their spread lose digits. 10,000 rows of 128 normal elements of deviation 1, 200 queries:
+ *     mean of the elements          0      10       100     1,000
+ *     of the ten nearest, right   100 %   100 %    97.9 %    18.9 %
+ * d2 may also come out below 0, and a similarity above that of distance 0. Remedy: subtract the
+ * mean row from all rows and queries beforehand. That changes no distance, and makes 100 % of the
+ * last column. Of 8-bit integers, d2 is 2 * (floor(|q|^2 / 2) + floor(|r|^2 / 2) - q.r), exact but
+ * for the two halves that odd squared norms lose, and then rounded to a float.
+ *
+ * NaN. Elements that are NaN, infinite, or so large that a squared norm leaves the 32-bit floats,
+ * can make a distance NaN. It passes every threshold, and the order of a result that holds one
+ * means nothing. Nothing is checked here; a caller who cannot rule it out keeps a row or query only
+ * if the sum of the squares of its elements, in float, is at most FLT_MAX (false for NaN).
  *
  * Order. With `sorted` greater than 0 a result runs from best to worst. Otherwise it is a binary
  * heap with the worst kept row first: counting from 1, the entry at p is no better than those at 2p
@@ -54,25 +72,34 @@
  *
  * Threads. Groups are independent of each other: any calls on different groups may run together. On
  * one group there are four kinds of calls, named at each function:
- * - searching: any number at once; the group takes them one after the other.
+ * - searching: any number at once; the group takes them one after the other, predicates included.
  * - reading: may run together with searching and reading calls.
  * - changing: runs alone; the caller keeps every other call on that group away until it returns.
- * - free: may run beside any call, as long as the group exists.
+ * - free: may run beside any call, as long as the group, where there is one, exists.
+ * Since searches of a group take turns, a plain mutex of the caller around all calls on it costs
+ * little. A readers-writer lock that prefers readers, as std::shared_mutex and pthread_rwlock_t do
+ * on Linux, can keep an insert waiting for ever while searches overlap. To search on several cores,
+ * spread the rows over several groups or give each thread a group of its own.
  *
  * Ownership. The caller owns a context from the make call to VEK_release, and every buffer it
  * passes. The library keeps no pointer to a buffer, path or record after a call returns. Texts it
  * returns are static.
  *
  * Statuses. A function that can fail returns a VEKStatus. VEK_NULL_POINTER means that the context
- * or an argument marked (required) was null; nothing has happened then. Pointers without that mark
- * are not checked: they may be null only where it is said. A context is not checked beyond null, so
- * a released one must not be used. VEK_INTERNAL_ERROR from a call on a group would be a defect of
- * this library. Optional records (`options`) may be null, which means all fields 0.
+ * or an argument marked (required) was null; nothing has happened then, and `*out` of a make
+ * function is as it was. Of other pointers nothing is checked: null is for those that are said to
+ * take it, and a crash for the rest. Null `options` mean all fields 0. A context is not checked
+ * beyond null, so a released one must not be used. VEK_INTERNAL_ERROR means a feature_size below
+ * one element, or a file that cannot be created or written (a mistyped path, say); anything else
+ * would be a defect of this library.
  *
  * Memory. Lack of the memory that a call's rows, queries or results ask for is VEK_UNKNOWN_ERROR,
  * and so is a product of sizes that does not fit the machine. A call that fails so leaves the group
  * as it was. The few small objects of fixed size behind a group have no such way out: the process
- * stops.
+ * stops. At rest a row takes feature_size + tag_size bytes and 32 to 52 more: 4 for its norm, 8 for
+ * its id, 20 to 40 in the index of ids. Beyond that, part of the last block of rows is unused; ids
+ * and tags that came in small inserts may have twice the room they need, and deletes leave all
+ * their room, until VEK_shrink_feature_group.
  *
  * Limits. At most 2^32 - 1 rows in a group. `k` above 1073741823 or `nr_query` above 107374182 is
  * VEK_UNKNOWN_ERROR, when the group has rows. Integer distances are exact for rows of up to 66051
@@ -92,7 +119,8 @@
  *
  * Kinds. A group of 8-bit integers lives in one process: it is neither dumped nor loaded, keeps the
  * comparison constants it was made with, cannot be reset, and averages nothing; those calls return
- * VEK_UNSUPPORTED. Clustered kinds of index are refused for good.
+ * VEK_UNSUPPORTED. Clustered kinds of index, models and training do not exist here; what asks for
+ * them stands at the end of this header.
  *
  * Environment. VEK_TENSOR_BLOCK_SIZE, a positive decimal number, sets the rows per memory block of
  * the groups made from then on (8192 if unset or no such number). It changes memory and speed,
@@ -121,18 +149,18 @@ typedef int32_t VEKStatus;
 /* The numbers are fixed, gaps included. Those marked (reserved) are returned by no call today. */
 enum {
     VEK_OK = 0,
-    VEK_INTERNAL_ERROR = 1, /* a broken invariant of the library, rows without elements, or a file
-                               that could not be written */
-    VEK_UNKNOWN_ERROR = 2,  /* lack of memory, a size or count beyond the limits, or an exception
-                               derived from std::exception out of a caller's predicate */
-    VEK_NULL_POINTER = 3,   /* a required pointer was null */
-    VEK_UNEXPECTED_CONFIG = 4,      /* a file of another version */
-    VEK_UNEXPECTED_MODEL = 5,       /* (reserved) */
-    VEK_BROKEN_FILE = 6,            /* a file ended early, or could not be read */
-    VEK_OUT_OF_RANGE = 7,           /* (reserved) */
-    VEK_INVALID_SETTINGS = 8,       /* settings that no group can have */
-    VEK_FILE_NOT_FOUND = 9,         /* a file could not be opened for reading, for any reason */
-    VEK_INVALID_ARGUMENT = 10,      /* a value that the call cannot work with */
+    VEK_INTERNAL_ERROR = 1,    /* rows without elements, or a file that could not be created or
+                                  written; otherwise a defect of this library */
+    VEK_UNKNOWN_ERROR = 2,     /* lack of memory, a size or count beyond the limits, or an exception
+                                  derived from std::exception out of a caller's predicate */
+    VEK_NULL_POINTER = 3,      /* a required pointer was null */
+    VEK_UNEXPECTED_CONFIG = 4, /* a file of another version */
+    VEK_UNEXPECTED_MODEL = 5,  /* (reserved) */
+    VEK_BROKEN_FILE = 6,       /* a file ended early, or could not be read */
+    VEK_OUT_OF_RANGE = 7,      /* (reserved) */
+    VEK_INVALID_SETTINGS = 8,  /* settings that no group can have */
+    VEK_FILE_NOT_FOUND = 9,    /* a file could not be opened for reading, for any reason */
+    VEK_INVALID_ARGUMENT = 10, /* a value that the call cannot work with */
     VEK_INVALID_OBJECT_TYPE = 11,   /* (reserved) */
     VEK_UNSUPPORTED = 12,           /* this library, or this kind of group, does not offer it */
     VEK_MISSING_MAP_ELEMENT = 14,   /* (reserved) */
@@ -143,7 +171,7 @@ enum {
 };
 
 /* The name of a status, e.g. "VEK_DUPLICATED_ID"; "UNKNOWN ERRORCODE" for any other number. The
- * text is static. Threads: any. */
+ * text is static. Threads: free. */
 VEK_API const char* VEK_errorcode_to_string(int code);
 
 /* ---- Records ------------------------------------------------------------------------------- */
@@ -166,8 +194,8 @@ enum {
 /* Values of VEKComparisonAlgorithm.method. */
 enum { VEK_COMPARISON_SIGMOID_L2 = 0 };
 
-/* How a distance becomes a similarity; see "Scores" above. There are no defaults: take the
- * constants from a calibration of the features. */
+/* How a distance becomes a similarity; see "Scores" above. There are no defaults: see
+ * "Calibration". */
 typedef struct VEKComparisonAlgorithm {
     int32_t method; /* VEK_COMPARISON_SIGMOID_L2; checked by a search on a group that has rows */
     float scale;    /* slope on the squared distance, positive */
@@ -180,15 +208,39 @@ typedef struct VEKFeatureGroupSettings {
     int32_t device; /* VEK_DEVICE_CPU */
     uint32_t reserved_a[2];
     uint32_t feature_size; /* bytes a feature row: 4 times the number of floats, or the number of
-                              8-bit integers */
+                              8-bit integers. Rows of floats that are passed follow each other by
+                              the whole floats in it: 6 is one float, and steps of 4 bytes */
     uint32_t tag_size;     /* bytes a tag; 0: the rows have no tags */
     VEKComparisonAlgorithm comparison;
     int32_t index_type; /* VEK_INDEX_BRUTE_FORCE_FLOAT32 or VEK_INDEX_BRUTE_FORCE_INT8 */
     uint32_t reserved_b[8];
 } VEKFeatureGroupSettings;
 
-/* `encrypted` in the records below: not 0 means that each feature row went through the library's
- * fixed byte-stream transform. It is undone on a private copy; a group stores plain rows only. */
+/* `encrypted` in the records below: not 0 means that each feature row went through the following
+ * transform, which a second pass undoes. It hides features from a glance, no more: the key is here.
+ * The library undoes it on a private copy; a group stores plain rows only. All sums wrap at the
+ * width of their type.
+ *
+ *     void transform(uint8_t* row, uint32_t feature_size) {
+ *         uint8_t s[256], i = 0, j = 0, a;
+ *         uint32_t x = 0xB5C90F37u ^ feature_size, skip = 0, n;
+ *         for (n = 0; n < 256; ++n)
+ *             s[n] = (uint8_t)n;
+ *         for (n = 0; n <= 256; ++n) {
+ *             x ^= x << 13, x ^= x >> 17, x ^= x << 5;
+ *             if (n == 256)
+ *                 break;
+ *             j = (uint8_t)(j + s[n] + (x >> (8 * n & 24)));
+ *             a = s[n], s[n] = s[j], s[j] = a;
+ *         }
+ *         skip = (x & 4095) + 800;
+ *         for (j = 0, n = 0; n < skip + feature_size; ++n) {
+ *             a = s[++i], j = (uint8_t)(j + a), s[i] = s[j], s[j] = a;
+ *             if (n >= skip)
+ *                 row[n - skip] ^= s[(uint8_t)(a + s[i])];
+ *         }
+ *     }
+ */
 typedef struct VEKFeatureGroupSearchOptions {
     int32_t sorted;    /* greater than 0: best first; otherwise heap order, see "Order" above */
     int32_t encrypted; /* the queries are encrypted */
@@ -233,7 +285,7 @@ typedef struct VEKFeatureGroupTrainOptions VEKFeatureGroupTrainOptions;
  * Returns: VEK_OK; VEK_NULL_POINTER; VEK_UNSUPPORTED for an index type or device that is refused,
  *   or an unknown index type; VEK_INVALID_SETTINGS for an unknown device; VEK_INTERNAL_ERROR for a
  *   feature_size below one element; VEK_UNKNOWN_ERROR for lack of memory.
- * Threads: any.
+ * Threads: free.
  */
 VEK_API VEKStatus VEK_make_feature_group_context(const VEKFeatureGroupSettings* settings,
                                                  VEKContext* out);
@@ -242,7 +294,7 @@ VEK_API VEKStatus VEK_make_feature_group_context(const VEKFeatureGroupSettings* 
  * Makes a group from a file of VEK_dump_feature_group_to_file: the same rows in the same order. The
  * settings rule; the file only has to agree with their feature_size and tag_size.
  * - path (required)
- * - settings: as for VEK_make_feature_group_context; must not be null
+ * - settings (required): as for VEK_make_feature_group_context
  * - out (required): receives the new context, or null on failure
  * Returns: VEK_OK; VEK_NULL_POINTER; VEK_UNSUPPORTED, VEK_INVALID_SETTINGS for an unknown device,
  *   and VEK_INTERNAL_ERROR, as for VEK_make_feature_group_context; VEK_FILE_NOT_FOUND;
@@ -251,45 +303,11 @@ VEK_API VEKStatus VEK_make_feature_group_context(const VEKFeatureGroupSettings* 
  *   VEK_INVALID_ID for ids that no group can hold; VEK_INVALID_ARGUMENT for a file with tags and
  *   without rows; VEK_UNKNOWN_ERROR for lack of memory or more than 536870911 rows. For the time of
  *   the call the file's content is in memory beside the group.
- * Threads: any.
+ * Threads: free.
  */
 VEK_API VEKStatus VEK_make_feature_group_context_from_file(const char* path,
                                                            const VEKFeatureGroupSettings* settings,
                                                            VEKContext* out);
-
-/*
- * Makes a group from a model file. No kind of group has a model, so no file is opened.
- * - path (required)
- * - settings: must not be null
- * - out (required): set to null
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED.
- * Threads: any.
- */
-VEK_API VEKStatus VEK_make_feature_group_context_from_model_file(
-    const char* path, const VEKFeatureGroupSettings* settings, VEKContext* out);
-
-/*
- * Makes a group from a trained one. No kind of group can be trained.
- * - trained (required): left as it is
- * - settings: must not be null
- * - out (required): set to null
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED.
- * Threads: any; free on `trained`.
- */
-VEK_API VEKStatus VEK_make_feature_group_context_from_trained_context(
-    VEKContext trained, const VEKFeatureGroupSettings* settings, VEKContext* out);
-
-/*
- * Makes a group from a researcher's model file. Never does, and opens no file.
- * - path (required)
- * - settings: must not be null
- * - out (required): set to null
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED for VEK_INDEX_IVFPQ and VEK_INDEX_BRUTE_FORCE_35XX;
- *   VEK_INVALID_ARGUMENT for any other index type.
- * Threads: any.
- */
-VEK_API VEKStatus VEK_make_feature_group_context_from_researcher_model_file(
-    const char* path, const VEKFeatureGroupSettings* settings, VEKContext* out);
 
 /*
  * Ends a group and frees all that it holds; the context is dangling afterwards. Null is a no-op.
@@ -332,14 +350,13 @@ VEK_API VEKStatus VEK_get_feature_group_size(VEKContext ctx, size_t* size);
  * is not below a threshold. An empty group gives unused places only.
  * - features (required): nr_query rows of feature_size bytes
  * - k: places a query in the result; may exceed the size of the group; 0 writes nothing
- * - threshold: least similarity; at or below 0, or NaN, every row passes, at or above 1 none does
+ * - threshold: least similarity; at or below 0, or NaN, every row passes, at or above 1 none does.
+ *   A query or row with a NaN passes every threshold, also 1: see "NaN"
  * - predicate_contexts: nr_query pointers, one for each query, handed to the predicate; must not be
  *   null where a predicate is called
  * - predicate: null for none; ignored by a group without tags
  * - options: null for defaults
  * - result (required): see VEKFeatureGroupSearchResult
- * A distance of NaN (from NaN or infinite elements) passes every threshold, and the order of a
- * result that holds one means nothing.
  * Returns: VEK_OK, also when nothing is found; VEK_NULL_POINTER; VEK_INVALID_ARGUMENT for a wrong
  *   comparison method, unless the group is empty; VEK_UNKNOWN_ERROR for lack of memory, for k or
  *   nr_query beyond the limits, and for an exception of the predicate.
@@ -429,14 +446,6 @@ VEK_API VEKStatus VEK_reset_feature_group(VEKContext ctx);
  */
 VEK_API VEKStatus VEK_dump_feature_group_to_file(VEKContext ctx, const char* path);
 
-/*
- * Writes the model of a group. No kind of group has one, so no file is written.
- * - path (required)
- * Returns: VEK_NULL_POINTER; VEK_UNSUPPORTED.
- * Threads: free.
- */
-VEK_API VEKStatus VEK_dump_feature_group_model_to_file(VEKContext ctx, const char* path);
-
 /* ---- Average ------------------------------------------------------------------------------- */
 
 /*
@@ -455,20 +464,55 @@ VEK_API VEKStatus VEK_get_average_feature(VEKContext ctx, const uint8_t* feature
                                           const VEKFeatureGroupAverageOptions* options,
                                           uint8_t* average);
 
-/* ---- Clustered indexes --------------------------------------------------------------------- */
+/* ---- Process-wide -------------------------------------------------------------------------- */
 
 /*
- * The calls of this section belong to clustered kinds of index, which are refused.
- * Returns: the first two VEK_OK, the others VEK_UNSUPPORTED, without a look at further arguments
- *   and writing nothing; all of them VEK_NULL_POINTER for a null ctx or required argument.
+ * The log level is a number kept for the application: 2 at first, any value allowed. The library
+ * prints nothing at any level. `level` must not be null.
+ * Threads: free; a get that runs beside a set may see either value.
+ */
+VEK_API void VEK_set_log_level(int level);
+VEK_API void VEK_get_log_level(int* level);
+
+/* Stores the version of the library as a static text, e.g. "v2.2.0". `version` must not be null.
+ * Threads: free. */
+VEK_API void VEK_get_version(const char** version);
+
+/* ---- Calls that only refuse ---------------------------------------------------------------- */
+
+/*
+ * Models, training and clustered kinds of index: nothing below does any work, opens a file or looks
+ * at arguments beyond null checks and, of the make functions, the settings.
+ * Returns: VEK_NULL_POINTER for a null ctx, trained or required argument, otherwise as each says.
  * Threads: free.
  */
 
-/* How unevenly the rows fill the clusters: stores 1.0. `factor` must not be null. */
+/* Makes a group from a model file. Required: path, settings, out, which is set to null.
+ * VEK_UNSUPPORTED. */
+VEK_API VEKStatus VEK_make_feature_group_context_from_model_file(
+    const char* path, const VEKFeatureGroupSettings* settings, VEKContext* out);
+
+/* Makes a group from a trained one. Required: settings, out, which is set to null.
+ * VEK_UNSUPPORTED. */
+VEK_API VEKStatus VEK_make_feature_group_context_from_trained_context(
+    VEKContext trained, const VEKFeatureGroupSettings* settings, VEKContext* out);
+
+/* Makes a group from a researcher's model file. Required: path, settings, out, which is set to
+ * null. VEK_UNSUPPORTED for VEK_INDEX_IVFPQ and VEK_INDEX_BRUTE_FORCE_35XX; VEK_INVALID_ARGUMENT
+ * for any other index type. */
+VEK_API VEKStatus VEK_make_feature_group_context_from_researcher_model_file(
+    const char* path, const VEKFeatureGroupSettings* settings, VEKContext* out);
+
+/* Writes the model of a group. Required: path. VEK_UNSUPPORTED. */
+VEK_API VEKStatus VEK_dump_feature_group_model_to_file(VEKContext ctx, const char* path);
+
+/* How unevenly the rows fill the clusters: stores 1.0. `factor` must not be null. VEK_OK. */
 VEK_API VEKStatus VEK_get_imbalance_factor(VEKContext ctx, float* factor);
 
-/* How the clusters grow: any value is accepted and none has an effect. */
+/* How the clusters grow: any value is accepted and none has an effect. VEK_OK. */
 VEK_API VEKStatus VEK_set_vector_increase_ratio(VEKContext ctx, float ratio);
+
+/* The others return VEK_UNSUPPORTED and write nothing. */
 
 /* Trains the clusters. Required: features. */
 VEK_API VEKStatus VEK_train_feature_group(VEKContext ctx, const uint8_t* features, size_t nr,
@@ -503,20 +547,6 @@ VEK_API VEKStatus VEK_precompute_feature_info(VEKContext ctx, const uint8_t* fea
 VEK_API VEKStatus VEK_insert_with_feature_info(VEKContext ctx, const uint8_t* info,
                                                const uint64_t* ids, const uint8_t* tags, size_t nr,
                                                const VEKFeatureGroupInsertOptions* options);
-
-/* ---- Process-wide -------------------------------------------------------------------------- */
-
-/*
- * The log level is a number kept for the application: 2 at first, any value allowed. The library
- * prints nothing at any level. `level` must not be null.
- * Threads: any; a get that runs beside a set may see either value.
- */
-VEK_API void VEK_set_log_level(int level);
-VEK_API void VEK_get_log_level(int* level);
-
-/* Stores the version of the library as a static text, e.g. "v2.2.0". `version` must not be null.
- * Threads: any. */
-VEK_API void VEK_get_version(const char** version);
 
 #ifdef __cplusplus
 }

@@ -26,7 +26,11 @@ run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/installed)
 file(RENAME ${WORK_DIR}/installed ${prefix})
 
 file(READ ${prefix}/include/vekfind/vekfind.h header)
-string(REGEX MATCH " \\*     #include <stdio.h>.*\n \\*     }\n" example "${header}")
+string(FIND "${header}" " *     #include <stdio.h>" begin)
+string(SUBSTRING "${header}" ${begin} -1 example)
+string(FIND "${example}" "\n *     }\n" length)  # the first end of a function
+string(SUBSTRING "${example}" 0 ${length} example)
+string(APPEND example "\n *     }\n")
 string(REGEX REPLACE "\n \\*(     )?" "\n" example "\n${example}")
 file(WRITE ${WORK_DIR}/consumer/example.c "${example}")
 file(READ ${README} readme)
