@@ -3,7 +3,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# install_missing PACKAGE...: installs those that are not there yet, as root or through sudo.
+# install_missing PACKAGE...: installs those that are not there yet, as root or through sudo. Where
+# there is neither, it names them and stops.
 install_missing() {
     local package missing=() as_root=()
     for package in "$@"; do
@@ -11,22 +12,31 @@ install_missing() {
             missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            printf '%s\n' "Packages are missing, and there is no sudo to install them. As root:" \
+                "    apt-get install --no-install-recommends ${missing[*]}" >&2
+            exit 1
+        fi
+        as_root=(sudo)
+    fi
     echo "Installing ${missing[*]}"
-    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
     "${as_root[@]}" apt-get -q update
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -q -y --no-install-recommends install "${missing[@]}"
 }
 
 # build PRESET [TARGET...]: configures and builds into build/PRESET, with what that needs on Debian
-# 12.
+# 12. The presets use Ninja; make is there for CMake projects that choose no generator.
 build() {
-    install_missing g++ cmake ninja-build pkg-config libxxhash-dev googletest libbenchmark-dev
-    case $1 in
-        clang) install_missing clang ;;
-        armv7*) install_missing g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user ;;
+    local preset=$1 packages
+    packages=(g++ cmake make ninja-build pkg-config python3 libxxhash-dev googletest
+        libbenchmark-dev)
+    case $preset in
+        clang) packages+=(clang) ;;
+        armv7*) packages+=(g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user) ;;
     esac
-    local preset=$1
+    install_missing "${packages[@]}"
     shift
     cmake --preset "$preset"
     cmake --build --preset "$preset" --parallel "$(nproc)" --target "${@:-all}"
