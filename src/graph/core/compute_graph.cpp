@@ -3,10 +3,10 @@
 #include <new>
 #include <utility>
 
+#include "graph/core/fused_steps.h"
 #include "graph/exec/callback_operator.h"
 #include "graph/exec/compiled_function.h"
 #include "graph/exec/dependency_order.h"
-#include "graph/opr/folding.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -90,6 +90,7 @@ GraphOperator* ComputeGraph::insert_new(std::unique_ptr<GraphOperator> owned) {
         const Restore<GraphOperator*> current(m_current_operator, op);
         op->register_output_inference();
     }
+    op->on_inserted();
 
     publish_outputs(op, true);
     register_receivers(op);
@@ -177,7 +178,7 @@ std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<Output
         output_vars.push_back(spec.var);
     if (m_current_function)
         m_current_function->retire();
-    fold_into_products(operators, output_vars);
+    fuse_steps(operators, output_vars);
     auto function = std::make_unique<CompiledFunction>(shared_from_this(), std::move(operators),
                                                        std::move(output_vars));
     m_current_function = function.get();

@@ -27,6 +27,19 @@ void OperatorProperties::add_dependency(GraphVar* var, DependencyFlags added) {
         dependencies.emplace_back(var, added);
 }
 
+void OperatorProperties::set_dependency(GraphVar* var, DependencyFlags wanted) {
+    const auto found = std::find_if(dependencies.begin(), dependencies.end(),
+                                    [var](const auto& entry) { return entry.first == var; });
+    if (found == dependencies.end()) {
+        if (wanted != 0)
+            dependencies.emplace_back(var, wanted);
+    } else if (wanted != 0) {
+        found->second = wanted;
+    } else {
+        dependencies.erase(found);
+    }
+}
+
 GraphOperator::GraphOperator(ComputeGraph* graph, OperatorConfig config,
                              const std::string& default_name)
     : GraphObject(graph), m_config(std::move(config)) {
@@ -94,8 +107,13 @@ bool GraphOperator::is_same(const GraphOperator& other) const {
 }
 
 const OperatorProperties& GraphOperator::properties() const {
+    return mutable_properties();
+}
+
+OperatorProperties& GraphOperator::mutable_properties() const {
     if (!m_properties) {
         m_properties = std::make_unique<OperatorProperties>(make_properties());
+        constrain_input_layouts(*m_properties);
         for (const auto& entry : m_properties->dependencies) {
             KERN_CHECK(std::find(m_input.begin(), m_input.end(), entry.first) != m_input.end());
             KERN_CHECK(!(entry.second & dependency::HOST_VALUE_DYNAMIC) ||
@@ -112,18 +130,23 @@ OperatorProperties GraphOperator::make_properties() const {
     return properties;
 }
 
-void GraphOperator::require_layout(OperatorProperties& properties, GraphVar* var,
-                                   OperatorProperties::LayoutCheck check) {
-    properties.layout_checks.emplace_back(var, std::move(check));
+void GraphOperator::constrain_input_layouts(OperatorProperties& properties) const {
+    if (m_output.size() == 1 && m_output[0]->has_flag(var_flag::FORCE_STATIC))
+        properties.memory_rules |= OperatorProperties::NO_INPUT_MEMORY_RULE;
 }
 
-void GraphOperator::require_contiguous_layout(OperatorProperties& properties, GraphVar* var) {
-    require_layout(properties, var,
+void GraphOperator::require_layout(OperatorProperties& properties, size_t input,
+                                   OperatorProperties::LayoutCheck check) {
+    properties.layout_checks.emplace_back(input, std::move(check));
+}
+
+void GraphOperator::require_contiguous_layout(OperatorProperties& properties, size_t input) {
+    require_layout(properties, input,
                    [](const kern::TensorLayout& layout) { return layout.is_dense(); });
 }
 
-void GraphOperator::require_monotone_layout(OperatorProperties& properties, GraphVar* var) {
-    require_layout(properties, var, [](const kern::TensorLayout& layout) {
+void GraphOperator::require_monotone_layout(OperatorProperties& properties, size_t input) {
+    require_layout(properties, input, [](const kern::TensorLayout& layout) {
         return layout.is_abs_monotonic_allow_broadcast();
     });
 }
@@ -169,7 +192,9 @@ void GraphOperator::plan_output_memory(bool dynamic) {
 
 void GraphOperator::execute(OperatorExecEnv& env) {
     owner_graph().events().operator_begin.signal({this});
+    on_before_execute();
     add_run_task(env);
+    on_after_execute();
     owner_graph().events().operator_end.signal({this});
 }
 

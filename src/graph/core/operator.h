@@ -3,6 +3,7 @@
 // time.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,16 +39,25 @@ public:
     GraphVar* output(size_t index) const { return m_output[index]; }
     const OperatorProperties& properties() const;
     bool inserted() const { return m_inserted; }
+    // Carried for graph files; changes no order.
+    int32_t priority() const { return m_priority; }
+    void priority(int32_t priority) { m_priority = priority; }
 
     // Equal inputs, configuration and parameters give equal hashes and merge.
-    uint64_t hash() const;
-    bool is_same(const GraphOperator& other) const;
+    virtual uint64_t hash() const;
+    virtual bool is_same(const GraphOperator& other) const;
 
     // Appends this operator's tasks for one run.
     void execute(OperatorExecEnv& env);
     // Gives static outputs (dynamic ones when `dynamic`) a layout and a chunk, or forwards an
     // input's.
     virtual void plan_output_memory(bool dynamic);
+    // Around `add_run_task`, and when a run that the operator took part in has ended.
+    virtual void on_before_execute() {}
+    virtual void on_after_execute() {}
+    virtual void on_finish() {}
+    // What the memory manager calls when the memory of the outputs has changed; empty for most.
+    virtual std::function<void()> mem_status_changed_callback() { return {}; }
 
 protected:
     friend class ComputeGraph;
@@ -67,21 +77,27 @@ protected:
     virtual void assign_output_nodes() = 0;
     virtual void assign_output_format();
     virtual void register_output_inference() = 0;
+    virtual void on_inserted() {}
 
+    // Called by `assign_output_nodes` when the outputs have their nodes.
+    virtual void on_output_comp_node_set() {}
     // Starts from a device value dependency on every input.
     virtual OperatorProperties make_properties() const;
+    // Says in what layouts the inputs must come.
+    virtual void constrain_input_layouts(OperatorProperties& properties) const;
     virtual void add_run_task(OperatorExecEnv& env) = 0;
 
     // Records that an input must come in a layout that the operator can read; where it does not,
     // the operator's step begins with a contiguous copy.
-    static void require_layout(OperatorProperties& properties, GraphVar* var,
+    static void require_layout(OperatorProperties& properties, size_t input,
                                OperatorProperties::LayoutCheck check);
-    static void require_contiguous_layout(OperatorProperties& properties, GraphVar* var);
-    static void require_monotone_layout(OperatorProperties& properties, GraphVar* var);
+    static void require_contiguous_layout(OperatorProperties& properties, size_t input);
+    static void require_monotone_layout(OperatorProperties& properties, size_t input);
 
     void release_node_resources() override {}
 
 private:
+    OperatorProperties& mutable_properties() const;
     void check_new_input(const GraphVar* var) const;
     kern::DType common_input_dtype() const;
 
@@ -90,6 +106,7 @@ private:
     std::vector<GraphVar*> m_input;
     std::vector<GraphVar*> m_output;
     std::vector<uint64_t> m_equality_keys;
+    int32_t m_priority = 0;
     mutable std::unique_ptr<OperatorProperties> m_properties;
     bool m_inserted = false;
 };

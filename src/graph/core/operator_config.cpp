@@ -18,7 +18,7 @@ uint32_t OperatorConfig::hash() const {
 
 bool OperatorConfig::is_same(const OperatorConfig& other) const {
     return comp_nodes == other.comp_nodes && instance_id == other.instance_id &&
-           user_value == other.user_value;
+           user_value == other.user_value && output_dtype == other.output_dtype;
 }
 
 }  // namespace orb

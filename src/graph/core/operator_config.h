@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "graph/node/comp_node.h"
+#include "kernels/dtype.h"
 
 namespace orb {
 
@@ -16,6 +17,9 @@ struct OperatorConfig {
     // Distinguish operators that would otherwise be one.
     uint32_t instance_id = 0;
     uint32_t user_value = 0;
+    // For operators whose output dtype may be chosen; invalid otherwise. Takes part in equality,
+    // not in the hash.
+    kern::DType output_dtype;
 
     uint32_t hash() const;
     bool is_same(const OperatorConfig& other) const;

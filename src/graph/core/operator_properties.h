@@ -29,16 +29,21 @@ constexpr DependencyFlags COUNTED = 32;
 struct OperatorProperties {
     static constexpr uint32_t SINGLE_NODE = 1;
     static constexpr uint32_t CROSS_MEMORY_NODE = 2;  // may read inputs of other memory nodes
+    static constexpr uint32_t NO_INPUT_MEMORY_RULE = 0x80000000;
 
     // Whether a layout can be read by the operator as it is.
     using LayoutCheck = std::function<bool(const kern::TensorLayout&)>;
 
     uint32_t flags = 0;
+    uint32_t memory_rules = 0;  // NO_INPUT_MEMORY_RULE, or nothing
     // In the order of first use.
     std::vector<std::pair<GraphVar*, DependencyFlags>> dependencies;
-    std::vector<std::pair<GraphVar*, LayoutCheck>> layout_checks;
+    // By input.
+    std::vector<std::pair<size_t, LayoutCheck>> layout_checks;
 
     void add_dependency(GraphVar* var, DependencyFlags flags);
+    // In place of what the var had; no flags take it out.
+    void set_dependency(GraphVar* var, DependencyFlags flags);
 };
 
 }  // namespace orb

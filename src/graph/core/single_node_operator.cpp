@@ -11,18 +11,30 @@ namespace orb {
 void SingleNodeOperator::assign_output_nodes() {
     KERN_CHECK(config().comp_nodes.size() <= 1);
     const bool configured = !config().comp_nodes.empty();
+    const bool reads_other_memory = properties().flags & OperatorProperties::CROSS_MEMORY_NODE;
     CompNode node = configured ? config().comp_nodes[0] : CompNode();
     for (GraphVar* var : input()) {
         if (!node.valid())
             node = var->comp_node();
-        // Only a configured node may differ from the inputs' within one memory space.
-        KERN_CHECK(configured ? var->comp_node().memory_space() == node.memory_space()
+        // Only a configured node may differ from the inputs', and only an operator that says so
+        // reads another memory space.
+        KERN_CHECK(configured ? reads_other_memory ||
+                                    var->comp_node().memory_space() == node.memory_space()
                               : var->comp_node() == node);
     }
     KERN_CHECK(node.valid());
-    m_comp_node = node;
     for (GraphVar* var : output())
         var->comp_node(node);
+    on_output_comp_node_set();
+}
+
+void SingleNodeOperator::on_output_comp_node_set() {
+    m_comp_node = output(0)->comp_node();
+    for (GraphVar* var : output()) {
+        if (var->has_flag(var_flag::VOLATILE_CONTENT))
+            var->comp_node(m_comp_node);
+        KERN_CHECK(var->comp_node() == m_comp_node);
+    }
 }
 
 OperatorProperties SingleNodeOperator::make_properties() const {
@@ -57,36 +69,40 @@ bool SingleNodeOperator::has_content_to_compute() const {
 void SingleNodeOperator::run_step() {
     VarMemoryManager& memory = owner_graph().memory_manager();
     memory.allocate_dynamic_memory(this);
-    if (has_content_to_compute()) {
+    if (!m_is_absorbed && has_content_to_compute()) {
         copy_unreadable_inputs();
         run_on_node();
     }
     memory.release_unread(this);
 }
 
+std::optional<EpilogueStep> SingleNodeOperator::as_epilogue(const GraphVar*) {
+    return std::nullopt;
+}
+
+size_t SingleNodeOperator::absorb(std::vector<EpilogueStep>) {
+    return 0;
+}
+
 void SingleNodeOperator::copy_unreadable_inputs() {
-    for (const auto& [var, is_readable] : properties().layout_checks) {
-        const auto found =
-            std::find_if(m_input_copies.begin(), m_input_copies.end(),
-                         [var_ = var](const auto& copy) { return copy.first == var_; });
-        if (is_readable(var->device_value().layout())) {
-            if (found != m_input_copies.end())
-                m_input_copies.erase(found);
+    for (const auto& [index, is_readable] : properties().layout_checks) {
+        const DeviceTensorND& value = input(index)->device_value();
+        if (is_readable(value.layout())) {
+            if (index < m_input_copies.size())
+                m_input_copies[index] = DeviceTensorND();
             continue;
         }
-        auto& copy = found != m_input_copies.end()
-                         ? found->second
-                         : m_input_copies.emplace_back(var, DeviceTensorND()).second;
-        copy.copy_from(var->device_value());
+        m_input_copies.resize(std::max(m_input_copies.size(), index + 1));
+        DeviceTensorND& copy = m_input_copies[index];
+        if (!copy.comp_node().valid())
+            copy = DeviceTensorND(m_comp_node, value.dtype());
+        copy.copy_from(value);
     }
 }
 
 const DeviceTensorND& SingleNodeOperator::input_value(size_t index) const {
-    for (const auto& copy : m_input_copies) {
-        if (copy.first == input(index))
-            return copy.second;
-    }
-    return input(index)->device_value();
+    const bool is_copied = index < m_input_copies.size() && m_input_copies[index].shape_valid();
+    return is_copied ? m_input_copies[index] : input(index)->device_value();
 }
 
 void SingleNodeOperator::release_node_resources() {

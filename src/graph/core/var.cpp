@@ -34,11 +34,23 @@ GraphVar& GraphVar::name(std::string own_name) {
 
 GraphVar& GraphVar::add_flag(VarFlags bits) {
     const VarFlags added = bits & ~m_flags;
-    if (has_flag(var_flag::INSERTED))
+    if (has_flag(var_flag::INSERTED) && added != 0) {
         KERN_CHECK((added & ~var_flag::ADDABLE_AFTER_INSERTION) == 0);
+        KERN_CHECK(!m_is_planned);
+    }
     check_flag_combination(m_flags | bits);
     m_flags |= bits;
     return *this;
+}
+
+void GraphVar::set_planned_dynamic() {
+    check_flag_combination(m_flags | var_flag::PLANNED_DYNAMIC);
+    m_flags |= var_flag::PLANNED_DYNAMIC;
+}
+
+void GraphVar::add_to_dynamic_chain(GraphVar* follower) {
+    KERN_CHECK(!has_flag(var_flag::INSERTED) || !follower->has_flag(var_flag::INSERTED));
+    m_dynamic_chain.push_back(follower);
 }
 
 bool GraphVar::is_static_storage() const {

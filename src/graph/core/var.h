@@ -25,15 +25,20 @@ public:
     GraphOperator* owner_operator() const { return m_owner; }
     // The var's own name, or its operator's.
     const std::string& name() const;
+    bool has_name() const { return m_has_name; }
     GraphVar& name(std::string own_name);
 
     VarFlags flags() const { return m_flags; }
     bool has_flag(VarFlags bits) const { return (m_flags & bits) == bits; }
     // Combinations that contradict each other stop the process, and so does a bit that comes too
-    // late.
+    // late: none is added once the var is in a compiled order.
     GraphVar& add_flag(VarFlags bits);
     // For the memory planner, which decides anew for each operator sequence.
-    void clear_planned_dynamic() { m_flags &= ~var_flag::PLANNED_DYNAMIC; }
+    void set_planned_dynamic();
+    void clear_planned_dynamic() {
+        m_flags &= ~var_flag::PLANNED_DYNAMIC;
+        m_is_planned = true;
+    }
     // Whether memory is planned before a run, as opposed to allocated in it.
     bool is_static_storage() const;
 
@@ -69,7 +74,9 @@ public:
     void drop_device_value();
 
     // Vars that become dynamic when this one does.
-    std::vector<GraphVar*>& dynamic_chain() { return m_dynamic_chain; }
+    const std::vector<GraphVar*>& dynamic_chain() const { return m_dynamic_chain; }
+    // One of the two is not in the graph yet: links are made while an operator is inserted.
+    void add_to_dynamic_chain(GraphVar* follower);
 
     // Readers of a dynamic var's value that have not run yet in this run.
     size_t nr_readers_left = 0;
@@ -83,6 +90,7 @@ private:
     bool m_shape_mutable = true;
     std::string m_name;
     VarFlags m_flags = 0;
+    bool m_is_planned = false;
     kern::TensorShape m_shape;
     CompNode m_comp_node;
     const kern::TensorFormat* m_format = kern::default_format();

@@ -2,6 +2,8 @@
 
 namespace orb {
 
+const OperatorType CallbackOperator::TYPE{"CallbackOperator"};
+
 CallbackOperator::CallbackOperator(GraphVar* var)
     : SingleNodeOperator(&var->owner_graph(), OperatorConfig{}, "callback") {
     add_input({var});
@@ -13,11 +15,6 @@ CallbackOperator::CallbackOperator(GraphVar* var)
 CallbackOperator* CallbackOperator::make(GraphVar* var) {
     std::unique_ptr<GraphOperator> op(new CallbackOperator(var));
     return static_cast<CallbackOperator*>(var->owner_graph().insert_operator(std::move(op)));
-}
-
-const OperatorType* CallbackOperator::type_record() const {
-    static constexpr OperatorType TYPE{"CallbackOperator"};
-    return &TYPE;
 }
 
 void CallbackOperator::register_output_inference() {

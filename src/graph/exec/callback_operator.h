@@ -8,9 +8,11 @@ namespace orb {
 
 class CallbackOperator final : public SingleNodeOperator {
 public:
+    static const OperatorType TYPE;
+
     static CallbackOperator* make(GraphVar* var);
 
-    const OperatorType* type_record() const override;
+    const OperatorType* type_record() const override { return &TYPE; }
     void clear_callbacks() { m_callbacks.clear(); }
     void add_callback(OutputCallback callback) { m_callbacks.push_back(std::move(callback)); }
 

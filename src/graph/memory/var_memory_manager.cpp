@@ -112,7 +112,7 @@ void VarMemoryManager::mark_dynamic(GraphVar* var) {
         if (current->flags() & (var_flag::PLANNED_DYNAMIC | var_flag::PERSISTENT_STATIC))
             continue;
         if (!current->has_flag(var_flag::NO_SYSTEM_ALLOC))
-            current->add_flag(var_flag::PLANNED_DYNAMIC);
+            current->set_planned_dynamic();
         pending.insert(pending.end(), current->dynamic_chain().begin(),
                        current->dynamic_chain().end());
     }

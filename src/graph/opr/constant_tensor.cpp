@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 
+#include "graph/core/operator_copy.h"
 #include "graph/node/comp_node_env.h"
 #include "kernels/check.h"
 #include "kernels/handle.h"
@@ -31,14 +32,22 @@ std::shared_ptr<DeviceTensorND> shared_scalar(const HostTensorND& value, CompNod
                             value.dtype().byte_size(1));
     const auto key = std::make_pair(static_cast<const void*>(value.dtype().record()), bytes);
     CompNodeEnv& env = node.env();
-    const std::lock_guard<RecursiveSpinLock> lock(env.user_data_lock());
-    auto& cache =
-        env.user_data().get_or_make<ScalarCache>([] { return std::make_shared<ScalarCache>(); });
-    auto& tensor = cache.tensors[key];
-    // Filled before anybody else can see it.
-    if (!tensor)
-        tensor = copy_to_node(value, node);
-    return tensor;
+    const auto with_entry = [&](const auto& use) {
+        const std::lock_guard<RecursiveSpinLock> lock(env.user_data_lock());
+        auto& cache = env.user_data().get_or_make<ScalarCache>(
+            [] { return std::make_shared<ScalarCache>(); });
+        return use(cache.tensors[key]);
+    };
+    if (auto known = with_entry([](const auto& entry) { return entry; }))
+        return known;
+    // Made and filled without the lock, since it may wait for the node. Of two threads that do so
+    // at once the first to come back wins.
+    auto made = copy_to_node(value, node);
+    return with_entry([&made](auto& entry) {
+        if (!entry)
+            entry = std::move(made);
+        return entry;
+    });
 }
 
 float as_float(const HostTensorND& value) {
@@ -65,7 +74,20 @@ HostTensorND scalar_tensor(T value, kern::DType dtype) {
     return tensor;
 }
 
+GraphOperator* copy(const GraphOperator& source, ComputeGraph& graph, const std::vector<GraphVar*>&,
+                    const OperatorConfig& config) {
+    const auto& op = static_cast<const ConstantTensor&>(source);
+    OperatorConfig on_node = config;
+    if (on_node.comp_nodes.empty())
+        on_node.comp_nodes = {op.comp_node()};
+    return ConstantTensor::make(graph, op.host_value(), on_node)->owner_operator();
+}
+
+const OperatorCopy COPY(&ConstantTensor::TYPE, copy);
+
 }  // namespace
+
+const OperatorType ConstantTensor::TYPE{"ConstantTensor"};
 
 ConstantTensor::ConstantTensor(ComputeGraph& graph, std::shared_ptr<DeviceTensorND> tensor,
                                const HostTensorND& value, const OperatorConfig& config)
@@ -94,14 +116,9 @@ GraphVar* ConstantTensor::make(ComputeGraph& graph, const HostTensorND& value,
         std::unique_ptr<GraphOperator>(new ConstantTensor(graph, std::move(tensor), copy, config)));
 }
 
-const OperatorType* ConstantTensor::type_record() const {
-    static constexpr OperatorType TYPE{"ConstantTensor"};
-    return &TYPE;
-}
-
 void ConstantTensor::register_output_inference() {
     ShapeInferDescriptor shape_rule;
-    shape_rule.source = InferSource::CONSTANT;
+    shape_rule.source = source_kind();
     shape_rule.infer = [this](kern::TensorShape& shape, const std::vector<InferInput>&) {
         shape = tensor().shape();
         return true;
@@ -109,7 +126,7 @@ void ConstantTensor::register_output_inference() {
     owner_graph().inference_manager().add_shape_rule(output(0), std::move(shape_rule));
 
     ValueInferDescriptor value_rule;
-    value_rule.source = InferSource::CONSTANT;
+    value_rule.source = source_kind();
     value_rule.infer = [this](HostTensorND& value, const std::vector<InferInput>&) {
         value = m_host_value;
         return true;

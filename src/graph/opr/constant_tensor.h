@@ -8,6 +8,8 @@ namespace orb {
 
 class ConstantTensor final : public TensorSource {
 public:
+    static const OperatorType TYPE;
+
     // The configuration names the node.
     static GraphVar* make_scalar(ComputeGraph& graph, float value, const OperatorConfig& config);
     static GraphVar* make_scalar(ComputeGraph& graph, int32_t value, const OperatorConfig& config);
@@ -15,7 +17,9 @@ public:
     static GraphVar* make(ComputeGraph& graph, const HostTensorND& value,
                           const OperatorConfig& config);
 
-    const OperatorType* type_record() const override;
+    const OperatorType* type_record() const override { return &TYPE; }
+    InferSource source_kind() const override { return InferSource::CONSTANT; }
+    const HostTensorND& host_value() const { return m_host_value; }
 
 protected:
     void register_output_inference() override;

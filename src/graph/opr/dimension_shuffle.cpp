@@ -6,16 +6,18 @@
 
 namespace orb {
 
-DimensionShuffle::DimensionShuffle(GraphVar* var, const std::vector<int>& pattern,
-                                   size_t source_ndim, const OperatorConfig& config)
-    : SingleNodeOperator(&var->owner_graph(), config, "dimshuffle"),
-      m_pattern(pattern),
-      m_source_ndim(source_ndim) {
-    add_input({var});
-    add_output()->dtype(var->dtype());
-    add_equality_key(source_ndim);
-    for (int axis : pattern)
-        add_equality_key(static_cast<uint64_t>(axis));
+namespace {
+
+const OperatorCopy COPY(&DimensionShuffle::TYPE, &DimensionShuffle::copy);
+
+}  // namespace
+
+const OperatorType DimensionShuffle::TYPE{"DimensionShuffle"};
+
+DimensionShuffle::DimensionShuffle(const std::vector<GraphVar*>& inputs, const Param& param,
+                                   const OperatorConfig& config)
+    : ParamOperator(inputs[0]->owner_graph(), inputs, param, config, "dimshuffle") {
+    add_output()->dtype(inputs[0]->dtype());
 }
 
 GraphVar* DimensionShuffle::make(GraphVar* var, const std::vector<int>& pattern, size_t source_ndim,
@@ -25,27 +27,22 @@ GraphVar* DimensionShuffle::make(GraphVar* var, const std::vector<int>& pattern,
         source_ndim = static_cast<size_t>(*std::max_element(pattern.begin(), pattern.end()) + 1);
     for (int axis : pattern)
         KERN_CHECK(axis == NEW_AXIS || (axis >= 0 && static_cast<size_t>(axis) < source_ndim));
-    return insert(
-        std::unique_ptr<GraphOperator>(new DimensionShuffle(var, pattern, source_ndim, config)));
-}
-
-const OperatorType* DimensionShuffle::type_record() const {
-    static constexpr OperatorType TYPE{"DimensionShuffle"};
-    return &TYPE;
+    return create({var}, {pattern, source_ndim}, config);
 }
 
 kern::TensorLayout DimensionShuffle::shuffled(const kern::TensorLayout& layout) const {
-    KERN_CHECK(layout.ndim == m_source_ndim);
+    const std::vector<int>& pattern = param().pattern;
+    KERN_CHECK(layout.ndim == param().source_ndim);
     for (size_t axis = 0; axis < layout.ndim; ++axis) {
-        const bool is_used = std::find(m_pattern.begin(), m_pattern.end(),
-                                       static_cast<int>(axis)) != m_pattern.end();
+        const bool is_used =
+            std::find(pattern.begin(), pattern.end(), static_cast<int>(axis)) != pattern.end();
         KERN_CHECK(is_used || layout[axis] == 1);
     }
     kern::TensorLayout result(layout.dtype, layout.format);
-    result.ndim = m_pattern.size();
-    for (size_t i = 0; i < m_pattern.size(); ++i) {
-        const bool is_new = m_pattern[i] == NEW_AXIS;
-        const size_t axis = is_new ? 0 : static_cast<size_t>(m_pattern[i]);
+    result.ndim = pattern.size();
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        const bool is_new = pattern[i] == NEW_AXIS;
+        const size_t axis = is_new ? 0 : static_cast<size_t>(pattern[i]);
         result.shape[i] = is_new ? 1 : layout.shape[axis];
         result.stride[i] = is_new ? 1 : layout.stride[axis];
     }
@@ -60,6 +57,14 @@ void DimensionShuffle::register_output_inference() {
         return true;
     };
     owner_graph().inference_manager().add_shape_rule(output(0), std::move(rule));
+}
+
+// Planned memory cannot view what only the run supplies.
+void DimensionShuffle::on_inserted() {
+    if (input(0)->flags() & var_flag::DYNAMIC_BITS)
+        output(0)->add_flag(var_flag::DYNAMIC_STORAGE);
+    else
+        input(0)->add_to_dynamic_chain(output(0));
 }
 
 void DimensionShuffle::plan_output_memory(bool dynamic) {

@@ -1,16 +1,25 @@
-// Axes in another order: a view of the input, nothing is computed. Only where one of the two lives
-// in planned memory and the other is allocated in the run, the elements are copied.
+// Axes in another order: a view of the input, nothing is computed. An input that gets its memory in
+// the run is viewed there. Only where the output was made dynamic for another reason than its
+// input, the elements are copied.
 #pragma once
 
 #include <vector>
 
-#include "graph/core/compute_graph.h"
-#include "graph/core/single_node_operator.h"
+#include "graph/opr/param_operator.h"
 
 namespace orb {
 
-class DimensionShuffle final : public SingleNodeOperator {
+struct DimensionShuffleParam {
+    std::vector<int> pattern;
+    size_t source_ndim;
+};
+template <>
+inline constexpr auto FIELDS<DimensionShuffleParam> =
+    std::tuple{&DimensionShuffleParam::pattern, &DimensionShuffleParam::source_ndim};
+
+class DimensionShuffle final : public ParamOperator<DimensionShuffle, DimensionShuffleParam> {
 public:
+    static const OperatorType TYPE;
     static constexpr int NEW_AXIS = -1;
 
     // Each entry of the pattern is an input axis, or NEW_AXIS for an axis of length 1; an input
@@ -18,21 +27,18 @@ public:
     static GraphVar* make(GraphVar* var, const std::vector<int>& pattern, size_t source_ndim = 0,
                           const OperatorConfig& config = {});
 
-    const OperatorType* type_record() const override;
-    size_t source_ndim() const { return m_source_ndim; }
     void plan_output_memory(bool dynamic) override;
 
 protected:
     void register_output_inference() override;
+    void on_inserted() override;
     void run_on_node() override;
 
 private:
-    DimensionShuffle(GraphVar* var, const std::vector<int>& pattern, size_t source_ndim,
+    friend ParamOperator;
+    DimensionShuffle(const std::vector<GraphVar*>& inputs, const Param& param,
                      const OperatorConfig& config);
     kern::TensorLayout shuffled(const kern::TensorLayout& layout) const;
-
-    std::vector<int> m_pattern;
-    size_t m_source_ndim;
 };
 
 }  // namespace orb

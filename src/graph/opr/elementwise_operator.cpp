@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "graph/node/comp_node_env.h"
 #include "graph/opr/type_convert.h"
 #include "kernels/check.h"
 
@@ -31,31 +30,33 @@ DType common_dtype(DType a, DType b) {
     KERN_FAIL_TEXT(std::string(a.name()) + " " + b.name());
 }
 
-}  // namespace
-
-ElementwiseOperator::ElementwiseOperator(const std::vector<GraphVar*>& inputs, ElementwiseMode mode,
-                                         const OperatorConfig& config)
-    : SingleNodeOperator(&inputs[0]->owner_graph(), config, ModeTrait::of(mode).name),
-      m_mode(mode) {
-    add_sorted_inputs(inputs);
-    add_output()->dtype(inputs[0]->dtype());
-    add_equality_key(static_cast<uint64_t>(mode));
+// Factors and summands that may be exchanged come by id.
+std::vector<GraphVar*> ordered(std::vector<GraphVar*> inputs, ElementwiseMode mode) {
+    const auto sort = [&inputs](size_t first, size_t count) {
+        const auto begin = inputs.begin() + static_cast<ptrdiff_t>(first);
+        std::stable_sort(begin, begin + static_cast<ptrdiff_t>(count),
+                         [](const GraphVar* a, const GraphVar* b) { return a->id() < b->id(); });
+    };
+    if (ModeTrait::of(mode).commutable)
+        sort(0, inputs.size());
+    if (mode == ElementwiseMode::FUSE_MUL_ADD3 || mode == ElementwiseMode::FUSE_MUL_ADD4)
+        sort(0, 2);
+    if (mode == ElementwiseMode::FUSE_MUL_ADD4)
+        sort(2, 2);
+    return inputs;
 }
 
-void ElementwiseOperator::add_sorted_inputs(const std::vector<GraphVar*>& inputs) {
-    const auto pair = [&](size_t first) {
-        add_input({inputs[first], inputs[first + 1]}, InputOrder::SORT_ADDED);
-    };
-    if (m_mode == ElementwiseMode::FUSE_MUL_ADD3) {
-        pair(0);
-        add_input({inputs[2]});
-    } else if (m_mode == ElementwiseMode::FUSE_MUL_ADD4) {
-        pair(0);
-        pair(2);
-    } else {
-        add_input(inputs,
-                  ModeTrait::of(m_mode).commutable ? InputOrder::SORT_ADDED : InputOrder::AS_GIVEN);
-    }
+const OperatorCopy COPY(&ElementwiseOperator::TYPE, &ElementwiseOperator::copy);
+
+}  // namespace
+
+const OperatorType ElementwiseOperator::TYPE{"ElementwiseOperator"};
+
+ElementwiseOperator::ElementwiseOperator(const std::vector<GraphVar*>& inputs, const Param& param,
+                                         const OperatorConfig& config)
+    : KernelOperator(inputs[0]->owner_graph(), ordered(inputs, param.mode), param, config,
+                     ModeTrait::of(param.mode).name) {
+    add_outputs({inputs[0]->dtype()});
 }
 
 GraphVar* ElementwiseOperator::make(const std::vector<GraphVar*>& inputs, ElementwiseMode mode,
@@ -71,7 +72,7 @@ GraphVar* ElementwiseOperator::make(const std::vector<GraphVar*>& inputs, Elemen
     std::vector<GraphVar*> converted;
     for (GraphVar* var : inputs)
         converted.push_back(TypeConvert::make(var, target));
-    return insert(std::unique_ptr<GraphOperator>(new ElementwiseOperator(converted, mode, config)));
+    return create(converted, {mode}, config);
 }
 
 GraphVar* ElementwiseOperator::subtract(GraphVar* a, GraphVar* b) {
@@ -83,23 +84,18 @@ GraphVar* ElementwiseOperator::divide(GraphVar* a, GraphVar* b) {
     return make({a, b}, integers ? ElementwiseMode::FLOOR_DIV : ElementwiseMode::TRUE_DIV);
 }
 
-const OperatorType* ElementwiseOperator::type_record() const {
-    static constexpr OperatorType TYPE{"ElementwiseOperator"};
-    return &TYPE;
+std::optional<EpilogueStep> ElementwiseOperator::as_epilogue(const GraphVar* var) {
+    const bool is_unary = input().size() == 1;
+    if (input(0) != var || input().size() > 2 || (!is_unary && input(1) == var))
+        return std::nullopt;
+    return EpilogueStep{param().mode, is_unary ? nullptr : input(1), output(0), this};
 }
 
-void ElementwiseOperator::register_output_inference() {
-    ShapeInferDescriptor rule;
-    for (GraphVar* var : input())
-        rule.deps.push_back({var, InferDepType::SHAPE});
-    rule.infer = [](kern::TensorShape& shape, const std::vector<InferInput>& inputs) {
-        std::vector<kern::TensorShape> shapes;
-        for (const InferInput& dep : inputs)
-            shapes.push_back(*dep.shape);
-        shape = kern::Elementwise::deduce_output_shape(shapes);
-        return true;
-    };
-    owner_graph().inference_manager().add_shape_rule(output(0), std::move(rule));
+kern::TensorShape ElementwiseOperator::output_shape(size_t, const std::vector<InferInput>& inputs) {
+    std::vector<kern::TensorShape> shapes;
+    for (const InferInput& dep : inputs)
+        shapes.push_back(*dep.shape);
+    return kern::Elementwise::deduce_output_shape(shapes);
 }
 
 void ElementwiseOperator::plan_output_memory(bool dynamic) {
@@ -110,22 +106,9 @@ void ElementwiseOperator::plan_output_memory(bool dynamic) {
     }
 }
 
-void ElementwiseOperator::run_on_node() {
-    if (m_is_computed)
-        return;
-    if (!m_kernel) {
-        m_kernel = comp_node().env().kernel_handle().create_operator<kern::Elementwise>();
-        m_kernel->param().mode = m_mode;
-    }
-    std::vector<kern::RawTensor> inputs;
-    for (size_t i = 0; i < input().size(); ++i)
-        inputs.push_back(input_value(i).as_raw());
-    m_kernel->exec(inputs, output_value(0).as_raw());
-}
-
-void ElementwiseOperator::release_node_resources() {
-    SingleNodeOperator::release_node_resources();
-    m_kernel.reset();
+void ElementwiseOperator::forward(const Tensors& inputs, const Tensors& outputs,
+                                  const kern::Workspace&) {
+    kernel().exec(inputs, outputs[0]);
 }
 
 }  // namespace orb

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "graph/node/comp_node_env.h"
-#include "graph/opr/elementwise_operator.h"
 #include "kernels/check.h"
+#include "kernels/quantise.h"
 
 namespace orb {
 namespace {
@@ -13,12 +12,6 @@ namespace {
 using kern::DType;
 using kern::TensorLayout;
 using kern::TensorShape;
-
-// Quantised results, whose scale would have to be chosen, stop the process.
-DType output_dtype(DType input, kern::MatrixMulDataType data_type) {
-    const auto number = kern::MatrixMul::deduce_dtype(data_type, input.enum_value());
-    return DType::from_enum(static_cast<uint32_t>(number));
-}
 
 TensorShape swapped(const TensorShape& shape) {
     return {shape[1], shape[0]};
@@ -37,96 +30,79 @@ bool is_readable(const TensorLayout& layout) {
 
 // The contiguous matrix that the value is or is the transpose of; flips the flag in the latter
 // case. Strides are made anew: an axis of length 1 may carry any.
-kern::RawTensor operand(const DeviceTensorND& value, bool& transpose) {
-    const TensorLayout& layout = value.layout();
+kern::RawTensor operand(const kern::RawTensor& value, bool& transpose) {
+    const TensorLayout& layout = value.layout;
     if (is_contiguous(layout))
-        return {value.raw_ptr(), TensorLayout(layout, layout.dtype)};
+        return {value.raw_ptr, TensorLayout(layout, layout.dtype)};
     transpose = !transpose;
-    return {value.raw_ptr(), TensorLayout(swapped(layout), layout.dtype)};
+    return {value.raw_ptr, TensorLayout(swapped(layout), layout.dtype)};
 }
+
+const OperatorCopy COPY(&MatrixMultiply::TYPE, &MatrixMultiply::copy);
 
 }  // namespace
 
-MatrixMultiply::MatrixMultiply(GraphVar* a, GraphVar* b, const Param& param,
+const OperatorType MatrixMultiply::TYPE{"MatrixMultiply"};
+
+DType product_dtype(const GraphVar* a, const GraphVar* b, kern::MatrixMulDataType data_type,
+                    const OperatorConfig& config) {
+    KERN_CHECK_TEXT(a->dtype().enum_value() == b->dtype().enum_value(),
+                    std::string(a->dtype().name()) + " " + b->dtype().name());
+    const auto result = kern::MatrixMul::deduce_dtype(data_type, a->dtype().enum_value());
+    if (config.output_dtype.valid()) {
+        KERN_CHECK_TEXT(config.output_dtype.enum_value() == result, config.output_dtype.name());
+        return config.output_dtype;
+    }
+    if (result != kern::DTypeEnum::QUANTIZED_S32)
+        return DType::from_enum(static_cast<uint32_t>(result));
+    return DType::QuantizedS32(kern::Quantisation::of(a->dtype()).scale *
+                               kern::Quantisation::of(b->dtype()).scale);
+}
+
+MatrixMultiply::MatrixMultiply(const std::vector<GraphVar*>& inputs, const Param& param,
                                const OperatorConfig& config)
-    : SingleNodeOperator(&a->owner_graph(), config, "matrix_mul"), m_param(param) {
-    add_input({a, b});
-    add_output()->dtype(output_dtype(a->dtype(), param.data_type));
-    add_workspace_output();
-    add_equality_key(param.transpose_a);
-    add_equality_key(param.transpose_b);
-    add_equality_key(static_cast<uint64_t>(param.data_type));
+    : KernelOperator(inputs[0]->owner_graph(), inputs, param, config, "matrix_mul") {
+    add_outputs({product_dtype(inputs[0], inputs[1], param.data_type, config)});
+    add_workspace();
 }
 
 GraphVar* MatrixMultiply::make(GraphVar* a, GraphVar* b, const Param& param,
                                const OperatorConfig& config) {
-    KERN_CHECK_TEXT(a->dtype().enum_value() == b->dtype().enum_value(),
-                    std::string(a->dtype().name()) + " " + b->dtype().name());
-    return insert(std::unique_ptr<GraphOperator>(new MatrixMultiply(a, b, param, config)));
+    return create({a, b}, param, config);
 }
 
-const OperatorType* MatrixMultiply::type_record() const {
-    static constexpr OperatorType TYPE{"MatrixMultiply"};
-    return &TYPE;
+void MatrixMultiply::constrain_input_layouts(OperatorProperties& properties) const {
+    require_layout(properties, 0, is_readable);
+    require_layout(properties, 1, is_readable);
 }
 
-OperatorProperties MatrixMultiply::make_properties() const {
-    OperatorProperties properties = SingleNodeOperator::make_properties();
-    for (GraphVar* var : input())
-        require_layout(properties, var, is_readable);
-    return properties;
-}
-
-TensorShape MatrixMultiply::output_shape(const TensorShape& a, const TensorShape& b) const {
-    return kern::MatrixMul::deduce_shape(m_param, a, b);
-}
-
-kern::MatrixMul& MatrixMultiply::kernel() {
-    if (!m_kernel)
-        m_kernel = comp_node().env().kernel_handle().create_operator<kern::MatrixMul>();
-    return *m_kernel;
+TensorShape MatrixMultiply::output_shape(size_t, const std::vector<InferInput>& inputs) {
+    return kern::MatrixMul::deduce_shape(param(), *inputs[0].shape, *inputs[1].shape);
 }
 
 // Which of the four forms runs is only known from the layouts, so the largest is asked for.
-size_t MatrixMultiply::get_workspace_size(const TensorShape& a, const TensorShape& b) {
-    const TensorLayout c(output_shape(a, b), output(0)->dtype());
+size_t MatrixMultiply::workspace_size(const std::vector<InferInput>& inputs) {
+    const TensorShape& a = *inputs[0].shape;
+    const TensorShape& b = *inputs[1].shape;
+    const TensorLayout c(output_shape(0, inputs), output(0)->dtype());
+    kern::MatrixMul& query = query_kernel();
     size_t size = 0;
     for (bool flip_a : {false, true}) {
         for (bool flip_b : {false, true}) {
-            kernel().param() = m_param;
-            kernel().param().transpose_a ^= flip_a;
-            kernel().param().transpose_b ^= flip_b;
+            query.param() = param();
+            query.param().transpose_a ^= flip_a;
+            query.param().transpose_b ^= flip_b;
             const TensorLayout a_layout(flip_a ? swapped(a) : a, input(0)->dtype());
             const TensorLayout b_layout(flip_b ? swapped(b) : b, input(1)->dtype());
-            size = std::max(size, kernel().workspace_in_bytes(a_layout, b_layout, c));
+            size = std::max(size, query.workspace_in_bytes(a_layout, b_layout, c));
         }
     }
-    kernel().param() = m_param;
     return size;
 }
 
-void MatrixMultiply::register_output_inference() {
-    const std::vector<InferDep> deps = {{input(0), InferDepType::SHAPE},
-                                        {input(1), InferDepType::SHAPE}};
-    ShapeInferDescriptor rule;
-    rule.deps = deps;
-    rule.infer = [this](TensorShape& shape, const std::vector<InferInput>& inputs) {
-        shape = output_shape(*inputs[0].shape, *inputs[1].shape);
-        return true;
-    };
-    owner_graph().inference_manager().add_shape_rule(output(0), std::move(rule));
-
-    ShapeInferDescriptor workspace_rule;
-    workspace_rule.deps = deps;
-    workspace_rule.infer = [this](TensorShape& shape, const std::vector<InferInput>& inputs) {
-        shape = {get_workspace_size(*inputs[0].shape, *inputs[1].shape)};
-        return true;
-    };
-    owner_graph().inference_manager().add_shape_rule(output(1), std::move(workspace_rule));
-}
-
-void MatrixMultiply::epilogues(std::vector<ElementwiseOperator*> operators) {
-    m_epilogues = std::move(operators);
+size_t MatrixMultiply::absorb(std::vector<EpilogueStep> steps) {
+    m_steps = std::move(steps);
+    return m_steps.size();
 }
 
 // Those whose operand has its value already and whose result takes the product's place, in the same
@@ -135,37 +111,30 @@ std::vector<kern::MatrixMul::Epilogue> MatrixMultiply::epilogues_to_fold() const
     const VarMemoryManager& memory = owner_graph().memory_manager();
     const DeviceTensorND& product = output_value(0);
     std::vector<kern::MatrixMul::Epilogue> to_fold;
-    to_fold.reserve(m_epilogues.size());
-    for (const ElementwiseOperator* epilogue : m_epilogues) {
-        const GraphVar* result = epilogue->output(0);
-        const GraphVar* operand = epilogue->input(1);
-        if (!result->is_static_storage() || !memory.has_value_before(operand, this) ||
-            result->device_value().raw_ptr() != product.raw_ptr())
+    to_fold.reserve(m_steps.size());
+    for (const EpilogueStep& step : m_steps) {
+        if (!step.operand || !step.result->is_static_storage() ||
+            !memory.has_value_before(step.operand, this) ||
+            step.result->device_value().raw_ptr() != product.raw_ptr())
             break;
-        to_fold.push_back({epilogue->mode(), operand->device_value().as_raw()});
+        to_fold.push_back({step.mode, step.operand->device_value().as_raw()});
     }
     return to_fold;
 }
 
-void MatrixMultiply::run_on_node() {
-    Param form = m_param;
-    const kern::RawTensor a = operand(input_value(0), form.transpose_a);
-    const kern::RawTensor b = operand(input_value(1), form.transpose_b);
-    const DeviceTensorND& workspace = output_value(1);
-    const kern::RawTensor c = output_value(0).as_raw();
+void MatrixMultiply::forward(const Tensors& inputs, const Tensors& outputs,
+                             const kern::Workspace& workspace) {
+    Param form = param();
+    const kern::RawTensor a = operand(inputs[0], form.transpose_a);
+    const kern::RawTensor b = operand(inputs[1], form.transpose_b);
     auto to_fold = epilogues_to_fold();
     kernel().param() = form;
-    to_fold.resize(kernel().nr_foldable(a.layout, c.layout, to_fold));
-    kernel().exec_folded(a, b, c, to_fold, {workspace.raw_ptr(), workspace.shape(0)});
+    to_fold.resize(kernel().nr_foldable(a.layout, outputs[0].layout, to_fold));
+    kernel().exec_folded(a, b, outputs[0], to_fold, workspace);
     m_nr_folded = to_fold.size();
-    for (size_t i = 0; i < m_epilogues.size(); ++i)
-        m_epilogues[i]->computed_by_product(i < m_nr_folded);
-    kernel().param() = m_param;
-}
-
-void MatrixMultiply::release_node_resources() {
-    SingleNodeOperator::release_node_resources();
-    m_kernel.reset();
+    for (size_t i = 0; i < m_steps.size(); ++i)
+        m_steps[i].op->set_absorbed(i < m_nr_folded);
+    kernel().param() = param();
 }
 
 }  // namespace orb

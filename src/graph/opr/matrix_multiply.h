@@ -3,48 +3,47 @@
 
 #include <vector>
 
-#include "graph/core/compute_graph.h"
-#include "graph/core/single_node_operator.h"
+#include "graph/opr/kernel_operator.h"
 #include "kernels/matrix_mul.h"
 
 namespace orb {
 
-class ElementwiseOperator;
+template <>
+inline constexpr auto FIELDS<kern::MatrixMul::Param> =
+    std::tuple{&kern::MatrixMul::Param::transpose_a, &kern::MatrixMul::Param::transpose_b,
+               &kern::MatrixMul::Param::data_type};
 
-class MatrixMultiply final : public SingleNodeOperator {
+// The dtype of a product of two vars, which the configuration may name. Without it a quantised
+// product has the product of the operands' scales.
+kern::DType product_dtype(const GraphVar* a, const GraphVar* b, kern::MatrixMulDataType data_type,
+                          const OperatorConfig& config);
+
+class MatrixMultiply final : public KernelOperator<MatrixMultiply, kern::MatrixMul> {
 public:
-    using Param = kern::MatrixMul::Param;
+    static const OperatorType TYPE;
 
     static GraphVar* make(GraphVar* a, GraphVar* b, const Param& param,
                           const OperatorConfig& config = {});
 
-    const OperatorType* type_record() const override;
-    const Param& param() const { return m_param; }
-
-    // The epilogues: elementwise operators that come after this one in the compiled order, each the
-    // only reader of the output before it, which is its first input. In every run the product
-    // computes as many of them as it can while it writes its result, and tells them.
-    void epilogues(std::vector<ElementwiseOperator*> operators);
+    size_t absorb(std::vector<EpilogueStep> steps) override;
     // So many in the last run that computed anything.
     size_t nr_folded() const { return m_nr_folded; }
 
 protected:
-    OperatorProperties make_properties() const override;
-    void register_output_inference() override;
-    void run_on_node() override;
-    void release_node_resources() override;
+    void constrain_input_layouts(OperatorProperties& properties) const override;
+    kern::TensorShape output_shape(size_t index, const std::vector<InferInput>& inputs) override;
+    size_t workspace_size(const std::vector<InferInput>& inputs) override;
+    void forward(const Tensors& inputs, const Tensors& outputs,
+                 const kern::Workspace& workspace) override;
 
 private:
-    MatrixMultiply(GraphVar* a, GraphVar* b, const Param& param, const OperatorConfig& config);
-    kern::TensorShape output_shape(const kern::TensorShape& a, const kern::TensorShape& b) const;
-    size_t get_workspace_size(const kern::TensorShape& a, const kern::TensorShape& b);
-    kern::MatrixMul& kernel();
+    friend Base;
+    MatrixMultiply(const std::vector<GraphVar*>& inputs, const Param& param,
+                   const OperatorConfig& config);
     std::vector<kern::MatrixMul::Epilogue> epilogues_to_fold() const;
 
-    Param m_param;
-    std::vector<ElementwiseOperator*> m_epilogues;
+    std::vector<EpilogueStep> m_steps;
     size_t m_nr_folded = 0;
-    std::unique_ptr<kern::MatrixMul> m_kernel;
 };
 
 }  // namespace orb

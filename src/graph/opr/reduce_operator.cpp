@@ -2,9 +2,9 @@
 
 #include <cstring>
 
-#include "graph/node/comp_node_env.h"
 #include "graph/opr/elementwise_operator.h"
 #include "kernels/check.h"
+#include "kernels/quantise.h"
 
 namespace orb {
 namespace {
@@ -15,15 +15,21 @@ using kern::ReduceMode;
 using kern::TensorShape;
 
 DType output_dtype(DType input, const kern::Reduce::Param& param) {
-    KERN_CHECK_TEXT(input.category() != kern::DTypeCategory::QUANTISED, input.name());
+    const bool is_quantised = input.category() == kern::DTypeCategory::QUANTISED;
+    KERN_CHECK_TEXT(!is_quantised || param.mode >= ReduceMode::MIN, input.name());
     switch (param.data_type) {
         case ReduceDataType::DEFAULT:
             return input;
         case ReduceDataType::FLOAT_O32:
+            KERN_CHECK_TEXT(!is_quantised, input.name());
             return DType::Float32();
         case ReduceDataType::FLOAT_O16:
+            KERN_CHECK_TEXT(!is_quantised, input.name());
             return DType::Float16();
-        default:
+        case ReduceDataType::QUINT_I8_O32:
+            KERN_CHECK_TEXT(input.enum_value() == kern::DTypeEnum::QUANTIZED8_ASYMM, input.name());
+            return DType::QuantizedS32(kern::Quantisation::of(input).scale);
+        default:  // no kernel takes any other
             KERN_FAIL_TEXT(input.name());
     }
 }
@@ -32,7 +38,7 @@ DType output_dtype(DType input, const kern::Reduce::Param& param) {
 GraphVar* base_of_square(GraphVar* var) {
     const GraphOperator* owner = var->owner_operator();
     const auto* power = dynamic_cast<const ElementwiseOperator*>(owner);
-    if (!power || power->mode() != kern::ElementwiseMode::POW)
+    if (!power || power->param().mode != kern::ElementwiseMode::POW)
         return nullptr;
     InferenceManager& inference = var->owner_graph().inference_manager();
     GraphVar* exponent = owner->input(1);
@@ -71,26 +77,23 @@ TensorShape padded(const TensorShape& shape, size_t ndim) {
     return result;
 }
 
+const OperatorCopy COPY(&ReduceOperator::TYPE, &ReduceOperator::copy);
+
 }  // namespace
 
-ReduceOperator::ReduceOperator(GraphVar* source, const Param& param, GraphVar* target_shape,
+const OperatorType ReduceOperator::TYPE{"ReduceOperator"};
+
+ReduceOperator::ReduceOperator(const std::vector<GraphVar*>& inputs, const Param& param,
                                const OperatorConfig& config)
-    : SingleNodeOperator(&source->owner_graph(), config,
-                         "reduce" + std::to_string(static_cast<uint32_t>(param.mode))),
-      m_param(param) {
-    add_input({source});
-    if (target_shape)
-        add_input({target_shape});
-    add_output()->dtype(output_dtype(source->dtype(), param));
-    add_workspace_output();
-    add_equality_key(static_cast<uint64_t>(param.mode));
-    add_equality_key(static_cast<uint64_t>(static_cast<int64_t>(param.axis)));
-    add_equality_key(static_cast<uint64_t>(param.data_type));
+    : KernelOperator(inputs[0]->owner_graph(), inputs, param, config,
+                     "reduce" + std::to_string(static_cast<uint32_t>(param.mode))) {
+    KERN_CHECK(inputs.size() == (param.axis < 0 ? 2 : 1));
+    add_outputs({output_dtype(inputs[0]->dtype(), param)});
+    add_workspace();
 }
 
 GraphVar* ReduceOperator::make(GraphVar* source, Param param, GraphVar* target_shape,
                                const OperatorConfig& config) {
-    KERN_CHECK((param.axis < 0) == (target_shape != nullptr));
     if (param.data_type == ReduceDataType::FLOAT_IO16_CO32)
         param.data_type = ReduceDataType::FLOAT_O16;
     if (param.mode == ReduceMode::SUM) {
@@ -99,90 +102,87 @@ GraphVar* ReduceOperator::make(GraphVar* source, Param param, GraphVar* target_s
             source = base;
         }
     }
-    return insert(
-        std::unique_ptr<GraphOperator>(new ReduceOperator(source, param, target_shape, config)));
-}
-
-const OperatorType* ReduceOperator::type_record() const {
-    static constexpr OperatorType TYPE{"ReduceOperator"};
-    return &TYPE;
+    std::vector<GraphVar*> inputs{source};
+    if (target_shape)
+        inputs.push_back(target_shape);
+    return create(inputs, param, config);
 }
 
 OperatorProperties ReduceOperator::make_properties() const {
-    OperatorProperties properties = SingleNodeOperator::make_properties();
-    require_contiguous_layout(properties, input(0));
-    if (input().size() > 1) {
-        for (auto& entry : properties.dependencies) {
-            if (entry.first == input(1))
-                entry.second = dependency::HOST_VALUE | dependency::HOST_VALUE_DYNAMIC;
-        }
-    }
+    OperatorProperties properties = KernelOperator::make_properties();
+    if (input().size() > 1)
+        properties.set_dependency(input(1),
+                                  dependency::HOST_VALUE | dependency::HOST_VALUE_DYNAMIC);
     return properties;
 }
 
-TensorShape ReduceOperator::output_shape(const std::vector<InferInput>& inputs) const {
-    if (m_param.axis < 0)
+void ReduceOperator::constrain_input_layouts(OperatorProperties& properties) const {
+    require_contiguous_layout(properties, 0);
+}
+
+std::vector<InferDep> ReduceOperator::inference_deps() const {
+    std::vector<InferDep> deps = {{input(0), InferDepType::SHAPE}};
+    if (input().size() > 1)
+        deps.push_back({input(1), InferDepType::VALUE});
+    return deps;
+}
+
+TensorShape ReduceOperator::output_shape(size_t, const std::vector<InferInput>& inputs) {
+    if (param().axis < 0)
         return shape_from_value(*inputs[1].value);
     TensorShape shape = *inputs[0].shape;
-    const auto axis = static_cast<size_t>(m_param.axis);
+    const auto axis = static_cast<size_t>(param().axis);
     KERN_CHECK(axis < shape.ndim);
     shape[axis] = 1;
     return shape;
 }
 
-const ReducePlan& ReduceOperator::plan_for(const TensorShape& source, const TensorShape& target) {
-    if (!m_kernel)
-        m_kernel = comp_node().env().kernel_handle().create_operator<kern::Reduce>();
-    const TensorShape full_target = padded(target, source.ndim);
-    if (!m_plan.is_for(source, full_target)) {
-        m_plan = ReducePlan(kern::TensorLayout(source, input(0)->dtype()), full_target,
-                            output(0)->dtype(), m_param, *m_kernel);
-    }
-    m_kernel->param() = m_param;
-    return m_plan;
+void ReduceOperator::update(ReducePlan& plan, const TensorShape& source, const TensorShape& target,
+                            kern::Reduce& kernel) const {
+    plan.update(kern::TensorLayout(source, input(0)->dtype()), padded(target, source.ndim),
+                output(0)->dtype(), param(), kernel);
 }
 
-void ReduceOperator::register_output_inference() {
-    std::vector<InferDep> deps = {{input(0), InferDepType::SHAPE}};
-    if (m_param.axis < 0)
-        deps.push_back({input(1), InferDepType::VALUE});
-    ShapeInferDescriptor rule;
-    rule.deps = deps;
-    rule.infer = [this](TensorShape& shape, const std::vector<InferInput>& inputs) {
-        shape = output_shape(inputs);
-        return true;
-    };
-    owner_graph().inference_manager().add_shape_rule(output(0), std::move(rule));
+size_t ReduceOperator::workspace_size(const std::vector<InferInput>& inputs) {
+    const TensorShape& source = *inputs[0].shape;
+    if (source.has_zero_axis())
+        return 0;
+    update(m_query_plan, source, output_shape(0, inputs), query_kernel());
+    return m_query_plan.workspace_bytes();
+}
 
-    ShapeInferDescriptor workspace_rule;
-    workspace_rule.deps = deps;
-    workspace_rule.infer = [this](TensorShape& shape, const std::vector<InferInput>& inputs) {
-        const TensorShape& source = *inputs[0].shape;
-        shape = {source.has_zero_axis() ? 0
-                                        : plan_for(source, output_shape(inputs)).workspace_bytes()};
-        return true;
-    };
-    owner_graph().inference_manager().add_shape_rule(output(1), std::move(workspace_rule));
+bool ReduceOperator::keeps_elements(const TensorShape& source, const TensorShape& target) const {
+    return param().mode != ReduceMode::SUM_SQR && input(0)->dtype() == output(0)->dtype() &&
+           target.ndim <= source.ndim && source.same_shape(padded(target, source.ndim));
+}
+
+void ReduceOperator::plan_output_memory(bool dynamic) {
+    KernelOperator::plan_output_memory(dynamic);
+    const MemPlan& source = input(0)->mem_plan();
+    const TensorShape& target = output(0)->shape();
+    if (output(0)->is_static_storage() == dynamic || !source.chunk || !source.layout.is_dense() ||
+        !keeps_elements(source.layout, target))
+        return;
+    const SubTensorRegion view(source.layout.reshape(target), 0);
+    owner_graph().memory_manager().forward_input_readonly(input(0), output(0), view);
 }
 
 void ReduceOperator::run_on_node() {
     const DeviceTensorND& src = input_value(0);
-    const DeviceTensorND& dst = output_value(0);
-    const ReducePlan& plan = plan_for(src.shape(), dst.shape());
-    if (plan.is_copy()) {
-        DeviceTensorND view = dst;
+    DeviceTensorND dst = output_value(0);
+    if (!keeps_elements(src.shape(), dst.shape())) {
+        forward({src.as_raw()}, {dst.as_raw()}, workspace());
+    } else if (src.raw_ptr() != dst.raw_ptr()) {
         if (!src.shape().same_shape(dst.shape()))
-            view.reset(dst.storage(), dst.layout().reshape(src.shape()));
-        view.copy_from_fixlayout(src);
-        return;
+            dst.reset(dst.storage(), dst.layout().reshape(src.shape()));
+        dst.copy_from_fixlayout(src);
     }
-    const DeviceTensorND& workspace = output_value(1);
-    plan.run(src.as_raw(), dst.as_raw(), {workspace.raw_ptr(), workspace.shape(0)}, *m_kernel);
 }
 
-void ReduceOperator::release_node_resources() {
-    SingleNodeOperator::release_node_resources();
-    m_kernel.reset();
+void ReduceOperator::forward(const Tensors& inputs, const Tensors& outputs,
+                             const kern::Workspace& workspace) {
+    update(m_plan, inputs[0].layout, outputs[0].layout, kernel());
+    m_plan.run(inputs[0], outputs[0], workspace, kernel());
 }
 
 }  // namespace orb

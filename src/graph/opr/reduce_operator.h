@@ -3,8 +3,7 @@
 
 #include <vector>
 
-#include "graph/core/compute_graph.h"
-#include "graph/core/single_node_operator.h"
+#include "graph/opr/kernel_operator.h"
 #include "kernels/reduce.h"
 
 namespace orb {
@@ -15,18 +14,18 @@ namespace orb {
 class ReducePlan {
 public:
     struct Step {
-        kern::ReduceMode mode;
+        kern::Reduce::Param param;
         kern::TensorLayout src;  // {outer, length, inner}
         kern::TensorLayout dst;  // {outer, 1, inner}
         size_t scratch_bytes;    // of the kernel
     };
 
-    // `target` has the axes of `source`, each of equal length or 1.
-    ReducePlan() = default;
-    ReducePlan(const kern::TensorLayout& source, const kern::TensorShape& target,
-               kern::DType target_dtype, const kern::Reduce::Param& param, kern::Reduce& kernel);
+    // Makes the plan anew, in the memory that it has, unless it is for these shapes already.
+    // `target` has the axes of `source`, each of equal length or 1. Asks the kernel for its scratch
+    // memory, and leaves the kernel's parameters changed.
+    void update(const kern::TensorLayout& source, const kern::TensorShape& target,
+                kern::DType target_dtype, const kern::Reduce::Param& param, kern::Reduce& kernel);
 
-    bool is_for(const kern::TensorShape& source, const kern::TensorShape& target) const;
     bool is_copy() const { return m_steps.empty(); }
     size_t workspace_bytes() const;
     void run(const kern::RawTensor& src, const kern::RawTensor& dst,
@@ -41,35 +40,45 @@ private:
     size_t m_between_bytes = 0;  // of one of the two buffers between steps
 };
 
-class ReduceOperator final : public SingleNodeOperator {
+template <>
+inline constexpr auto FIELDS<kern::Reduce::Param> = std::tuple{
+    &kern::Reduce::Param::mode, &kern::Reduce::Param::axis, &kern::Reduce::Param::data_type};
+
+class ReduceOperator final : public KernelOperator<ReduceOperator, kern::Reduce> {
 public:
-    using Param = kern::Reduce::Param;
+    static const OperatorType TYPE;
 
     // With an axis of at least 0 that axis collapses to length 1 and there is no target shape. With
-    // a negative axis the target is a vector of integers. A sum over x to the power of 2 becomes a
-    // sum of squares over x. Nothing cannot be reduced to something: an axis of length 0 that
-    // collapses stops the process in the run.
+    // a negative axis the target is a vector of integers. A sum over x to the power of 2
+    // becomes a sum of squares over x. Nothing cannot be reduced to something: an axis of length 0
+    // that collapses stops the process in the run. Where nothing collapses the output is a view of
+    // the source. Quantised sources have a mean, a minimum and a maximum.
     static GraphVar* make(GraphVar* source, Param param, GraphVar* target_shape = nullptr,
                           const OperatorConfig& config = {});
 
-    const OperatorType* type_record() const override;
-    const Param& param() const { return m_param; }
+    void plan_output_memory(bool dynamic) override;
 
 protected:
     OperatorProperties make_properties() const override;
-    void register_output_inference() override;
+    void constrain_input_layouts(OperatorProperties& properties) const override;
+    std::vector<InferDep> inference_deps() const override;
+    kern::TensorShape output_shape(size_t index, const std::vector<InferInput>& inputs) override;
+    size_t workspace_size(const std::vector<InferInput>& inputs) override;
     void run_on_node() override;
-    void release_node_resources() override;
+    void forward(const Tensors& inputs, const Tensors& outputs,
+                 const kern::Workspace& workspace) override;
 
 private:
-    ReduceOperator(GraphVar* source, const Param& param, GraphVar* target_shape,
+    friend Base;
+    ReduceOperator(const std::vector<GraphVar*>& inputs, const Param& param,
                    const OperatorConfig& config);
-    kern::TensorShape output_shape(const std::vector<InferInput>& inputs) const;
-    const ReducePlan& plan_for(const kern::TensorShape& source, const kern::TensorShape& target);
+    // Whether the output's elements are the source's.
+    bool keeps_elements(const kern::TensorShape& source, const kern::TensorShape& target) const;
+    void update(ReducePlan& plan, const kern::TensorShape& source, const kern::TensorShape& target,
+                kern::Reduce& kernel) const;
 
-    Param m_param;
-    std::unique_ptr<kern::Reduce> m_kernel;
-    ReducePlan m_plan;
+    ReducePlan m_plan;        // of the runs
+    ReducePlan m_query_plan;  // of inference, which may be ahead of a run
 };
 
 }  // namespace orb

@@ -1,6 +1,22 @@
 #include "graph/opr/shared_tensor_input.h"
 
+#include "graph/core/operator_copy.h"
+
 namespace orb {
+
+namespace {
+
+GraphOperator* copy(const GraphOperator& source, ComputeGraph& graph, const std::vector<GraphVar*>&,
+                    const OperatorConfig& config) {
+    const auto& op = static_cast<const SharedTensorInput&>(source);
+    return SharedTensorInput::make(graph, op.shared_tensor(), config)->owner_operator();
+}
+
+const OperatorCopy COPY(&SharedTensorInput::TYPE, copy);
+
+}  // namespace
+
+const OperatorType SharedTensorInput::TYPE{"SharedTensorInput"};
 
 GraphVar* SharedTensorInput::make(ComputeGraph& graph, std::shared_ptr<DeviceTensorND> tensor,
                                   const OperatorConfig& config) {
@@ -8,14 +24,9 @@ GraphVar* SharedTensorInput::make(ComputeGraph& graph, std::shared_ptr<DeviceTen
         new SharedTensorInput(graph, std::move(tensor), config, "shared")));
 }
 
-const OperatorType* SharedTensorInput::type_record() const {
-    static constexpr OperatorType TYPE{"SharedTensorInput"};
-    return &TYPE;
-}
-
 void SharedTensorInput::register_output_inference() {
     ShapeInferDescriptor rule;
-    rule.source = InferSource::MUTABLE;
+    rule.source = source_kind();
     rule.infer = [this](kern::TensorShape& shape, const std::vector<InferInput>&) {
         shape = tensor().shape();
         return tensor().shape_valid();

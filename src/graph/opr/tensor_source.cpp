@@ -18,8 +18,8 @@ TensorSource::TensorSource(ComputeGraph& graph, std::shared_ptr<DeviceTensorND> 
 }
 
 void TensorSource::assign_output_nodes() {
-    m_comp_node = m_tensor->comp_node();
-    output(0)->comp_node(m_comp_node);
+    output(0)->comp_node(m_tensor->comp_node());
+    on_output_comp_node_set();
 }
 
 void TensorSource::plan_output_memory(bool dynamic) {

@@ -12,6 +12,9 @@ namespace orb {
 class TensorSource : public SingleNodeOperator {
 public:
     const DeviceTensorND& get_device_value() const { return *m_tensor; }
+    const std::shared_ptr<DeviceTensorND>& shared_tensor() const { return m_tensor; }
+    // Whether the tensor's shape is fixed or looked at in each run.
+    virtual InferSource source_kind() const = 0;
     void plan_output_memory(bool dynamic) override;
 
 protected:

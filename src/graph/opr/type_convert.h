@@ -1,28 +1,36 @@
 // Conversion of elements to another dtype.
 #pragma once
 
-#include "graph/core/compute_graph.h"
-#include "graph/core/single_node_operator.h"
+#include "graph/opr/kernel_operator.h"
 #include "kernels/type_cvt.h"
 
 namespace orb {
 
-class TypeConvert final : public SingleNodeOperator {
+struct TypeConvertParam {
+    kern::DType dtype;
+};
+template <>
+inline constexpr auto FIELDS<TypeConvertParam> = std::tuple{&TypeConvertParam::dtype};
+
+class TypeConvert final : public KernelOperator<TypeConvert, kern::TypeCvt, TypeConvertParam> {
 public:
+    static const OperatorType TYPE;
+
     // The var itself when it has the dtype already.
     static GraphVar* make(GraphVar* var, kern::DType dtype, const OperatorConfig& config = {});
 
-    const OperatorType* type_record() const override;
-
 protected:
-    void register_output_inference() override;
-    void run_on_node() override;
-    void release_node_resources() override;
+    kern::TensorShape output_shape(size_t index, const std::vector<InferInput>& inputs) override;
+    void forward(const Tensors& inputs, const Tensors& outputs, const kern::Workspace&) override;
+    // The kernel reads every layout.
+    void constrain_input_layouts(OperatorProperties&) const override {}
 
 private:
-    TypeConvert(GraphVar* var, kern::DType dtype, const OperatorConfig& config);
-
-    std::unique_ptr<kern::TypeCvt> m_kernel;
+    friend Base;
+    friend KernelOperator;
+    TypeConvert(const std::vector<GraphVar*>& inputs, const Param& param,
+                const OperatorConfig& config);
+    void configure(kern::TypeCvt&) const {}
 };
 
 }  // namespace orb

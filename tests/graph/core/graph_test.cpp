@@ -121,6 +121,9 @@ TEST_F(GraphDeathTest, MisuseStopsTheProcess) {
     EXPECT_DEATH(test_var(2, NO_SYSTEM_ALLOC)->add_flag(PLANNED_DYNAMIC), "");
     EXPECT_DEATH(test_var(2)->add_flag(VOLATILE_CONTENT), "");
     test_var(2)->add_flag(DYNAMIC_STORAGE);
+    GraphVar* planned = test_var(4);
+    graph->compile({{planned, nullptr}});
+    EXPECT_DEATH(planned->add_flag(DYNAMIC_STORAGE), "");
     // A constant shape is final.
     EXPECT_DEATH(test_var(3)->shape({7}), "");
     // Timing and recording need what no node has yet.

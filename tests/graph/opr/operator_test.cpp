@@ -102,7 +102,7 @@ TEST_F(Operators, ShufflesAreViews) {
     GraphVar* a = input<float>({2, 1, 3}, {1, 2, 3, 4, 5, 6});
     GraphVar* shuffled = DimensionShuffle::make(a, {2, -1, 0});
     const auto* op = static_cast<DimensionShuffle*>(shuffled->owner_operator());
-    EXPECT_EQ(op->source_ndim(), 3u);
+    EXPECT_EQ(op->param().source_ndim, 3u);
     EXPECT_EQ(run<float>(shuffled), (std::vector<float>{1, 4, 2, 5, 3, 6}));
     EXPECT_TRUE(shuffled->shape().same_shape({3, 1, 2}));
     EXPECT_EQ(shuffled->device_value().raw_ptr(), a->device_value().raw_ptr());
