@@ -48,8 +48,10 @@ void GraphVar::set_planned_dynamic() {
     m_flags |= var_flag::PLANNED_DYNAMIC;
 }
 
-void GraphVar::add_to_dynamic_chain(GraphVar* follower) {
+void GraphVar::lead_storage_of(GraphVar* follower) {
     KERN_CHECK(!has_flag(var_flag::INSERTED) || !follower->has_flag(var_flag::INSERTED));
+    if (m_flags & (var_flag::NO_SYSTEM_ALLOC | var_flag::DYNAMIC_STORAGE))
+        follower->add_flag(var_flag::DYNAMIC_STORAGE);
     m_dynamic_chain.push_back(follower);
 }
 

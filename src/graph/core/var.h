@@ -75,8 +75,9 @@ public:
 
     // Vars that become dynamic when this one does.
     const std::vector<GraphVar*>& dynamic_chain() const { return m_dynamic_chain; }
-    // One of the two is not in the graph yet: links are made while an operator is inserted.
-    void add_to_dynamic_chain(GraphVar* follower);
+    // The follower is dynamic whenever this var is. At least one of the two is not in the graph
+    // yet: links are made while an operator is inserted.
+    void lead_storage_of(GraphVar* follower);
 
     // Readers of a dynamic var's value that have not run yet in this run.
     size_t nr_readers_left = 0;

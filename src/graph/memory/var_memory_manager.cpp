@@ -285,7 +285,18 @@ bool VarMemoryManager::is_last_read(const GraphVar* input, const GraphVar* outpu
            std::all_of(found->second.begin(), found->second.end(), is_done);
 }
 
+bool VarMemoryManager::forward_input_forced(GraphVar* input, GraphVar* output) {
+    const MemPlan& from = input->mem_plan();
+    // The memory of a constant is shared by graphs.
+    if (!from.chunk ||
+        m_graph->inference_manager().value_kind(from.chunk->owner) == InferKind::CONSTANT)
+        return false;
+    return forward_input_readonly(input, output, SubTensorRegion(from.layout, 0));
+}
+
 bool VarMemoryManager::forward_input_writable(GraphVar* input, GraphVar* output, bool forced) {
+    if (forced)
+        return forward_input_forced(input, output);
     MemPlan& from = input->mem_plan();
     MemPlan& to = output->mem_plan();
     if (!from.chunk || !to.chunk || !input->is_static_storage() || !output->is_static_storage())
@@ -295,7 +306,7 @@ bool VarMemoryManager::forward_input_writable(GraphVar* input, GraphVar* output,
         return false;
     if (input->dtype() != output->dtype() || !from.layout.same_layout(to.layout))
         return false;
-    if (!forced && !is_last_read(input, output))
+    if (!is_last_read(input, output))
         return false;
     if (from.offset_byte != 0 || from.chunk->size != to.own_chunk.size)
         return false;

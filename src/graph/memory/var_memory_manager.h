@@ -63,7 +63,8 @@ public:
     // be, as between planned and dynamic memory; then the operator has to copy.
     bool forward_input_readonly(GraphVar* input, GraphVar* output, const SubTensorRegion& region);
     // The output takes over the input's memory, if this operator is its last reader and the layouts
-    // agree. `forced` leaves that test out, for operators that change their input on purpose.
+    // agree. `forced`, for operators that change their input on purpose, takes over any memory but
+    // a constant's, lent and dynamic memory too, whoever reads it later.
     bool forward_input_writable(GraphVar* input, GraphVar* output, bool forced = false);
     // The var lives in the memory of a tensor that its operator keeps. Before each run the tensor
     // is looked at again: new memory of the same layout is taken over without a new plan.
@@ -110,6 +111,7 @@ private:
     void plan_node(CompNode node, const std::vector<GraphVar*>& vars);
     void ensure_block(CompNode node, size_t size);
     void bind_value(GraphVar* var);
+    bool forward_input_forced(GraphVar* input, GraphVar* output);
     bool is_last_read(const GraphVar* input, const GraphVar* output) const;
     size_t end_of_life(const MemChunk* chunk) const;
 

@@ -61,10 +61,7 @@ void DimensionShuffle::register_output_inference() {
 
 // Planned memory cannot view what only the run supplies.
 void DimensionShuffle::on_inserted() {
-    if (input(0)->flags() & var_flag::DYNAMIC_BITS)
-        output(0)->add_flag(var_flag::DYNAMIC_STORAGE);
-    else
-        input(0)->add_to_dynamic_chain(output(0));
+    input(0)->lead_storage_of(output(0));
 }
 
 void DimensionShuffle::plan_output_memory(bool dynamic) {
