@@ -18,10 +18,6 @@ KernelOperator::~KernelOperator() {
     m_handle->on_operator_destroyed(this);
 }
 
-void KernelOperator::dispatch(Task&& kernel) const {
-    m_handle->dispatch(std::move(kernel));
-}
-
 KernelHandle::KernelHandle(ComputingHandle computing, HandleLevel level)
     : m_computing(std::move(computing)), m_level(level) {
     KERN_CHECK(m_computing.dispatcher);

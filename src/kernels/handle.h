@@ -54,9 +54,10 @@ public:
     KernelHandle* handle() const { return m_handle; }
 
 protected:
-    // Hands the kernel to the handle's dispatcher. The task owns copies of all it needs: on a
+    // Submits the kernel to the handle's dispatcher. The closure owns copies of all it needs: on a
     // queued dispatcher it runs after `exec` has returned.
-    void dispatch(Task&& kernel) const;
+    template <typename Closure>
+    void dispatch(Closure&& kernel) const;
 
 private:
     KernelHandle* m_handle;
@@ -99,7 +100,10 @@ public:
     template <typename Operator>
     std::unique_ptr<Operator> create_operator();
 
-    void dispatch(Task&& task) const { m_computing.dispatcher->dispatch(std::move(task)); }
+    template <typename Closure>
+    void dispatch(Closure&& kernel) const {
+        m_computing.dispatcher->submit(std::forward<Closure>(kernel));
+    }
     void sync() const { m_computing.dispatcher->sync(); }
 
     // Run at destruction; may be set once.
@@ -122,6 +126,11 @@ private:
     std::mutex m_cached_operators_mutex;
     std::unique_ptr<Relayout> m_relayout;
 };
+
+template <typename Closure>
+void KernelOperator::dispatch(Closure&& kernel) const {
+    m_handle->dispatch(std::forward<Closure>(kernel));
+}
 
 // What `image_pitch_alignment` of every naive handle gives from now on, 1 at the start; a power of
 // two. Any thread.

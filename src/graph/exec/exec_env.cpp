@@ -5,8 +5,9 @@
 namespace orb {
 
 void OperatorExecEnv::run() const {
-    for (const auto& [node, task] : m_tasks)
-        node.env().dispatcher().dispatch(kern::Task(task));
+    // By reference: the tasks stay here for the next run.
+    for (const auto& node_task : m_tasks)
+        node_task.first.env().dispatcher().dispatch([task = &node_task.second] { (*task)(); });
 }
 
 }  // namespace orb

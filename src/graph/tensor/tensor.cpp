@@ -102,7 +102,7 @@ std::enable_if_t<std::is_same_v<T, DeviceTensorStorageTrait>> TensorND<Trait>::m
         return;
     uint8_t* begin = raw_ptr() + span.low_byte;
     const size_t bytes = span.high_byte - static_cast<size_t>(span.low_byte);
-    env.dispatcher().dispatch([begin, bytes] { std::memset(begin, 0, bytes); });
+    env.dispatcher().submit([begin, bytes] { std::memset(begin, 0, bytes); });
 }
 
 template class TensorND<HostTensorStorageTrait>;
