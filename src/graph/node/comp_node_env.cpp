@@ -41,10 +41,9 @@ void CompNodeEnv::init_cpu(CompNode node, std::shared_ptr<kern::CpuDispatcher> d
     init(node, CompNode::DeviceType::CPU, m_kernel_handle->alignment_requirement());
 }
 
-void CompNodeEnv::finalize() {
+void CompNodeEnv::drop_user_data() {
     const std::lock_guard<RecursiveSpinLock> lock(m_user_data_lock);
     m_user_data.clear();
-    m_finalized.store(true, std::memory_order_release);
     m_kernel_handle = nullptr;
     m_dispatcher.reset();
     m_memory_callback = nullptr;

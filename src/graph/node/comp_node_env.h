@@ -48,8 +48,10 @@ public:
     // Set an environment up, without kernels or as that of a CPU node; once per environment.
     void init(CompNode node, CompNode::DeviceType type, size_t mem_alignment);
     void init_cpu(CompNode node, std::shared_ptr<kern::CpuDispatcher> dispatcher);
-    // Drops everything attached, the newest first and the kernel handle last; at process exit.
-    void finalize();
+    // The two steps of the node's end at process exit: from the first on the node counts as
+    // finalized; the second drops everything attached, the newest first and the kernel handle last.
+    void mark_finalized() { m_finalized.store(true, std::memory_order_release); }
+    void drop_user_data();
     bool is_finalized() const { return m_finalized.load(std::memory_order_acquire); }
 
 private:

@@ -1,17 +1,20 @@
 // CPU nodes and the pool that holds them. An inline node runs its tasks at once in the calling
-// thread. The pool never frees a node, since handles may point to it until the process ends.
+// thread, a numbered one in order on a worker, which nodes of one physical locator share. The pool
+// never frees a node, since handles may point to it until the process ends. Any thread.
 #pragma once
 
 #include <memory>
 
 #include "graph/node/comp_node_impl.h"
+#include "graph/node/queued_dispatcher.h"
 
 namespace orb {
 
 class CpuCompNodeImpl final : public CompNodeImpl {
 public:
-    // An inline node.
-    CpuCompNodeImpl(const Locator& physical, const Locator& logical);
+    // An inline node, when there is no queue.
+    CpuCompNodeImpl(const Locator& physical, const Locator& logical,
+                    std::shared_ptr<CpuWorkerQueue> queue = nullptr);
 
     static const void* tag();
     const void* impl_tag() const override { return tag(); }
@@ -28,16 +31,31 @@ public:
     std::pair<size_t, size_t> memory_status() const override { return system_memory_status(); }
     Locator locator() const override { return m_physical; }
     Locator locator_logical() const override { return m_logical; }
+    // An inline node cannot be recorded: it stops the process.
     std::unique_ptr<TaskRecorder> make_recorder() override;
+    void add_callback(kern::Task&& task) override { dispatch(std::move(task)); }
 
     // Hands the task to the node's dispatcher.
     void dispatch(kern::Task&& task) { env().dispatcher().dispatch(std::move(task)); }
+    // The recorder that takes what the calling thread gives to the node, or null.
+    CpuTaskRecorder* active_recorder() const {
+        return m_queued ? m_queued->active_recorder() : nullptr;
+    }
+
+    // The two ends of the finalization: waits for the tasks, whoever records; ends the worker.
+    void drain();
+    void end_queue();
 
 private:
-    void dispatch_copy(void* dest, const void* source, size_t size);
+    static void free_inline(CompNodeImpl& node, void* ptr);
+    static void free_queued(CompNodeImpl& node, void* ptr);
+    void submit_copy(void* dest, const void* source, size_t size);
 
     Locator m_physical;
     Locator m_logical;
+    std::shared_ptr<CpuWorkerQueue> m_queue;  // null for an inline node, as the dispatcher
+    RecorderSlot m_recorder_slot;
+    std::shared_ptr<QueuedDispatcher> m_queued;
 };
 
 // The pool's node of the logical locator, made for the physical one at first use. An impossible
@@ -51,7 +69,7 @@ CompNodeImpl* default_cpu_node();
 // no node can be made, and memory of these nodes is freed at once.
 void finalize_cpu_nodes();
 
-// Memory of a CPU node was freed after the node's finalization.
+// Memory was freed after the finalization: host memory, or device memory of a numbered node.
 bool cpu_late_free_happened();
 
 }  // namespace orb

@@ -31,6 +31,7 @@ struct LocatorHash {
 // What is only needed until the finalization.
 struct NodePool {
     std::unordered_map<Locator, CpuCompNodeImpl*, LocatorHash> by_logical;
+    std::unordered_map<Locator, std::weak_ptr<CpuWorkerQueue>, LocatorHash> by_physical;
 };
 
 // All constant-initialised and trivially destroyed, so that they can be used at any time.
@@ -56,6 +57,39 @@ void check_locators(const Locator& physical, const Locator& logical) {
         KERN_CHECK(logical.type == CompNode::DeviceType::CPU);
 }
 
+// The worker of a numbered device, shared by all its nodes; none for an inline node.
+std::shared_ptr<CpuWorkerQueue> queue_of(const Locator& physical) {
+    if (physical.device == Locator::DEVICE_CPU_DEFAULT)
+        return nullptr;
+    std::weak_ptr<CpuWorkerQueue>& known = pool->by_physical[physical];
+    std::shared_ptr<CpuWorkerQueue> queue = known.lock();
+    if (!queue)
+        known = queue = std::make_shared<CpuWorkerQueue>(physical);
+    return queue;
+}
+
+size_t node_count() {
+    const std::lock_guard<std::mutex> lock(pool_mutex);
+    return nr_nodes;
+}
+
+// Waits for all nodes, again until none was given a task meanwhile: tasks may give others, and may
+// make nodes.
+void drain_nodes() {
+    const auto nr_given = [] {
+        uint64_t sum = 0;
+        for (size_t i = 0, count = node_count(); i < count; ++i)
+            sum += node_at(i).env().dispatcher().get_nr_dispatched();
+        return sum;
+    };
+    uint64_t given = 0;
+    do {
+        given = nr_given();
+        for (size_t i = 0, count = node_count(); i < count; ++i)
+            node_at(i).drain();
+    } while (given != nr_given());
+}
+
 }  // namespace
 
 CompNodeImpl* load_cpu_node(const Locator& physical, const Locator& logical) {
@@ -68,9 +102,7 @@ CompNodeImpl* load_cpu_node(const Locator& physical, const Locator& logical) {
     if (node)
         return node;
     KERN_CHECK(nr_nodes < MAX_NODES);
-    // Numbered devices need a worker thread, which does not exist yet.
-    KERN_CHECK(physical.device == Locator::DEVICE_CPU_DEFAULT);
-    node = new (node_storage[nr_nodes]) CpuCompNodeImpl(physical, logical);
+    node = new (node_storage[nr_nodes]) CpuCompNodeImpl(physical, logical, queue_of(physical));
     ++nr_nodes;
     return node;
 }
@@ -83,20 +115,27 @@ CompNodeImpl* default_cpu_node() {
 }
 
 void finalize_cpu_nodes() {
-    std::unique_ptr<NodePool> dropped;
     {
         const std::lock_guard<std::mutex> lock(pool_mutex);
         if (finalized)
             return;
-        finalized = true;
-        dropped.reset(pool);
+    }
+    drain_nodes();
+    {
+        const std::lock_guard<std::mutex> lock(pool_mutex);
+        finalized = true;  // no node is made from here on
+        delete pool;
         pool = nullptr;
     }
-    // No node is made from here on. Without the mutex, since what is released may ask for nodes.
+    // Without the mutex, since what is released may ask for nodes. All nodes are marked before the
+    // first drops its data, which may hold memory of another node.
     for (size_t i = 0; i < nr_nodes; ++i)
-        node_at(i).sync();
+        node_at(i).env().mark_finalized();
     for (size_t i = 0; i < nr_nodes; ++i)
-        node_at(i).env().finalize();
+        node_at(i).env().drop_user_data();
+    // Last, because other threads may have given tasks, and attached data too as it went.
+    for (size_t i = 0; i < nr_nodes; ++i)
+        node_at(i).end_queue();
 }
 
 }  // namespace orb

@@ -82,8 +82,10 @@ void finalize_hexagon_node() {
         const std::lock_guard<SpinLock> lock(node_lock);
         made = node;
     }
-    if (made && !made->env().is_finalized())
-        made->env().finalize();
+    if (!made || made->env().is_finalized())
+        return;
+    made->env().mark_finalized();
+    made->env().drop_user_data();
 }
 
 }  // namespace orb

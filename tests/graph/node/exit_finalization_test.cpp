@@ -74,9 +74,10 @@ struct StaticOwner {
         finalize_nodes();
         device[0].comp_node().sync();
         bound.reset();
-        device.clear();
-        require(cpu_late_free_happened());
+        device.clear();  // all of inline nodes, whose frees are never late
+        require(!cpu_late_free_happened());
         host.clear();
+        require(cpu_late_free_happened());
     }
 };
 StaticOwner static_owner;

@@ -1,0 +1,47 @@
+// What the tests of worker nodes share.
+#pragma once
+
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "graph/node/comp_node.h"
+
+namespace orb_test {
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int SLOWER = 20;
+#else
+constexpr int SLOWER = 1;
+#endif
+
+// Ends the process when a test hangs.
+class Watchdog {
+public:
+    Watchdog() { alarm(300); }
+    ~Watchdog() { alarm(0); }
+};
+
+// A node of a worker that no other test uses; `stream` tells nodes of one worker apart.
+inline orb::CompNode worker_node(int device, int stream = 0) {
+    const auto type = orb::CompNode::DeviceType::CPU;
+    return orb::CompNode::load({type, device, 0}, {type, device, stream});
+}
+
+// Holds the worker of a node at a task until it is opened.
+class Gate {
+public:
+    explicit Gate(orb::CompNode node) {
+        node.add_callback([this] {
+            while (!m_open.load(std::memory_order_relaxed))
+                std::this_thread::yield();
+        });
+    }
+    void open() { m_open.store(true, std::memory_order_relaxed); }
+
+private:
+    std::atomic<bool> m_open{false};
+};
+
+}  // namespace orb_test
