@@ -38,8 +38,9 @@ bool SpinWaitQueueBase::wait_for_task() {
 }
 
 void SpinWaitQueueBase::wake_consumer() {
-    // With the mutex, so that the consumer is either before its look at the count or asleep.
-    const std::lock_guard<std::mutex> lock(m_consumer_mutex);
+    // After the mutex was free the consumer is asleep, or will see the count. Notified without it,
+    // the consumer need not wait for it again.
+    { const std::lock_guard<std::mutex> lock(m_consumer_mutex); }
     m_consumer_wakes.notify_one();
 }
 
@@ -53,12 +54,14 @@ void SpinWaitQueueBase::finish_one() {
 }
 
 void SpinWaitQueueBase::notify_synced() {
-    const std::lock_guard<std::mutex> lock(m_sync_mutex);
-    const uint64_t finished = m_finished.load(std::memory_order_relaxed);
-    while (!m_targets.empty() && m_targets.front() <= finished)
-        m_targets.pop_front();
-    m_notify_at.store(m_targets.empty() ? NO_ONE_WAITS : m_targets.front(),
-                      std::memory_order_relaxed);
+    {
+        const std::lock_guard<std::mutex> lock(m_sync_mutex);
+        const uint64_t finished = m_finished.load(std::memory_order_relaxed);
+        while (!m_targets.empty() && m_targets.front() <= finished)
+            m_targets.pop_front();
+        m_notify_at.store(m_targets.empty() ? NO_ONE_WAITS : m_targets.front(),
+                          std::memory_order_relaxed);
+    }
     m_sync_wakes.notify_all();
 }
 

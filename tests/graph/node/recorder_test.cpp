@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <iterator>
 #include <string>
 
 #include "graph/node/comp_node_env.h"
@@ -64,46 +64,34 @@ TEST(Recorder, ReplaysWhatItsThreadGaveAfterTheDryRun) {
 
 TEST(RecorderDeathTest, MisuseStops) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    using Use = std::function<void(CompNode, TaskRecorder&)>;
-    const auto task = [](CompNode node) { node.add_callback([] {}); };
-    const Use uses[] = {
-        [](CompNode node, TaskRecorder&) { node.make_recorder(); },
-        [](CompNode, TaskRecorder& recorder) { recorder.replay(); },
-        [](CompNode, TaskRecorder& recorder) { recorder.end_dry_run(); },
-        [](CompNode node, TaskRecorder&) { node.alloc_device(1); },
-        [](CompNode node, TaskRecorder&) { node.free_device(nullptr); },
-        [task](CompNode node, TaskRecorder&) { node.sync(), task(node); },
-        [](CompNode, TaskRecorder& recorder) {
-            recorder.begin_dry_run();
-            recorder.begin_dry_run();
-        },
-        [task](CompNode node, TaskRecorder& recorder) {
-            task(node);
+    using Node = CompNode;
+    using Recorder = TaskRecorder;
+    void (*const uses[])(Node, Recorder&) = {
+        [](Node node, Recorder&) { node.make_recorder(); },
+        [](Node, Recorder& recorder) { recorder.replay(); },
+        [](Node, Recorder& recorder) { recorder.end_dry_run(); },
+        [](Node node, Recorder&) { node.alloc_device(1); },
+        [](Node node, Recorder&) { node.free_device(nullptr); },
+        [](Node node, Recorder&) { node.sync(), node.add_callback([] {}); },
+        [](Node, Recorder& recorder) { recorder.begin_dry_run(), recorder.begin_dry_run(); },
+        [](Node node, Recorder& recorder) {
+            node.add_callback([] {});
             recorder.begin_dry_run();
             recorder.end_dry_run();
         },
-        [](CompNode, TaskRecorder& recorder) { recorder.begin_dry_run(), recorder.stop(); },
-        [](CompNode, TaskRecorder& recorder) { recorder.stop(), recorder.stop(); },
-        [](CompNode, TaskRecorder& recorder) { recorder.stop(), recorder.begin_dry_run(); },
-        [](CompNode, TaskRecorder& recorder) { std::thread([&] { recorder.stop(); }).join(); },
-        [](CompNode node, TaskRecorder&) {
-            const auto event = CompNode::load("cpu:default").create_event();
-            const CompNode other = worker_node(22);
-            Gate gate(other);
-            const auto late = other.create_event();
+        [](Node, Recorder& recorder) { recorder.begin_dry_run(), recorder.stop(); },
+        [](Node, Recorder& recorder) { recorder.stop(), recorder.stop(); },
+        [](Node, Recorder& recorder) { recorder.stop(), recorder.begin_dry_run(); },
+        [](Node, Recorder& recorder) { std::thread([&] { recorder.stop(); }).join(); },
+        [](Node node, Recorder&) {
+            Gate gate(worker_node(22));
+            const auto late = worker_node(22).create_event();
             late->record();
             late->wait_on_node(node);
         },
     };
-    for (size_t i = 0; i < std::size(uses); ++i) {
-        EXPECT_DEATH(
-            {
-                const CompNode node = worker_node(21);
-                uses[i](node, *node.make_recorder());
-            },
-            "")
-            << i;
-    }
+    for (size_t i = 0; i < std::size(uses); ++i)
+        EXPECT_DEATH(uses[i](worker_node(21), *worker_node(21).make_recorder()), "") << i;
     EXPECT_DEATH(CompNode::default_cpu().make_recorder(), "");
 }
 

@@ -17,19 +17,18 @@ constexpr int SLOWER = 1;
 #endif
 
 // Ends the process when a test hangs.
-class Watchdog {
-public:
+struct Watchdog {
     Watchdog() { alarm(300); }
     ~Watchdog() { alarm(0); }
 };
 
-// A node of a worker that no other test uses; `stream` tells nodes of one worker apart.
+// The streams of a device are nodes of one worker.
 inline orb::CompNode worker_node(int device, int stream = 0) {
     const auto type = orb::CompNode::DeviceType::CPU;
     return orb::CompNode::load({type, device, 0}, {type, device, stream});
 }
 
-// Holds the worker of a node at a task until it is opened.
+// Holds the worker of a node until it is opened.
 class Gate {
 public:
     explicit Gate(orb::CompNode node) {
