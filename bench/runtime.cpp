@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -18,7 +19,6 @@
 
 #include "graph/node/comp_node.h"
 #include "graph/node/comp_node_event.h"
-#include "graph/node/spin_budget.h"
 
 namespace {
 
@@ -107,12 +107,19 @@ private:
     std::thread m_worker;
 };
 
-// Runs `work(n)` on so many threads, with shares of the tasks, and waits for them.
+// Runs `work` on so many threads at the same time and waits for them.
 template <typename Work>
 void on_threads(size_t nr_threads, Work&& work) {
+    std::atomic<size_t> nr_missing{nr_threads};
     std::vector<std::thread> threads;
-    for (size_t t = 0; t < nr_threads; ++t)
-        threads.emplace_back(work, NR_TASKS / nr_threads);
+    for (size_t t = 0; t < nr_threads; ++t) {
+        threads.emplace_back([&] {
+            --nr_missing;
+            while (nr_missing != 0)
+                std::this_thread::yield();
+            work();
+        });
+    }
     for (std::thread& thread : threads)
         thread.join();
 }
@@ -120,9 +127,10 @@ void on_threads(size_t nr_threads, Work&& work) {
 template <typename Queue>
 void empty_tasks(benchmark::State& state) {
     Queue queue;
+    const auto nr_producers = static_cast<size_t>(state.range(0));
     for (auto _ : state) {
-        on_threads(static_cast<size_t>(state.range(0)), [&](size_t count) {
-            for (size_t i = 0; i < count; ++i)
+        on_threads(nr_producers, [&] {
+            for (size_t i = 0; i < NR_TASKS / nr_producers; ++i)
                 queue.add([] {});
         });
         queue.sync();
@@ -137,15 +145,17 @@ void by_producers(benchmark::internal::Benchmark* rows) {
 BENCHMARK_TEMPLATE(empty_tasks, NodeQueue)->Apply(by_producers);
 BENCHMARK_TEMPLATE(empty_tasks, PlainQueue)->Apply(by_producers);
 
+// The increments of both threads together.
 void shared_counter(benchmark::State& state) {
+    constexpr size_t NR_INCREMENTS = 20 * NR_TASKS;
     std::atomic<uint64_t> counter{0};
     for (auto _ : state) {
-        on_threads(2, [&](size_t count) {
-            for (size_t i = 0; i < count; ++i)
+        on_threads(2, [&] {
+            for (size_t i = 0; i < NR_INCREMENTS / 2; ++i)
                 counter.fetch_add(1);
         });
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(NR_TASKS));
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(NR_INCREMENTS));
 }
 BENCHMARK(shared_counter)->MeasureProcessCPUTime()->UseRealTime();
 
@@ -184,20 +194,37 @@ private:
     std::atomic<Clock::rep> m_time{0};
 };
 
-void report(benchmark::State& state, Clock::duration time) {
-    state.SetIterationTime(std::chrono::duration<double>(time).count());
-}
+// The times of single events; their median tells more than their mean, which other programs spoil.
+class Times {
+public:
+    explicit Times(benchmark::State& state) : m_state(state) {}
+    void add(Clock::duration time) {
+        const double seconds = std::chrono::duration<double>(time).count();
+        m_state.SetIterationTime(seconds);
+        m_seconds.push_back(seconds);
+    }
+    ~Times() {
+        const auto middle = m_seconds.begin() + static_cast<std::ptrdiff_t>(m_seconds.size() / 2);
+        std::nth_element(m_seconds.begin(), middle, m_seconds.end());
+        m_state.counters["median"] = *middle;
+    }
+
+private:
+    benchmark::State& m_state;
+    std::vector<double> m_seconds;
+};
 
 // With an argument, the worker had so many milliseconds to fall asleep.
 void dispatch_to_start(benchmark::State& state) {
     const CompNode node = worker_node();
     Start start;
+    Times times(state);
     for (auto _ : state) {
         node.sync();
         std::this_thread::sleep_for(std::chrono::milliseconds(state.range(0)));
         const Clock::time_point begin = Clock::now();
         node.add_callback([&] { start.set(); });
-        report(state, start.take() - begin);
+        times.add(start.take() - begin);
     }
 }
 BENCHMARK(dispatch_to_start)->Arg(0)->UseManualTime();
@@ -216,12 +243,13 @@ void futex_wake(benchmark::State& state) {
             start.set();
         }
     });
+    Times times(state);
     for (auto _ : state) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         const Clock::time_point begin = Clock::now();
         word.fetch_add(1);
         futex(FUTEX_WAKE_PRIVATE, 1);
-        report(state, start.take() - begin);
+        times.add(start.take() - begin);
     }
     word.store(UINT32_MAX);
     futex(FUTEX_WAKE_PRIVATE, 1);
