@@ -12,9 +12,10 @@ std::atomic<HostWaitMode> host_wait_mode{HostWaitMode::SPIN_THEN_SLEEP};
 
 namespace {
 
-// Far less than for a queue: an event that is not there soon belongs to long work.
-size_t event_spin_budget() {
-    return spin_budget() / 20;
+// Far shorter than for a queue: an event that is not there soon belongs to long work.
+template <typename Condition>
+bool spin_briefly(Condition&& condition) {
+    return condition() || spin_for(spin_budget() / 20, condition);
 }
 
 }  // namespace
@@ -22,7 +23,7 @@ size_t event_spin_budget() {
 CpuEvent::~CpuEvent() {
     // Spinning spares a sleep, as in all waits here; what counts is looked at under the mutex.
     const uint64_t issued = m_issued;
-    spin_for(event_spin_budget(), [&] { return nr_done() >= issued; });
+    spin_briefly([&] { return nr_done() >= issued; });
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [this] { return m_issued == nr_done() && m_nr_waiters == 0; });
 }
@@ -34,7 +35,7 @@ void CpuEvent::record() {
         m_is_recording = is_recording;
         if (!is_recording)
             ++m_issued;
-        m_finished.store(m_issued == nr_done(), std::memory_order_relaxed);
+        m_finished.store(m_issued == nr_done(), std::memory_order_release);
         m_recorded.store(true, std::memory_order_relaxed);
     }
     // Without the mutex, because an inline node runs the task here.
@@ -50,7 +51,8 @@ void CpuEvent::reach() {
     const bool is_last = done == m_issued;
     if (is_last && (m_flags & TIMESTAMP) != 0)
         m_time = Clock::now();
-    m_done.store(done, std::memory_order_release);
+    m_done.store(done, std::memory_order_relaxed);
+    // Release: whoever sees it may use what the node did before without taking the mutex.
     if (is_last)
         m_finished.store(true, std::memory_order_release);
     m_changed.notify_all();
@@ -72,7 +74,7 @@ bool CpuEvent::finished() {
 void CpuEvent::wait_on_host() {
     switch (host_wait_mode.load(std::memory_order_relaxed)) {
         case HostWaitMode::SPIN_THEN_SLEEP:
-            if (!finished() && !spin_for(event_spin_budget(), [this] { return finished(); }))
+            if (!spin_briefly([this] { return finished(); }))
                 sleep_until_finished();
             return;
         case HostWaitMode::YIELD:
@@ -113,7 +115,7 @@ void CpuEvent::wait_on_node(CompNode other) {
 
 void CpuEvent::wait_for_count(uint64_t count) {
     const auto reached = [&] { return nr_done() >= count; };
-    spin_for(event_spin_budget(), reached);
+    spin_briefly(reached);
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, reached);
     if (--m_nr_waiters == 0)

@@ -37,8 +37,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    // Acquire: whoever sees a count sees what the node did before.
-    uint64_t nr_done() const { return m_done.load(std::memory_order_acquire); }
+    // Relaxed: whoever relies on it has the mutex, or takes it next.
+    uint64_t nr_done() const { return m_done.load(std::memory_order_relaxed); }
     void reach();
     void reach_in_replay();
     void sleep_until_finished();
