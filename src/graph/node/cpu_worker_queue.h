@@ -2,8 +2,6 @@
 // given. It starts with the first task. Several nodes may share a worker; they own it together.
 #pragma once
 
-#include <cstdint>
-
 #include "graph/node/comp_node.h"
 #include "graph/node/spin_wait_queue.h"
 #include "graph/node/task_block_list.h"
@@ -25,8 +23,6 @@ public:
     void sync();
     // Waits and ends the thread, if it runs. Adding a task afterwards stops the process.
     void end();
-    // Tasks that have run.
-    uint64_t nr_finished() const { return m_waits.nr_finished(); }
 
 private:
     void work();

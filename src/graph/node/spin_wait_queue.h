@@ -40,7 +40,6 @@ public:
     bool started() const { return m_state.load(std::memory_order_acquire) == State::STARTED; }
     // No task was given since one that a `sync` has waited for.
     bool synced() const { return m_synced.load() == m_issued.load(); }
-    uint64_t nr_finished() const { return m_finished.load(std::memory_order_acquire); }
 
 private:
     enum class State : uint8_t { NOT_STARTED, STARTED, ENDED };
