@@ -9,7 +9,8 @@
 #include <functional>
 #include <memory>
 
-#include "graph/exec/compiled_function.h"
+#include "graph/core/compiled_function.h"
+#include "graph/core/compute_graph.h"
 #include "graph/tensor/tensor.h"
 #include "kernels/matrix_mul.h"
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "graph/core/compute_graph.h"
-#include "graph/core/single_node_operator.h"
-#include "graph/exec/compiled_function.h"
+#include "graph/exec/single_node_operator.h"
+#include "graph/core/compiled_function.h"
 #include "graph/opr/shared_tensor_input.h"
 
 namespace orb_test {

@@ -2,13 +2,23 @@
 #
 # A folder includes itself and the folders of its row. Sub-folders belong to their layer, except the
 # levels of src/kernels: each is apart and may use kernels and the level below it. Armv7 derives from
-# fallback where arm_common has nothing of its own.
+# fallback where arm_common has nothing of its own. And those of src/graph, which are stages: each
+# may use the ones before it, so no two include each other.
 cmake_minimum_required(VERSION 3.22)
 set(MAY_api group store PUBLIC)
-set(MAY_group store graph kernels PUBLIC)
-set(MAY_store graph kernels PUBLIC)
-set(MAY_serialization graph kernels)
-set(MAY_graph kernels)
+set(GRAPH graph/node graph/tensor graph/core graph/infer graph/memory graph/exec graph/construct
+          graph/opr)
+set(MAY_group store ${GRAPH} kernels PUBLIC)
+set(MAY_store ${GRAPH} kernels PUBLIC)
+set(MAY_serialization ${GRAPH} kernels)
+set(MAY_graph/node kernels)
+set(MAY_graph/tensor ${MAY_graph/node} graph/node)
+set(MAY_graph/core ${MAY_graph/tensor} graph/tensor)
+set(MAY_graph/infer ${MAY_graph/core} graph/core)
+set(MAY_graph/memory ${MAY_graph/infer} graph/infer)
+set(MAY_graph/exec ${MAY_graph/memory} graph/memory)
+set(MAY_graph/construct ${MAY_graph/exec} graph/exec)
+set(MAY_graph/opr ${MAY_graph/exec} graph/exec)
 set(MAY_kernels)
 set(MAY_kernels/naive kernels)
 set(MAY_kernels/fallback kernels kernels/naive)
@@ -19,7 +29,7 @@ set(MAY_kernels/x86 kernels kernels/fallback)
 set(MAY_kernels/operator_factory.cpp
     kernels kernels/naive kernels/fallback kernels/arm_common kernels/armv7 kernels/x86)
 
-set(LAYER "api|group|store|serialization|graph|kernels/(naive|fallback|arm_common|armv7|x86)|kernels")
+set(LAYER "api|group|store|serialization|graph/(node|tensor|core|infer|memory|exec|construct|opr)|kernels/(naive|fallback|arm_common|armv7|x86)|kernels")
 
 file(GLOB_RECURSE files RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/*.h ${SOURCE_DIR}/*.cpp ${SOURCE_DIR}/*.inc)
 list(LENGTH files file_count)

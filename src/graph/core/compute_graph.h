@@ -6,21 +6,18 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <vector>
 
-#include "graph/core/dedup_table.h"
 #include "graph/core/events.h"
+#include "graph/core/inference_manager.h"
 #include "graph/core/operator.h"
-#include "graph/infer/inference_manager.h"
-#include "graph/memory/var_memory_manager.h"
-#include "graph/node/chunk_pool.h"
 #include "graph/node/node_bound_object.h"
+#include "graph/tensor/tensor.h"
 
 namespace orb {
 
-class CallbackOperator;
 class CompiledFunction;
+class VarMemoryManager;
 
 using OutputCallback = std::function<void(const DeviceTensorND&)>;
 
@@ -31,8 +28,11 @@ struct OutputSpec {
     OutputCallback callback;
 };
 
-class ComputeGraph final : public NodeBoundObject,
-                           public std::enable_shared_from_this<ComputeGraph> {
+// Makes storage of at least the given size on the node. May throw: then the run that asked ends
+// with the exception, and the next run plans again.
+using StaticMemorySource = std::function<DeviceTensorStorage(CompNode, size_t)>;
+
+class ComputeGraph : public NodeBoundObject, public std::enable_shared_from_this<ComputeGraph> {
 public:
     // Options of later runs; the defaults are what the search runs with. Timing and recording need
     // events and recorders, which no node of this build has: asking for them stops the process.
@@ -42,67 +42,49 @@ public:
     };
 
     static std::shared_ptr<ComputeGraph> make();
-    ~ComputeGraph() override;
 
     Options& options() { return m_options; }
     GraphEvents& events() { return m_events; }
-    InferenceManager& inference_manager() { return m_inference_manager; }
-    VarMemoryManager& memory_manager() { return m_memory_manager; }
+    virtual InferenceManager& inference_manager() = 0;
+    virtual VarMemoryManager& memory_manager() = 0;
 
     // Takes the operator into the graph, or drops it in favour of an equal one that is there
     // already. Returns the one that is in the graph.
-    GraphOperator* insert_operator(std::unique_ptr<GraphOperator> op);
+    virtual GraphOperator* insert_operator(std::unique_ptr<GraphOperator> op) = 0;
 
     // A function that computes the vars, in place of the current one: only one function of a graph
     // can run, an older one must only be destroyed. An empty list stops the process.
-    std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs);
-    CompiledFunction* current_function() const { return m_current_function; }
+    virtual std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) = 0;
+    virtual CompiledFunction* current_function() const = 0;
 
-    size_t nr_operators() const { return m_operators.size(); }
-    GraphVar* find_var_by_id(size_t id) const;
+    virtual size_t nr_operators() const = 0;
+    virtual GraphVar* find_var_by_id(size_t id) const = 0;
     // The operators that read the var, in the order of their insertion; null for a foreign var.
-    const std::vector<GraphOperator*>* var_receivers(const GraphVar* var) const;
+    virtual const std::vector<GraphOperator*>* var_receivers(const GraphVar* var) const = 0;
 
     // Both graphs plan into one memory, for graphs that run one at a time; refused once compiled.
-    void share_device_memory_with(ComputeGraph& other);
+    virtual void share_device_memory_with(ComputeGraph& other) = 0;
     // Frees planned memory; the next run allocates again.
-    void clear_device_memory();
+    virtual void clear_device_memory() = 0;
     // Where planned memory comes from; see `StaticMemorySource`.
-    void static_memory_source(StaticMemorySource source);
+    virtual void static_memory_source(StaticMemorySource source) = 0;
 
     // For objects of the graph.
-    size_t next_object_id() { return m_next_object_id++; }
-    GraphVar* make_var(GraphOperator* owner);
-    void destroy_var(GraphVar* var);
-    GraphOperator* current_operator() const { return m_current_operator; }
+    virtual size_t next_object_id() = 0;
+    virtual GraphVar* make_var(GraphOperator* owner) = 0;
+    virtual void destroy_var(GraphVar* var) = 0;
+    // The operator that is being inserted.
+    virtual GraphOperator* current_operator() const = 0;
+    // Held while a run is started.
     std::mutex& run_mutex() { return m_run_mutex; }
-    void function_destroyed(CompiledFunction* function);
+    virtual void function_destroyed(CompiledFunction* function) = 0;
 
 protected:
-    std::shared_ptr<void> on_node_finalize() override;
+    ComputeGraph() = default;
 
 private:
-    ComputeGraph();
-
-    GraphOperator* insert_new(std::unique_ptr<GraphOperator> op);
-    void drop_duplicate(std::unique_ptr<GraphOperator> op);
-    void publish_outputs(GraphOperator* op, bool add_flag);
-    void register_receivers(GraphOperator* op);
-    std::vector<GraphVar*> attach_callbacks(const std::vector<OutputSpec>& outputs);
-
     Options m_options;
     GraphEvents m_events;
-    size_t m_next_object_id = 0;
-    ChunkPool m_var_pool;
-    std::vector<std::unique_ptr<GraphOperator>> m_operators;
-    std::unordered_map<const GraphVar*, std::vector<GraphOperator*>> m_receivers;
-    std::unordered_map<GraphVar*, CallbackOperator*> m_callback_operators;
-    OperatorDedupTable m_dedup_table;
-    InferenceManager m_inference_manager;
-    VarMemoryManager m_memory_manager;
-    GraphOperator* m_current_operator = nullptr;
-    CompiledFunction* m_current_function = nullptr;
-    bool m_compiling = false;
     std::mutex m_run_mutex;
 };
 

@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "graph/core/single_node_operator.h"
+#include "graph/exec/single_node_operator.h"
 
 namespace orb {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "graph/core/compute_graph.h"
 #include "graph/core/hash.h"
-#include "graph/exec/exec_env.h"
+#include "graph/core/exec_env.h"
 #include "kernels/check.h"
 
 namespace orb {

@@ -15,6 +15,7 @@
 
 namespace orb {
 
+class ComputeGraphImpl;
 class OperatorExecEnv;
 
 // The identity of an operator's class.
@@ -60,7 +61,7 @@ public:
     virtual std::function<void()> mem_status_changed_callback() { return {}; }
 
 protected:
-    friend class ComputeGraph;
+    friend class ComputeGraphImpl;  // takes operators into the graph
 
     GraphOperator(ComputeGraph* graph, OperatorConfig config, const std::string& default_name);
 

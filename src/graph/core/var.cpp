@@ -2,7 +2,6 @@
 
 #include "graph/core/compute_graph.h"
 #include "graph/core/operator.h"
-#include "graph/infer/inference_manager.h"
 #include "kernels/check.h"
 
 namespace orb {

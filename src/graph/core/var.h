@@ -9,7 +9,7 @@
 
 #include "graph/core/graph_object.h"
 #include "graph/core/var_flags.h"
-#include "graph/memory/mem_plan.h"
+#include "graph/core/mem_plan.h"
 #include "graph/tensor/tensor.h"
 
 namespace orb {

@@ -10,50 +10,9 @@
 #include <unordered_set>
 #include <vector>
 
-#include "graph/tensor/tensor.h"
+#include "graph/core/inference_manager.h"
 
 namespace orb {
-
-class GraphVar;
-
-// Ordered: the kind of a combination is the largest of its parts.
-enum class InferKind : uint8_t {
-    NO_RULE = 1,
-    CONSTANT = 2,        // known when the graph is built
-    RUNTIME_STATIC = 4,  // known before each run
-    MISSING_INPUT = 8,   // known only once execution has produced some var
-};
-
-// Whether results of the kind are known before a run.
-inline bool is_static(InferKind kind) {
-    return kind == InferKind::CONSTANT || kind == InferKind::RUNTIME_STATIC;
-}
-
-enum class InferSource { DEPENDENT = 0, CONSTANT = 1, MUTABLE = 2 };
-enum class InferDepType { SHAPE = 0, VALUE = 1 };
-
-struct InferDep {
-    GraphVar* var;
-    InferDepType type;
-};
-
-// The result of a dependency, as a rule receives it: the member of the dependency's type is set.
-struct InferInput {
-    const kern::TensorShape* shape = nullptr;
-    const HostTensorND* value = nullptr;
-};
-
-// A rule: what it needs, and how the result follows from it. `infer` returns no result by false,
-// which only a mutable source may do.
-template <typename Result>
-struct InferDescriptor {
-    InferSource source = InferSource::DEPENDENT;
-    std::vector<InferDep> deps;
-    std::function<bool(Result&, const std::vector<InferInput>&)> infer;
-};
-
-using ShapeInferDescriptor = InferDescriptor<kern::TensorShape>;
-using ValueInferDescriptor = InferDescriptor<HostTensorND>;
 
 class InferTag {
 public:

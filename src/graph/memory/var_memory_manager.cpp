@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "graph/core/compute_graph.h"
+#include "graph/core/operator.h"
 #include "graph/memory/static_allocator.h"
 #include "kernels/check.h"
 
@@ -29,7 +29,7 @@ constexpr DependencyFlags READS_VALUE = dependency::DEVICE_VALUE | dependency::H
 
 }  // namespace
 
-VarMemoryManager::VarMemoryManager(ComputeGraph* graph) : m_graph(graph) {}
+VarMemoryManager::VarMemoryManager(InferenceManagerImpl* inference) : m_inference(inference) {}
 
 VarMemoryManager::BusyMark::BusyMark(VarMemoryManager& manager) : m_memory(manager.m_memory) {
     KERN_CHECK(!m_memory->busy);
@@ -61,7 +61,7 @@ void VarMemoryManager::set_operator_sequence(const std::vector<GraphOperator*>& 
                 late_vars.push_back(var);
         }
     }
-    m_update_list = m_graph->inference_manager().make_update_list(m_static_vars, late_vars);
+    m_update_list = m_inference->make_update_list(m_static_vars, late_vars);
 }
 
 void VarMemoryManager::record_uses(const std::vector<GraphVar*>& kept_vars) {
@@ -83,7 +83,7 @@ void VarMemoryManager::record_uses(const std::vector<GraphVar*>& kept_vars) {
 }
 
 void VarMemoryManager::choose_dynamic_vars() {
-    InferenceManager& inference = m_graph->inference_manager();
+    const InferenceManager& inference = *m_inference;
     for (GraphOperator* op : m_sequence) {
         for (GraphVar* var : op->output())
             var->clear_planned_dynamic();
@@ -119,7 +119,7 @@ void VarMemoryManager::mark_dynamic(GraphVar* var) {
 }
 
 bool VarMemoryManager::allocate_static_memory(bool force) {
-    const bool shapes_changed = m_graph->inference_manager().update(m_update_list);
+    const bool shapes_changed = m_inference->update(m_update_list);
     if (!shapes_changed && !force && m_plan_valid && memory_is_in_place() && !refresh_lent_memory())
         return false;
     plan();
@@ -346,7 +346,7 @@ void VarMemoryManager::allocate_dynamic_memory(GraphOperator* op) {
         var->nr_readers_left = m_uses.at(var).nr_readers;
         if (is_ours(var)) {
             var->mem_plan().reset();
-            m_graph->inference_manager().runtime_shape_of_var(var);
+            m_inference->runtime_shape_of_var(var);
         }
     }
     op->plan_output_memory(true);

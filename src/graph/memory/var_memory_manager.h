@@ -10,18 +10,14 @@
 #include <unordered_set>
 #include <vector>
 
-#include "graph/infer/inference_manager.h"
+#include "graph/core/compute_graph.h"
+#include "graph/infer/inference_manager_impl.h"
 #include "graph/tensor/tensor.h"
 
 namespace orb {
 
-class ComputeGraph;
 class GraphOperator;
 struct MemChunk;
-
-// Makes storage of at least the given size on the node. May throw: then the run that asked ends
-// with the exception, and the next run plans again.
-using StaticMemorySource = std::function<DeviceTensorStorage(CompNode, size_t)>;
 
 // The blocks that planned vars live in, one per memory node; shared by graphs that run one at a
 // time.
@@ -32,7 +28,7 @@ struct DeviceMemory {
 
 class VarMemoryManager {
 public:
-    explicit VarMemoryManager(ComputeGraph* graph);
+    explicit VarMemoryManager(InferenceManagerImpl* inference);
 
     // Takes a compiled order, and the vars that must keep their value after the run.
     void set_operator_sequence(const std::vector<GraphOperator*>& sequence,
@@ -115,14 +111,14 @@ private:
     bool is_last_read(const GraphVar* input, const GraphVar* output) const;
     size_t end_of_life(const MemChunk* chunk) const;
 
-    ComputeGraph* m_graph;
+    InferenceManagerImpl* m_inference;
     std::shared_ptr<DeviceMemory> m_memory = std::make_shared<DeviceMemory>();
     StaticMemorySource m_source;
     std::vector<GraphOperator*> m_sequence;
     std::vector<GraphVar*> m_static_vars;
     std::unordered_set<const GraphOperator*>
         m_dynamic_operators;  // with a dynamic var at either end
-    InferenceManager::UpdateList m_update_list;
+    InferenceManagerImpl::UpdateList m_update_list;
     std::unordered_map<const GraphVar*, VarUse> m_uses;
     std::unordered_map<const MemChunk*, std::vector<GraphVar*>> m_forwarded;  // views of a chunk
     std::vector<Overwrite> m_overwrites;

@@ -9,7 +9,7 @@
 #include "graph/core/compute_graph.h"
 #include "graph/core/operator_copy.h"
 #include "graph/core/param_fields.h"
-#include "graph/core/single_node_operator.h"
+#include "graph/exec/single_node_operator.h"
 
 namespace orb {
 

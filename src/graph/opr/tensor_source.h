@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "graph/core/compute_graph.h"
-#include "graph/core/single_node_operator.h"
+#include "graph/exec/single_node_operator.h"
 
 namespace orb {
 

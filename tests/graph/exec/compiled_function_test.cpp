@@ -1,4 +1,4 @@
-#include "graph/exec/compiled_function.h"
+#include "graph/core/compiled_function.h"
 
 #include <stdexcept>
 
@@ -48,7 +48,7 @@ TEST_F(Execution, RunsFollowTheSourcesWithoutNewTasks) {
     function->execute().wait();
     EXPECT_TRUE(result.empty());
     EXPECT_EQ(tasks_made, made_by_first_run);
-    EXPECT_EQ(function->get_run_id(), 5u);
+    EXPECT_EQ(function->get_run_id(), 6u);
 }
 
 TEST_F(Execution, OnlyAnotherShapeMakesANewPlan) {

@@ -1,4 +1,4 @@
-#include "graph/infer/inference_manager.h"
+#include "graph/infer/inference_manager_impl.h"
 
 #include "graph/opr/constant_tensor.h"
 #include "tests/graph/graph_test_util.h"
@@ -46,7 +46,8 @@ protected:
     }
 
     std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
-    InferenceManager& manager = graph->inference_manager();
+    InferenceManagerImpl& manager =
+        static_cast<InferenceManagerImpl&>(graph->inference_manager());
 
 private:
     uint64_t m_key = 0;

@@ -1,12 +1,13 @@
-#include "graph/exec/compiled_function.h"
+#include "graph/exec/graph_function.h"
 
 #include <algorithm>
 
+#include "graph/memory/var_memory_manager.h"
 #include "kernels/check.h"
 
 namespace orb {
 
-CompiledFunction::CompiledFunction(std::shared_ptr<ComputeGraph> graph,
+GraphFunction::GraphFunction(std::shared_ptr<ComputeGraph> graph,
                                    std::vector<GraphOperator*> operators,
                                    std::vector<GraphVar*> output_vars)
     : m_graph(std::move(graph)),
@@ -21,12 +22,12 @@ CompiledFunction::CompiledFunction(std::shared_ptr<ComputeGraph> graph,
     }
 }
 
-CompiledFunction::~CompiledFunction() {
+GraphFunction::~GraphFunction() {
     if (m_graph)
         m_graph->function_destroyed(this);
 }
 
-CompiledFunction& CompiledFunction::execute() {
+CompiledFunction& GraphFunction::execute() {
     check_not_finalized();
     KERN_CHECK(m_graph && m_graph->current_function() == this);
     wait();
@@ -45,14 +46,14 @@ CompiledFunction& CompiledFunction::execute() {
     return *this;
 }
 
-void CompiledFunction::build_env() {
+void GraphFunction::build_env() {
     m_exec_env.clear();
     for (GraphOperator* op : m_operators)
         op->execute(m_exec_env);
     m_needs_init = false;
 }
 
-void CompiledFunction::wait() {
+void GraphFunction::wait() {
     if (!m_wait_needed)
         return;
     for (CompNode node : m_comp_nodes)
@@ -61,12 +62,12 @@ void CompiledFunction::wait() {
     m_graph->events().run_finished.signal({this, last_run_time()});
 }
 
-double CompiledFunction::last_run_time() const {
+double GraphFunction::last_run_time() {
     KERN_CHECK(!m_wait_needed);
     return 0.0;
 }
 
-void CompiledFunction::iterate_operators(
+void GraphFunction::iterate_operators(
     const std::function<bool(GraphOperator*)>& function) const {
     for (GraphOperator* op : m_operators) {
         if (!function(op))
@@ -74,20 +75,20 @@ void CompiledFunction::iterate_operators(
     }
 }
 
-void CompiledFunction::clear_device_memory() {
+void GraphFunction::clear_device_memory() {
     check_not_finalized();
     wait();
     m_graph->clear_device_memory();
 }
 
-void CompiledFunction::retire() {
+void GraphFunction::retire() {
     wait();
     m_exec_env.clear();
     m_operators.clear();
     m_needs_init = true;
 }
 
-std::shared_ptr<void> CompiledFunction::on_node_finalize() {
+std::shared_ptr<void> GraphFunction::on_node_finalize() {
     wait();
     m_exec_env.clear();
     return nullptr;

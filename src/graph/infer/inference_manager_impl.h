@@ -1,6 +1,5 @@
-// Knows the shape, and where it can the value, of each var of a graph before execution. Operators
-// register a rule for each output; the manager classifies it, caches results and recomputes only
-// what changed. All entry points lock, since an operator may need a shape while it runs elsewhere.
+// The inference of one graph: a tag for the shape and one for the value of each var that anybody asks
+// about. All entry points lock.
 #pragma once
 
 #include <memory>
@@ -14,25 +13,20 @@ namespace orb {
 
 class ComputeGraph;
 
-class InferenceManager {
+class InferenceManagerImpl final : public InferenceManager {
 public:
-    explicit InferenceManager(ComputeGraph* graph) : m_graph(graph) {}
+    explicit InferenceManagerImpl(ComputeGraph* graph) : m_graph(graph) {}
 
-    // Only while the graph inserts the var's operator, and once per var. A constant shape is
-    // computed now and stored in the var for good, unless the var's content is volatile.
-    void add_shape_rule(GraphVar* var, ShapeInferDescriptor descriptor);
-    void add_value_rule(GraphVar* var, ValueInferDescriptor descriptor);
+    void add_shape_rule(GraphVar* var, ShapeInferDescriptor descriptor) override;
+    void add_value_rule(GraphVar* var, ValueInferDescriptor descriptor) override;
+    InferKind shape_kind(const GraphVar* var) const override;
+    InferKind value_kind(const GraphVar* var) const override;
+    std::vector<const GraphVar*> missing_inputs_of_shape(const GraphVar* var) const override;
+    const kern::TensorShape& shape_of_var(GraphVar* var) override;
+    const kern::TensorShape* try_shape_of_var(GraphVar* var) override;
+    const HostTensorND& value_of_var(GraphVar* var) override;
+    const HostTensorND* try_value_of_var(GraphVar* var) override;
 
-    InferKind shape_kind(const GraphVar* var) const;
-    InferKind value_kind(const GraphVar* var) const;
-    // The vars that a shape of kind MISSING_INPUT waits for.
-    std::vector<const GraphVar*> missing_inputs_of_shape(const GraphVar* var) const;
-
-    // Up to date; no result stops the process, in the `try` forms it gives null.
-    const kern::TensorShape& shape_of_var(GraphVar* var);
-    const kern::TensorShape* try_shape_of_var(GraphVar* var);
-    const HostTensorND& value_of_var(GraphVar* var);
-    const HostTensorND* try_value_of_var(GraphVar* var);
     // A shape that only execution could tell: computed again from what has been computed since.
     const kern::TensorShape& runtime_shape_of_var(GraphVar* var);
 

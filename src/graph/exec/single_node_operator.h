@@ -6,6 +6,7 @@
 
 #include "graph/core/operator.h"
 #include "kernels/elementwise.h"
+#include "graph/memory/var_memory_manager.h"
 
 namespace orb {
 

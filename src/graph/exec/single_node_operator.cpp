@@ -1,9 +1,9 @@
-#include "graph/core/single_node_operator.h"
+#include "graph/exec/single_node_operator.h"
 
 #include <algorithm>
 
 #include "graph/core/compute_graph.h"
-#include "graph/exec/exec_env.h"
+#include "graph/core/exec_env.h"
 #include "kernels/check.h"
 
 namespace orb {

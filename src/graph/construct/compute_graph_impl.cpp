@@ -1,11 +1,10 @@
-#include "graph/core/compute_graph.h"
+#include "graph/construct/compute_graph_impl.h"
 
 #include <new>
 #include <utility>
 
 #include "graph/core/fused_steps.h"
 #include "graph/exec/callback_operator.h"
-#include "graph/exec/compiled_function.h"
 #include "graph/exec/dependency_order.h"
 #include "kernels/check.h"
 
@@ -29,53 +28,55 @@ private:
 }  // namespace
 
 std::shared_ptr<ComputeGraph> ComputeGraph::make() {
-    return std::shared_ptr<ComputeGraph>(new ComputeGraph());
+    return std::make_shared<ComputeGraphImpl>();
 }
 
-ComputeGraph::ComputeGraph()
-    : m_var_pool(sizeof(GraphVar)), m_inference_manager(this), m_memory_manager(this) {}
+ComputeGraphImpl::ComputeGraphImpl()
+    : m_var_pool(sizeof(GraphVar)),
+      m_inference_manager(this),
+      m_memory_manager(&m_inference_manager) {}
 
-ComputeGraph::~ComputeGraph() {
+ComputeGraphImpl::~ComputeGraphImpl() {
     // Readers before what they read.
     while (!m_operators.empty())
         m_operators.pop_back();
 }
 
-std::shared_ptr<void> ComputeGraph::on_node_finalize() {
+std::shared_ptr<void> ComputeGraphImpl::on_node_finalize() {
     auto self = weak_from_this().lock();
     m_memory_manager.clear_device_memory();
     return self;
 }
 
-GraphVar* ComputeGraph::make_var(GraphOperator* owner) {
+GraphVar* ComputeGraphImpl::make_var(GraphOperator* owner) {
     return new (m_var_pool.alloc()) GraphVar(this, owner);
 }
 
-void ComputeGraph::destroy_var(GraphVar* var) {
+void ComputeGraphImpl::destroy_var(GraphVar* var) {
     var->~GraphVar();
     m_var_pool.free(var);
 }
 
-GraphOperator* ComputeGraph::insert_operator(std::unique_ptr<GraphOperator> op) {
+GraphOperator* ComputeGraphImpl::insert_operator(std::unique_ptr<GraphOperator> op) {
     check_not_finalized();
     if (GraphOperator* existing = m_dedup_table.find(*op)) {
         KERN_CHECK(existing->output().size() == op->output().size());
         publish_outputs(existing, false);
         drop_duplicate(std::move(op));
-        m_events.operator_inserted.signal({existing, true});
+        events().operator_inserted.signal({existing, true});
         return existing;
     }
     return insert_new(std::move(op));
 }
 
-void ComputeGraph::drop_duplicate(std::unique_ptr<GraphOperator> op) {
+void ComputeGraphImpl::drop_duplicate(std::unique_ptr<GraphOperator> op) {
     for (GraphVar* var : op->output()) {
         m_inference_manager.remove_var(var);
         m_receivers.erase(var);
     }
 }
 
-GraphOperator* ComputeGraph::insert_new(std::unique_ptr<GraphOperator> owned) {
+GraphOperator* ComputeGraphImpl::insert_new(std::unique_ptr<GraphOperator> owned) {
     GraphOperator* op = owned.get();
     KERN_CHECK(!op->m_inserted && !op->output().empty());
     m_operators.push_back(std::move(owned));
@@ -94,12 +95,12 @@ GraphOperator* ComputeGraph::insert_new(std::unique_ptr<GraphOperator> owned) {
 
     publish_outputs(op, true);
     register_receivers(op);
-    m_events.operator_inserted.signal({op, false});
+    events().operator_inserted.signal({op, false});
     m_dedup_table.insert(op);
     return op;
 }
 
-void ComputeGraph::publish_outputs(GraphOperator* op, bool add_flag) {
+void ComputeGraphImpl::publish_outputs(GraphOperator* op, bool add_flag) {
     for (GraphVar* var : op->output()) {
         if (add_flag)
             var->add_flag(var_flag::INSERTED);
@@ -121,7 +122,7 @@ void ComputeGraph::publish_outputs(GraphOperator* op, bool add_flag) {
     }
 }
 
-void ComputeGraph::register_receivers(GraphOperator* op) {
+void ComputeGraphImpl::register_receivers(GraphOperator* op) {
     if (!(op->properties().flags & OperatorProperties::CROSS_MEMORY_NODE)) {
         const void* space = op->output(0)->comp_node().memory_space();
         KERN_CHECK(space);
@@ -139,7 +140,7 @@ void ComputeGraph::register_receivers(GraphOperator* op) {
         KERN_CHECK(m_receivers[var].empty());
 }
 
-std::vector<GraphVar*> ComputeGraph::attach_callbacks(const std::vector<OutputSpec>& outputs) {
+std::vector<GraphVar*> ComputeGraphImpl::attach_callbacks(const std::vector<OutputSpec>& outputs) {
     for (auto& entry : m_callback_operators)
         entry.second->clear_callbacks();
     std::vector<GraphVar*> targets;
@@ -157,11 +158,11 @@ std::vector<GraphVar*> ComputeGraph::attach_callbacks(const std::vector<OutputSp
     return targets;
 }
 
-std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<OutputSpec>& outputs) {
+std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<OutputSpec>& outputs) {
     check_not_finalized();
     KERN_CHECK(!m_compiling && !outputs.empty());
     // Timing needs events and recording a recorder; no node of this build makes either.
-    KERN_CHECK(!m_options.timing && m_options.record_level == 0);
+    KERN_CHECK(!options().timing && options().record_level == 0);
     const Restore<bool> compiling(m_compiling, true);
 
     std::vector<GraphVar*> kept_vars;
@@ -179,18 +180,18 @@ std::unique_ptr<CompiledFunction> ComputeGraph::compile(const std::vector<Output
     if (m_current_function)
         m_current_function->retire();
     fuse_steps(operators, output_vars);
-    auto function = std::make_unique<CompiledFunction>(shared_from_this(), std::move(operators),
+    auto function = std::make_unique<GraphFunction>(shared_from_this(), std::move(operators),
                                                        std::move(output_vars));
     m_current_function = function.get();
     return function;
 }
 
-void ComputeGraph::function_destroyed(CompiledFunction* function) {
+void ComputeGraphImpl::function_destroyed(CompiledFunction* function) {
     if (m_current_function == function)
         m_current_function = nullptr;
 }
 
-GraphVar* ComputeGraph::find_var_by_id(size_t id) const {
+GraphVar* ComputeGraphImpl::find_var_by_id(size_t id) const {
     for (const auto& op : m_operators) {
         for (GraphVar* var : op->output()) {
             if (var->id() == id)
@@ -200,23 +201,23 @@ GraphVar* ComputeGraph::find_var_by_id(size_t id) const {
     return nullptr;
 }
 
-const std::vector<GraphOperator*>* ComputeGraph::var_receivers(const GraphVar* var) const {
+const std::vector<GraphOperator*>* ComputeGraphImpl::var_receivers(const GraphVar* var) const {
     const auto found = m_receivers.find(var);
     return found == m_receivers.end() ? nullptr : &found->second;
 }
 
-void ComputeGraph::share_device_memory_with(ComputeGraph& other) {
-    KERN_CHECK(!m_current_function && !other.m_current_function);
-    m_memory_manager.share_device_memory_with(other.m_memory_manager);
+void ComputeGraphImpl::share_device_memory_with(ComputeGraph& other) {
+    KERN_CHECK(!m_current_function && !other.current_function());
+    m_memory_manager.share_device_memory_with(other.memory_manager());
 }
 
-void ComputeGraph::clear_device_memory() {
+void ComputeGraphImpl::clear_device_memory() {
     m_memory_manager.clear_device_memory();
     if (m_current_function)
         m_current_function->force_replan();
 }
 
-void ComputeGraph::static_memory_source(StaticMemorySource source) {
+void ComputeGraphImpl::static_memory_source(StaticMemorySource source) {
     m_memory_manager.static_memory_source(std::move(source));
 }
 

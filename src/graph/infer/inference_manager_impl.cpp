@@ -1,4 +1,4 @@
-#include "graph/infer/inference_manager.h"
+#include "graph/infer/inference_manager_impl.h"
 
 #include "graph/core/compute_graph.h"
 #include "kernels/check.h"
@@ -7,7 +7,7 @@ namespace orb {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
-ShapeInferTag* InferenceManager::get_shape_tag(GraphVar* var) {
+ShapeInferTag* InferenceManagerImpl::get_shape_tag(GraphVar* var) {
     auto& tag = m_tags[var].shape;
     if (!tag) {
         tag = std::make_unique<ShapeInferTag>(var);
@@ -16,7 +16,7 @@ ShapeInferTag* InferenceManager::get_shape_tag(GraphVar* var) {
     return tag.get();
 }
 
-ValueInferTag* InferenceManager::get_value_tag(GraphVar* var) {
+ValueInferTag* InferenceManagerImpl::get_value_tag(GraphVar* var) {
     auto& tag = m_tags[var].value;
     if (!tag) {
         tag = std::make_unique<ValueInferTag>(var);
@@ -25,7 +25,7 @@ ValueInferTag* InferenceManager::get_value_tag(GraphVar* var) {
     return tag.get();
 }
 
-std::vector<InferTag*> InferenceManager::get_dep_tags(const std::vector<InferDep>& deps) {
+std::vector<InferTag*> InferenceManagerImpl::get_dep_tags(const std::vector<InferDep>& deps) {
     std::vector<InferTag*> tags;
     for (const InferDep& dep : deps) {
         KERN_CHECK(&dep.var->owner_graph() == m_graph);
@@ -37,11 +37,11 @@ std::vector<InferTag*> InferenceManager::get_dep_tags(const std::vector<InferDep
     return tags;
 }
 
-void InferenceManager::check_may_register(const GraphVar* var) const {
+void InferenceManagerImpl::check_may_register(const GraphVar* var) const {
     KERN_CHECK(m_graph->current_operator() == var->owner_operator());
 }
 
-void InferenceManager::add_shape_rule(GraphVar* var, ShapeInferDescriptor descriptor) {
+void InferenceManagerImpl::add_shape_rule(GraphVar* var, ShapeInferDescriptor descriptor) {
     const Lock lock(m_mutex);
     check_may_register(var);
     ShapeInferTag* tag = get_shape_tag(var);
@@ -55,7 +55,7 @@ void InferenceManager::add_shape_rule(GraphVar* var, ShapeInferDescriptor descri
     var->freeze_shape();
 }
 
-void InferenceManager::add_value_rule(GraphVar* var, ValueInferDescriptor descriptor) {
+void InferenceManagerImpl::add_value_rule(GraphVar* var, ValueInferDescriptor descriptor) {
     const Lock lock(m_mutex);
     check_may_register(var);
     ValueInferTag* tag = get_value_tag(var);
@@ -64,21 +64,21 @@ void InferenceManager::add_value_rule(GraphVar* var, ValueInferDescriptor descri
     tag->set_rule(std::move(descriptor));
 }
 
-InferKind InferenceManager::shape_kind(const GraphVar* var) const {
+InferKind InferenceManagerImpl::shape_kind(const GraphVar* var) const {
     const Lock lock(m_mutex);
     const auto found = m_tags.find(var);
     return found == m_tags.end() || !found->second.shape ? InferKind::NO_RULE
                                                          : found->second.shape->kind();
 }
 
-InferKind InferenceManager::value_kind(const GraphVar* var) const {
+InferKind InferenceManagerImpl::value_kind(const GraphVar* var) const {
     const Lock lock(m_mutex);
     const auto found = m_tags.find(var);
     return found == m_tags.end() || !found->second.value ? InferKind::NO_RULE
                                                          : found->second.value->kind();
 }
 
-std::vector<const GraphVar*> InferenceManager::missing_inputs_of_shape(const GraphVar* var) const {
+std::vector<const GraphVar*> InferenceManagerImpl::missing_inputs_of_shape(const GraphVar* var) const {
     const Lock lock(m_mutex);
     const auto found = m_tags.find(var);
     if (found == m_tags.end() || !found->second.shape)
@@ -87,19 +87,19 @@ std::vector<const GraphVar*> InferenceManager::missing_inputs_of_shape(const Gra
     return {missing.begin(), missing.end()};
 }
 
-const kern::TensorShape* InferenceManager::try_shape_of_var(GraphVar* var) {
+const kern::TensorShape* InferenceManagerImpl::try_shape_of_var(GraphVar* var) {
     const Lock lock(m_mutex);
     ShapeInferTag* tag = get_shape_tag(var);
     return tag->update(true) ? &tag->shape() : nullptr;
 }
 
-const kern::TensorShape& InferenceManager::shape_of_var(GraphVar* var) {
+const kern::TensorShape& InferenceManagerImpl::shape_of_var(GraphVar* var) {
     const kern::TensorShape* shape = try_shape_of_var(var);
     KERN_CHECK(shape);
     return *shape;
 }
 
-const HostTensorND* InferenceManager::try_value_of_var(GraphVar* var) {
+const HostTensorND* InferenceManagerImpl::try_value_of_var(GraphVar* var) {
     const Lock lock(m_mutex);
     ValueInferTag* tag = get_value_tag(var);
     if (!tag->update(true))
@@ -109,19 +109,19 @@ const HostTensorND* InferenceManager::try_value_of_var(GraphVar* var) {
     return &tag->value();
 }
 
-const HostTensorND& InferenceManager::value_of_var(GraphVar* var) {
+const HostTensorND& InferenceManagerImpl::value_of_var(GraphVar* var) {
     const HostTensorND* value = try_value_of_var(var);
     KERN_CHECK(value);
     return *value;
 }
 
-const kern::TensorShape& InferenceManager::runtime_shape_of_var(GraphVar* var) {
+const kern::TensorShape& InferenceManagerImpl::runtime_shape_of_var(GraphVar* var) {
     const kern::TensorShape& shape = shape_of_var(var);
     var->shape(shape);
     return shape;
 }
 
-InferenceManager::UpdateList InferenceManager::make_update_list(
+InferenceManagerImpl::UpdateList InferenceManagerImpl::make_update_list(
     const std::vector<GraphVar*>& static_vars, const std::vector<GraphVar*>& other_vars) {
     const Lock lock(m_mutex);
     UpdateList list;
@@ -147,7 +147,7 @@ InferenceManager::UpdateList InferenceManager::make_update_list(
     return list;
 }
 
-bool InferenceManager::update(const UpdateList& list) {
+bool InferenceManagerImpl::update(const UpdateList& list) {
     const Lock lock(m_mutex);
     for (InferTag* tag : m_tags_without_rule)
         tag->invalidate();
@@ -164,7 +164,7 @@ bool InferenceManager::update(const UpdateList& list) {
     return changed;
 }
 
-void InferenceManager::remove_var(GraphVar* var) {
+void InferenceManagerImpl::remove_var(GraphVar* var) {
     const Lock lock(m_mutex);
     const auto found = m_tags.find(var);
     if (found == m_tags.end())

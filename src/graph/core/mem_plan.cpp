@@ -1,4 +1,4 @@
-#include "graph/memory/mem_plan.h"
+#include "graph/core/mem_plan.h"
 
 namespace orb {
 

@@ -1,4 +1,4 @@
-#include "graph/core/dedup_table.h"
+#include "graph/construct/dedup_table.h"
 
 #include "graph/core/operator.h"
 
