@@ -28,11 +28,12 @@ private:
 }  // namespace
 
 std::shared_ptr<ComputeGraph> ComputeGraph::make() {
-    return std::make_shared<ComputeGraphImpl>();
+    return std::make_shared<ComputeGraphImpl>(nullptr);
 }
 
-ComputeGraphImpl::ComputeGraphImpl()
-    : m_var_pool(sizeof(GraphVar)),
+ComputeGraphImpl::ComputeGraphImpl(ComputeGraphImpl* parent)
+    : m_next_object_id(parent ? parent->m_next_object_id : std::make_shared<size_t>(0)),
+      m_var_pool(sizeof(GraphVar)),
       m_inference_manager(this),
       m_memory_manager(&m_inference_manager) {}
 
@@ -109,8 +110,7 @@ void ComputeGraphImpl::publish_outputs(GraphOperator* op, bool add_flag) {
             continue;  // stored for good when its rule was registered
         const bool is_inferable = !var->has_flag(var_flag::VOLATILE_CONTENT) &&
                                   is_static(m_inference_manager.shape_kind(var));
-        const kern::TensorShape* shape =
-            is_inferable ? m_inference_manager.try_shape_of_var(var) : nullptr;
+        const auto shape = is_inferable ? m_inference_manager.try_shape_of_var(var) : std::nullopt;
         const kern::TensorShape before = var->shape();
         if (shape)
             var->shape(*shape);
@@ -161,8 +161,6 @@ std::vector<GraphVar*> ComputeGraphImpl::attach_callbacks(const std::vector<Outp
 std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<OutputSpec>& outputs) {
     check_not_finalized();
     KERN_CHECK(!m_compiling && !outputs.empty());
-    // Timing needs events and recording a recorder; no node of this build makes either.
-    KERN_CHECK(!options().timing && options().record_level == 0);
     const Restore<bool> compiling(m_compiling, true);
 
     std::vector<GraphVar*> kept_vars;
@@ -171,19 +169,39 @@ std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<Ou
         if (!spec.callback)
             kept_vars.push_back(spec.var);
     }
+    // The old function's run reads what is changed from here on.
+    if (m_current_function)
+        std::exchange(m_current_function, nullptr)->retire();
     auto operators = sort_by_dependency(attach_callbacks(outputs));
     m_memory_manager.set_operator_sequence(operators, kept_vars);
 
     std::vector<GraphVar*> output_vars;
     for (const OutputSpec& spec : outputs)
         output_vars.push_back(spec.var);
-    if (m_current_function)
-        m_current_function->retire();
     fuse_steps(operators, output_vars);
     auto function = std::make_unique<GraphFunction>(shared_from_this(), std::move(operators),
-                                                       std::move(output_vars));
+                                                    std::move(output_vars));
     m_current_function = function.get();
+    ++m_version;
     return function;
+}
+
+std::shared_ptr<ComputeGraph> ComputeGraphImpl::make_sub_graph() {
+    auto graph = std::make_shared<ComputeGraphImpl>(this);
+    m_sub_graphs.push_back(graph);
+    return graph;
+}
+
+void ComputeGraphImpl::wait_for_sub_graphs() {
+    for (const auto& sub_graph : m_sub_graphs) {
+        const auto graph = sub_graph.lock();
+        if (graph && graph->current_function())
+            graph->current_function()->wait();
+    }
+}
+
+VarStepInfo ComputeGraphImpl::var_step_info(const GraphVar* var) const {
+    return m_current_function ? m_memory_manager.step_info(var) : VarStepInfo();
 }
 
 void ComputeGraphImpl::function_destroyed(CompiledFunction* function) {
@@ -197,6 +215,11 @@ GraphVar* ComputeGraphImpl::find_var_by_id(size_t id) const {
             if (var->id() == id)
                 return var;
         }
+    }
+    for (const auto& sub_graph : m_sub_graphs) {
+        const auto graph = sub_graph.lock();
+        if (GraphVar* var = graph ? graph->find_var_by_id(id) : nullptr)
+            return var;
     }
     return nullptr;
 }
@@ -212,6 +235,8 @@ void ComputeGraphImpl::share_device_memory_with(ComputeGraph& other) {
 }
 
 void ComputeGraphImpl::clear_device_memory() {
+    if (m_current_function)
+        m_current_function->wait();
     m_memory_manager.clear_device_memory();
     if (m_current_function)
         m_current_function->force_replan();

@@ -16,7 +16,8 @@ class CallbackOperator;
 
 class ComputeGraphImpl final : public ComputeGraph {
 public:
-    ComputeGraphImpl();
+    // `parent` is null for a graph of its own.
+    explicit ComputeGraphImpl(ComputeGraphImpl* parent);
     ~ComputeGraphImpl() override;
 
     InferenceManager& inference_manager() override { return m_inference_manager; }
@@ -24,13 +25,17 @@ public:
     GraphOperator* insert_operator(std::unique_ptr<GraphOperator> op) override;
     std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) override;
     CompiledFunction* current_function() const override { return m_current_function; }
+    size_t version() const override { return m_version; }
+    VarStepInfo var_step_info(const GraphVar* var) const override;
+    std::shared_ptr<ComputeGraph> make_sub_graph() override;
+    void wait_for_sub_graphs() override;
     size_t nr_operators() const override { return m_operators.size(); }
     GraphVar* find_var_by_id(size_t id) const override;
     const std::vector<GraphOperator*>* var_receivers(const GraphVar* var) const override;
     void share_device_memory_with(ComputeGraph& other) override;
     void clear_device_memory() override;
     void static_memory_source(StaticMemorySource source) override;
-    size_t next_object_id() override { return m_next_object_id++; }
+    size_t next_object_id() override { return (*m_next_object_id)++; }
     GraphVar* make_var(GraphOperator* owner) override;
     void destroy_var(GraphVar* var) override;
     GraphOperator* current_operator() const override { return m_current_operator; }
@@ -46,7 +51,8 @@ private:
     void register_receivers(GraphOperator* op);
     std::vector<GraphVar*> attach_callbacks(const std::vector<OutputSpec>& outputs);
 
-    size_t m_next_object_id = 0;
+    std::shared_ptr<size_t> m_next_object_id;  // shared by a graph and its sub-graphs
+    std::vector<std::weak_ptr<ComputeGraph>> m_sub_graphs;
     ChunkPool m_var_pool;
     std::vector<std::unique_ptr<GraphOperator>> m_operators;
     std::unordered_map<const GraphVar*, std::vector<GraphOperator*>> m_receivers;
@@ -56,6 +62,7 @@ private:
     VarMemoryManager m_memory_manager;
     GraphOperator* m_current_operator = nullptr;
     GraphFunction* m_current_function = nullptr;
+    size_t m_version = 0;
     bool m_compiling = false;
 };
 

@@ -32,13 +32,23 @@ struct OutputSpec {
 // with the exception, and the next run plans again.
 using StaticMemorySource = std::function<DeviceTensorStorage(CompNode, size_t)>;
 
+// Positions of operators in a compiled order.
+struct VarStepInfo {
+    size_t writer = 0;
+    size_t last_reader = 0;  // the writer's own when nobody reads
+    size_t nr_readers = 0;
+};
+
 class ComputeGraph : public NodeBoundObject, public std::enable_shared_from_this<ComputeGraph> {
 public:
-    // Options of later runs; the defaults are what the search runs with. Timing and recording need
-    // events and recorders, which no node of this build has: asking for them stops the process.
+    // Options of functions that are compiled later; the defaults are what the search runs with.
     struct Options {
-        bool timing = false;
+        bool timing = false;  // see `CompiledFunction::last_run_time`
+        // 1: a function whose operators are on one node with a worker, with static storage all,
+        // is recorded in its first run; later runs replay its kernels while memory and shapes stay.
         uint32_t record_level = 0;
+        bool never_record = false;
+        bool events = true;  // whether `before_run` and `run_finished` are given
     };
 
     static std::shared_ptr<ComputeGraph> make();
@@ -56,8 +66,23 @@ public:
     // can run, an older one must only be destroyed. An empty list stops the process.
     virtual std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) = 0;
     virtual CompiledFunction* current_function() const = 0;
+    // Counts the functions that were compiled.
+    virtual size_t version() const = 0;
+    // When the current function writes and reads the var; all zero for a var that it does not use.
+    virtual VarStepInfo var_step_info(const GraphVar* var) const = 0;
+
+    // A graph of its own whose objects count their ids together with this one's. `find_var_by_id`
+    // searches it too, and a run of this graph has ended once the sub-graphs' runs have. Owned by
+    // whoever holds the pointer.
+    virtual std::shared_ptr<ComputeGraph> make_sub_graph() = 0;
+    virtual void wait_for_sub_graphs() = 0;
+
+    // A shared pointer to the graph. Calls the clean-up hook, if there is one.
+    std::shared_ptr<ComputeGraph> shared_self();
+    void clean_up_hook(std::function<void()> hook) { m_clean_up_hook = std::move(hook); }
 
     virtual size_t nr_operators() const = 0;
+    // Of this graph and its sub-graphs, depth first; null when there is none.
     virtual GraphVar* find_var_by_id(size_t id) const = 0;
     // The operators that read the var, in the order of their insertion; null for a foreign var.
     virtual const std::vector<GraphOperator*>* var_receivers(const GraphVar* var) const = 0;
@@ -85,6 +110,7 @@ protected:
 private:
     Options m_options;
     GraphEvents m_events;
+    std::function<void()> m_clean_up_hook;
     std::mutex m_run_mutex;
 };
 

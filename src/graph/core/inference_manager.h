@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "graph/tensor/tensor.h"
@@ -64,13 +65,20 @@ public:
     virtual InferKind shape_kind(const GraphVar* var) const = 0;
     virtual InferKind value_kind(const GraphVar* var) const = 0;
     // The vars that a shape of kind MISSING_INPUT waits for.
-    virtual std::vector<const GraphVar*> missing_inputs_of_shape(const GraphVar* var) const = 0;
+    virtual std::vector<GraphVar*> missing_inputs_of_shape(const GraphVar* var) const = 0;
 
-    // Up to date; no result stops the process, in the `try` forms it gives null.
-    virtual const kern::TensorShape& shape_of_var(GraphVar* var) = 0;
-    virtual const kern::TensorShape* try_shape_of_var(GraphVar* var) = 0;
-    virtual const HostTensorND& value_of_var(GraphVar* var) = 0;
-    virtual const HostTensorND* try_value_of_var(GraphVar* var) = 0;
+    // The kind of the shape in the low byte, that of the value in the next.
+    uint32_t inference_kinds(const GraphVar* var) const {
+        return static_cast<uint32_t>(shape_kind(var)) | static_cast<uint32_t>(value_kind(var)) << 8;
+    }
+
+    // Up to date; no result stops the process, in the `try` forms it gives none. A value that a run
+    // under way computes is waited for where the compiled order has an event for it; a value that
+    // was handed out stays as it was.
+    virtual kern::TensorShape shape_of_var(GraphVar* var) = 0;
+    virtual std::optional<kern::TensorShape> try_shape_of_var(GraphVar* var) = 0;
+    virtual HostTensorND value_of_var(GraphVar* var) = 0;
+    virtual std::optional<HostTensorND> try_value_of_var(GraphVar* var) = 0;
 };
 
 }  // namespace orb

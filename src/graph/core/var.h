@@ -2,6 +2,7 @@
 // and live as long as their operator. Used by one thread at a time, as the graph is.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <unordered_map>
@@ -79,8 +80,14 @@ public:
     // yet: links are made while an operator is inserted.
     void lead_storage_of(GraphVar* follower);
 
-    // Readers of a dynamic var's value that have not run yet in this run.
-    size_t nr_readers_left = 0;
+    // Readers of a dynamic var's value that have not run yet in this run; they may run on several
+    // nodes.
+    std::atomic<size_t> nr_readers_left{0};
+
+    // Recorded in each run once the value is there, for readers on other threads; null where the
+    // compiled order has none.
+    CompNodeEvent* computed_event() const { return m_computed_event; }
+    void computed_event(CompNodeEvent* event) { m_computed_event = event; }
 
 protected:
     void release_node_resources() override;
@@ -97,6 +104,7 @@ private:
     const kern::TensorFormat* m_format = kern::default_format();
     DeviceTensorND m_device_value;
     MemPlan m_mem_plan;
+    CompNodeEvent* m_computed_event = nullptr;
     std::unordered_map<const void*, ShapeListener> m_shape_listeners;
     std::vector<GraphVar*> m_dynamic_chain;
 };

@@ -1,5 +1,7 @@
 #include "graph/exec/callback_operator.h"
 
+#include "graph/node/comp_node_env.h"
+
 namespace orb {
 
 const OperatorType CallbackOperator::TYPE{"CallbackOperator"};
@@ -33,9 +35,12 @@ OperatorProperties CallbackOperator::make_properties() const {
     return properties;
 }
 
+// By way of the node, like a kernel, so that a replay calls them too.
 void CallbackOperator::run_on_node() {
-    for (const OutputCallback& callback : m_callbacks)
-        callback(input_value(0));
+    comp_node().env().dispatcher().submit([callbacks = m_callbacks, value = input_value(0)] {
+        for (const OutputCallback& callback : *callbacks)
+            callback(value);
+    });
 }
 
 }  // namespace orb

@@ -13,8 +13,8 @@ public:
     static CallbackOperator* make(GraphVar* var);
 
     const OperatorType* type_record() const override { return &TYPE; }
-    void clear_callbacks() { m_callbacks.clear(); }
-    void add_callback(OutputCallback callback) { m_callbacks.push_back(std::move(callback)); }
+    void clear_callbacks() { m_callbacks = std::make_shared<Callbacks>(); }
+    void add_callback(OutputCallback callback) { m_callbacks->push_back(std::move(callback)); }
 
 protected:
     void register_output_inference() override;
@@ -22,9 +22,11 @@ protected:
     void run_on_node() override;
 
 private:
+    using Callbacks = std::vector<OutputCallback>;
+
     explicit CallbackOperator(GraphVar* var);
 
-    std::vector<OutputCallback> m_callbacks;
+    std::shared_ptr<Callbacks> m_callbacks = std::make_shared<Callbacks>();
 };
 
 }  // namespace orb

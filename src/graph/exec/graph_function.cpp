@@ -2,73 +2,152 @@
 
 #include <algorithm>
 
-#include "graph/memory/var_memory_manager.h"
 #include "kernels/check.h"
 
 namespace orb {
 
 GraphFunction::GraphFunction(std::shared_ptr<ComputeGraph> graph,
-                                   std::vector<GraphOperator*> operators,
-                                   std::vector<GraphVar*> output_vars)
+                             std::vector<GraphOperator*> operators,
+                             std::vector<GraphVar*> output_vars)
     : m_graph(std::move(graph)),
       m_operators(std::move(operators)),
       m_output_vars(std::move(output_vars)) {
     for (const GraphOperator* op : m_operators) {
         for (const GraphVar* var : op->output()) {
             const CompNode node = var->comp_node();
-            if (std::find(m_comp_nodes.begin(), m_comp_nodes.end(), node) == m_comp_nodes.end())
-                m_comp_nodes.push_back(node);
+            if (std::find(m_comp_nodes.begin(), m_comp_nodes.end(), node) != m_comp_nodes.end())
+                continue;
+            m_comp_nodes.push_back(node);
+            m_runs_inline &= node.is_inline();
         }
     }
 }
 
 GraphFunction::~GraphFunction() {
-    if (m_graph)
-        m_graph->function_destroyed(this);
+    end_run();
+    m_graph->function_destroyed(this);
 }
 
 CompiledFunction& GraphFunction::execute() {
     check_not_finalized();
-    KERN_CHECK(m_graph && m_graph->current_function() == this);
-    wait();
-    ++m_run_count;
-    VarMemoryManager& memory = m_graph->memory_manager();
-    const VarMemoryManager::BusyMark busy(memory);
+    KERN_CHECK(m_graph->current_function() == this);
+    // A second thread waits here, not at the busy mark, where it would stop the process.
     const std::lock_guard<std::mutex> run_lock(m_graph->run_mutex());
-    // Cleared only after success: a plan that failed for lack of memory is made again.
-    memory.allocate_static_memory(m_force_replan);
-    m_force_replan = false;
-    m_graph->events().before_run.signal({this});
-    if (m_needs_init)
-        build_env();
-    m_exec_env.run();
-    m_wait_needed = true;
+    wait();
+    m_last_run_time.reset();
+    m_busy.emplace(m_graph->memory_manager());
+    try {
+        start_run();
+    } catch (...) {
+        end_run();
+        throw;
+    }
+    ++m_run_count;
     return *this;
 }
 
-void GraphFunction::build_env() {
-    m_exec_env.clear();
-    for (GraphOperator* op : m_operators)
-        op->execute(m_exec_env);
+void GraphFunction::start_run() {
+    // Cleared only after success: a plan that failed for lack of memory is made again.
+    const MemoryChange change = m_graph->memory_manager().allocate_static_memory(m_force_replan);
+    m_force_replan = false;
+    if (m_graph->options().events)
+        m_graph->events().before_run.signal({this});
+    if (m_needs_init)
+        build_steps();
+    // A replay reads and writes the memory that was there when it was recorded.
+    if (change != MemoryChange::NONE)
+        m_recorder.reset();
+    m_wait_needed = true;
+    if (m_graph->options().record_level == 0 || !m_can_be_recorded) {
+        m_recorder.reset();
+        m_steps.run();
+        if (m_runs_inline)
+            m_busy.reset();
+        return;
+    }
+    if (!m_recorder)
+        record();
+    replay();
+}
+
+void GraphFunction::build_steps() {
+    m_steps.clear();
+    m_waits.emplace(m_operators);
+    m_timer.reset();
+    if (m_graph->options().timing)
+        m_timer.emplace(m_comp_nodes);
+    for (CompNode node : m_comp_nodes)
+        m_steps.add_node(node);
+    if (m_timer)
+        m_timer->add_starts(m_steps);
+    for (GraphOperator* op : m_operators) {
+        m_steps.begin_operator(op);
+        m_waits->add_waits(op, m_steps);
+        op->execute(m_steps);
+        m_waits->add_records(op, m_steps);
+    }
+    m_steps.begin_operator(nullptr);
+    if (m_timer)
+        m_timer->add_ends(m_steps);
+    m_can_be_recorded = can_be_recorded();
     m_needs_init = false;
+}
+
+// A recording holds addresses, so everything must have its place before the run; and it runs in one
+// thread, so there must be one order.
+bool GraphFunction::can_be_recorded() const {
+    if (m_comp_nodes.size() != 1 || m_runs_inline || m_graph->options().never_record)
+        return false;
+    return std::all_of(m_operators.begin(), m_operators.end(), [](const GraphOperator* op) {
+        return std::all_of(op->output().begin(), op->output().end(),
+                           [](const GraphVar* var) { return var->is_static_storage(); });
+    });
+}
+
+void GraphFunction::record() {
+    const CompNode node = m_comp_nodes[0];
+    node.sync();
+    m_recorder = node.make_recorder();
+    // Operators take the memory that they keep, which cannot be done while tasks are recorded.
+    m_recorder->begin_dry_run();
+    m_steps.run_here();
+    m_recorder->end_dry_run();
+    m_steps.run_here();
+    m_recorder->stop();
+}
+
+void GraphFunction::replay() {
+    m_comp_nodes[0].sync();
+    m_recorder->replay();
+    wait();
 }
 
 void GraphFunction::wait() {
     if (!m_wait_needed)
         return;
-    for (CompNode node : m_comp_nodes)
-        node.sync();
+    end_run();
+    if (m_graph->options().events)
+        m_graph->events().run_finished.signal({this, last_run_time()});
+}
+
+void GraphFunction::end_run() {
+    if (m_wait_needed) {
+        for (CompNode node : m_comp_nodes)
+            node.sync();
+        m_graph->wait_for_sub_graphs();
+    }
     m_wait_needed = false;
-    m_graph->events().run_finished.signal({this, last_run_time()});
+    m_busy.reset();
 }
 
 double GraphFunction::last_run_time() {
     KERN_CHECK(!m_wait_needed);
-    return 0.0;
+    if (!m_last_run_time)
+        m_last_run_time = m_timer && m_run_count > 1 ? m_timer->longest() : 0.0;
+    return *m_last_run_time;
 }
 
-void GraphFunction::iterate_operators(
-    const std::function<bool(GraphOperator*)>& function) const {
+void GraphFunction::iterate_operators(const std::function<bool(GraphOperator*)>& function) const {
     for (GraphOperator* op : m_operators) {
         if (!function(op))
             return;
@@ -77,20 +156,26 @@ void GraphFunction::iterate_operators(
 
 void GraphFunction::clear_device_memory() {
     check_not_finalized();
-    wait();
     m_graph->clear_device_memory();
+}
+
+void GraphFunction::drop_steps() {
+    m_recorder.reset();
+    m_steps.clear();
+    m_waits.reset();
+    m_timer.reset();
+    m_needs_init = true;
 }
 
 void GraphFunction::retire() {
     wait();
-    m_exec_env.clear();
+    drop_steps();
     m_operators.clear();
-    m_needs_init = true;
 }
 
 std::shared_ptr<void> GraphFunction::on_node_finalize() {
-    wait();
-    m_exec_env.clear();
+    end_run();
+    drop_steps();
     return nullptr;
 }
 

@@ -1,11 +1,16 @@
-// The compiled function of a graph: keeps the graph alive, and the operators' tasks from run to run.
+// The compiled function of a graph: keeps the graph alive, and the operators' steps from run to run.
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "graph/core/compiled_function.h"
 #include "graph/core/compute_graph.h"
+#include "graph/exec/node_waits.h"
+#include "graph/exec/run_timer.h"
 #include "graph/exec/step_list.h"
+#include "graph/memory/var_memory_manager.h"
+#include "graph/node/task_recorder.h"
 
 namespace orb {
 
@@ -13,6 +18,7 @@ class GraphFunction final : public CompiledFunction {
 public:
     GraphFunction(std::shared_ptr<ComputeGraph> graph, std::vector<GraphOperator*> operators,
                   std::vector<GraphVar*> output_vars);
+    // Waits for the run, without telling anybody of its end.
     ~GraphFunction() override;
 
     CompiledFunction& execute() override;
@@ -23,23 +29,43 @@ public:
     size_t get_run_id() const override { return m_run_count; }
     void clear_device_memory() override;
 
+    // Tells the hook of every step of later runs, on the thread that ran it; replays run no steps.
+    void step_hook(StepHook hook) { m_steps.step_hook(std::move(hook)); }
+    // The steps of the last run.
+    const StepList& steps() const { return m_steps; }
+
     // For the graph.
     void force_replan() { m_force_replan = true; }
-    // Another function of the graph takes this one's place.
+    // Another function of the graph takes this one's place: waits for the run and lets go of the
+    // operators.
     void retire();
 
 protected:
     std::shared_ptr<void> on_node_finalize() override;
 
 private:
-    void build_env();
+    void start_run();
+    void build_steps();
+    bool can_be_recorded() const;
+    void record();
+    void replay();
+    void end_run();
+    void drop_steps();
 
     std::shared_ptr<ComputeGraph> m_graph;
     std::vector<GraphOperator*> m_operators;
     std::vector<GraphVar*> m_output_vars;
     std::vector<CompNode> m_comp_nodes;  // in discovery order
-    StepList m_exec_env;
+    bool m_runs_inline = true;           // no node has a worker: a run ends within `execute`
+    std::optional<NodeWaits> m_waits;
+    std::optional<RunTimer> m_timer;
+    StepList m_steps;
+    std::unique_ptr<TaskRecorder> m_recorder;
+    // While a run is under way.
+    std::optional<VarMemoryManager::BusyMark> m_busy;
     size_t m_run_count = 1;
+    std::optional<double> m_last_run_time;
+    bool m_can_be_recorded = false;
     bool m_needs_init = true;
     bool m_force_replan = false;
     bool m_wait_needed = false;

@@ -8,8 +8,8 @@
 
 namespace orb {
 
-const std::set<const GraphVar*>& InferTag::missing_inputs() const {
-    static const auto* none = new std::set<const GraphVar*>();
+const std::set<GraphVar*>& InferTag::missing_inputs() const {
+    static const auto* none = new std::set<GraphVar*>();
     return m_missing_inputs ? *m_missing_inputs : *none;
 }
 
@@ -41,7 +41,7 @@ void InferTag::merge_missing_inputs(const InferTag& dep) {
         m_missing_inputs = dep.m_missing_inputs;
         return;
     }
-    auto merged = std::make_shared<std::set<const GraphVar*>>(missing_inputs());
+    auto merged = std::make_shared<std::set<GraphVar*>>(missing_inputs());
     if (dep.m_missing_inputs)
         merged->insert(dep.m_missing_inputs->begin(), dep.m_missing_inputs->end());
     else
@@ -49,18 +49,40 @@ void InferTag::merge_missing_inputs(const InferTag& dep) {
     m_missing_inputs = std::move(merged);
 }
 
+// Walks with a stack of its own: graphs may be chains of any length.
 bool InferTag::update(bool recompute) {
-    if (m_cached && !(recompute && is_mutable_source()))
-        return m_has_result;
+    if (recompute && is_mutable_source())
+        m_cached = false;
+    std::vector<InferTag*> pending;
+    if (!m_cached)
+        pending.push_back(this);
+    while (!pending.empty()) {
+        InferTag* tag = pending.back();
+        const size_t nr_before = pending.size();
+        if (!tag->m_cached) {
+            for (InferTag* dep : tag->m_deps) {
+                if (!dep->m_cached)
+                    pending.push_back(dep);
+            }
+        }
+        if (pending.size() > nr_before)
+            continue;
+        pending.pop_back();
+        if (!tag->m_cached)
+            tag->update_from_deps();
+    }
+    return m_has_result;
+}
 
+void InferTag::update_from_deps() {
     uint32_t version_sum = 0;
     std::vector<InferInput> inputs;
     inputs.reserve(m_deps.size());
-    for (InferTag* dep : m_deps) {
-        if (!dep->update()) {
+    for (const InferTag* dep : m_deps) {
+        if (!dep->m_has_result) {
             m_has_result = false;
             m_cached = true;
-            return false;
+            return;
         }
         version_sum += dep->m_version;
         inputs.push_back(dep->result());
@@ -75,21 +97,22 @@ bool InferTag::update(bool recompute) {
             m_last_dep_version_sum = version_sum;
         if (outcome != InferOutcome::UNCHANGED || !had_result) {
             ++m_version;
-            for (InferTag* dependent : m_dependents)
-                dependent->invalidate();
+            invalidate_all({m_dependents.begin(), m_dependents.end()});
         }
     }
     m_cached = true;
-    return m_has_result;
 }
 
-void InferTag::invalidate() {
-    // What depends on an uncached tag is uncached already.
-    if (!m_cached)
-        return;
-    m_cached = false;
-    for (InferTag* dependent : m_dependents)
-        dependent->invalidate();
+void InferTag::invalidate_all(std::vector<InferTag*> tags) {
+    while (!tags.empty()) {
+        InferTag* tag = tags.back();
+        tags.pop_back();
+        // What depends on an uncached tag is uncached already.
+        if (!tag->m_cached)
+            continue;
+        tag->m_cached = false;
+        tags.insert(tags.end(), tag->m_dependents.begin(), tag->m_dependents.end());
+    }
 }
 
 void InferTag::detach() {
@@ -138,11 +161,20 @@ InferInput ValueInferTag::result() const {
     return input;
 }
 
+// A plain copy on this thread. Through its node the value would come only after tasks that may wait
+// for this thread.
 bool ValueInferTag::read_from_var(HostTensorND& value) const {
     if (!var()->has_device_value())
         return false;
-    value.copy_from(var()->device_value());
-    var()->comp_node().sync();
+    const DeviceTensorND& source = var()->device_value();
+    const kern::Span span = source.layout().span();
+    const auto before = static_cast<size_t>(-span.low_byte);
+    const std::shared_ptr<uint8_t> bytes(source.raw_ptr() - before, [](uint8_t*) {});
+    HostTensorStorage memory(CompNode::default_cpu());
+    memory.reset(CompNode::default_cpu(), before + span.high_byte, bytes);
+    HostTensorND view;
+    view.reset(memory.sub(before), source.layout());
+    value.copy_from(view);
     return true;
 }
 

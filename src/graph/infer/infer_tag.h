@@ -28,7 +28,7 @@ public:
     bool is_mutable_source() const { return m_kind == InferKind::RUNTIME_STATIC && m_deps.empty(); }
     const std::vector<InferTag*>& deps() const { return m_deps; }
     bool has_dependents() const { return !m_dependents.empty(); }
-    const std::set<const GraphVar*>& missing_inputs() const;
+    const std::set<GraphVar*>& missing_inputs() const;
 
     // Brings the result up to date; false when there is none. `recompute` asks a mutable source
     // again.
@@ -39,7 +39,7 @@ public:
     // Takes a rule's source type and dependencies and classifies the tag; once.
     void classify(InferSource source, const std::vector<InferTag*>& deps);
     // Forgets the cached result, as when execution has produced a new value.
-    void invalidate();
+    void invalidate() { invalidate_all({this}); }
     // Takes this tag out of its dependencies' lists, before it is destroyed.
     void detach();
 
@@ -51,6 +51,8 @@ protected:
 
 private:
     void merge_missing_inputs(const InferTag& dep);
+    void update_from_deps();
+    static void invalidate_all(std::vector<InferTag*> tags);
 
     GraphVar* m_var;
     InferKind m_kind = InferKind::NO_RULE;
@@ -62,7 +64,7 @@ private:
     std::vector<InferTag*> m_deps;
     std::unordered_set<InferTag*> m_dependents;
     // Shared with the dependency it came from until a second one is merged in.
-    std::shared_ptr<std::set<const GraphVar*>> m_missing_inputs;
+    std::shared_ptr<std::set<GraphVar*>> m_missing_inputs;
 };
 
 class ShapeInferTag final : public InferTag {

@@ -1,6 +1,7 @@
 #include "graph/infer/inference_manager_impl.h"
 
 #include "graph/core/compute_graph.h"
+#include "graph/node/comp_node_event.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -78,7 +79,7 @@ InferKind InferenceManagerImpl::value_kind(const GraphVar* var) const {
                                                          : found->second.value->kind();
 }
 
-std::vector<const GraphVar*> InferenceManagerImpl::missing_inputs_of_shape(const GraphVar* var) const {
+std::vector<GraphVar*> InferenceManagerImpl::missing_inputs_of_shape(const GraphVar* var) const {
     const Lock lock(m_mutex);
     const auto found = m_tags.find(var);
     if (found == m_tags.end() || !found->second.shape)
@@ -87,38 +88,62 @@ std::vector<const GraphVar*> InferenceManagerImpl::missing_inputs_of_shape(const
     return {missing.begin(), missing.end()};
 }
 
-const kern::TensorShape* InferenceManagerImpl::try_shape_of_var(GraphVar* var) {
+std::optional<kern::TensorShape> InferenceManagerImpl::try_shape_of_var(GraphVar* var) {
+    ShapeInferTag* tag = nullptr;
+    {
+        const Lock lock(m_mutex);
+        tag = get_shape_tag(var);
+    }
+    wait_for_computed(tag);
     const Lock lock(m_mutex);
-    ShapeInferTag* tag = get_shape_tag(var);
-    return tag->update(true) ? &tag->shape() : nullptr;
+    if (!tag->update(true))
+        return std::nullopt;
+    return tag->shape();
 }
 
-const kern::TensorShape& InferenceManagerImpl::shape_of_var(GraphVar* var) {
-    const kern::TensorShape* shape = try_shape_of_var(var);
+kern::TensorShape InferenceManagerImpl::shape_of_var(GraphVar* var) {
+    const auto shape = try_shape_of_var(var);
     KERN_CHECK(shape);
     return *shape;
 }
 
-const HostTensorND* InferenceManagerImpl::try_value_of_var(GraphVar* var) {
+std::optional<HostTensorND> InferenceManagerImpl::try_value_of_var(GraphVar* var) {
+    ValueInferTag* tag = nullptr;
+    {
+        const Lock lock(m_mutex);
+        tag = get_value_tag(var);
+    }
+    wait_for_computed(tag);
     const Lock lock(m_mutex);
-    ValueInferTag* tag = get_value_tag(var);
     if (!tag->update(true))
-        return nullptr;
-    const kern::TensorShape* shape = try_shape_of_var(var);
-    KERN_CHECK(!shape || tag->value().shape().same_shape(*shape));
-    return &tag->value();
+        return std::nullopt;
+    ShapeInferTag* shape = get_shape_tag(var);
+    KERN_CHECK(!shape->update(true) || tag->value().shape().same_shape(shape->shape()));
+    return tag->value();
 }
 
-const HostTensorND& InferenceManagerImpl::value_of_var(GraphVar* var) {
-    const HostTensorND* value = try_value_of_var(var);
+HostTensorND InferenceManagerImpl::value_of_var(GraphVar* var) {
+    const auto value = try_value_of_var(var);
     KERN_CHECK(value);
     return *value;
 }
 
-const kern::TensorShape& InferenceManagerImpl::runtime_shape_of_var(GraphVar* var) {
-    const kern::TensorShape& shape = shape_of_var(var);
-    var->shape(shape);
-    return shape;
+// Without the lock: a node that has yet to compute a value may need a shape for that.
+void InferenceManagerImpl::wait_for_computed(const InferTag* tag) const {
+    std::vector<CompNodeEvent*> events;
+    {
+        const Lock lock(m_mutex);
+        for (const GraphVar* var : tag->missing_inputs()) {
+            if (var->computed_event())
+                events.push_back(var->computed_event());
+        }
+        if (!tag->has_rule() && tag->var()->computed_event())
+            events.push_back(tag->var()->computed_event());
+    }
+    for (CompNodeEvent* event : events) {
+        if (event->was_recorded())
+            event->wait_on_host();
+    }
 }
 
 InferenceManagerImpl::UpdateList InferenceManagerImpl::make_update_list(
@@ -147,21 +172,19 @@ InferenceManagerImpl::UpdateList InferenceManagerImpl::make_update_list(
     return list;
 }
 
-bool InferenceManagerImpl::update(const UpdateList& list) {
+void InferenceManagerImpl::update(UpdateList& list) {
     const Lock lock(m_mutex);
     for (InferTag* tag : m_tags_without_rule)
         tag->invalidate();
     for (InferTag* source : list.sources)
         source->update(true);
-    bool changed = false;
     for (ShapeInferTag* tag : list.shapes) {
         KERN_CHECK(tag->update());
-        if (!tag->shape().same_shape(tag->var()->shape())) {
-            tag->var()->shape(tag->shape());
-            changed = true;
-        }
+        if (tag->shape().same_shape(tag->var()->shape()))
+            continue;
+        list.changed = true;
+        tag->var()->shape(tag->shape());
     }
-    return changed;
 }
 
 void InferenceManagerImpl::remove_var(GraphVar* var) {

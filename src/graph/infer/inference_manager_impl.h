@@ -21,26 +21,26 @@ public:
     void add_value_rule(GraphVar* var, ValueInferDescriptor descriptor) override;
     InferKind shape_kind(const GraphVar* var) const override;
     InferKind value_kind(const GraphVar* var) const override;
-    std::vector<const GraphVar*> missing_inputs_of_shape(const GraphVar* var) const override;
-    const kern::TensorShape& shape_of_var(GraphVar* var) override;
-    const kern::TensorShape* try_shape_of_var(GraphVar* var) override;
-    const HostTensorND& value_of_var(GraphVar* var) override;
-    const HostTensorND* try_value_of_var(GraphVar* var) override;
-
-    // A shape that only execution could tell: computed again from what has been computed since.
-    const kern::TensorShape& runtime_shape_of_var(GraphVar* var);
+    std::vector<GraphVar*> missing_inputs_of_shape(const GraphVar* var) const override;
+    kern::TensorShape shape_of_var(GraphVar* var) override;
+    std::optional<kern::TensorShape> try_shape_of_var(GraphVar* var) override;
+    HostTensorND value_of_var(GraphVar* var) override;
+    std::optional<HostTensorND> try_value_of_var(GraphVar* var) override;
 
     // The tags that a run brings up to date first: all mutable sources that the vars need, then the
     // shapes of the static ones.
     struct UpdateList {
         std::vector<InferTag*> sources;
         std::vector<ShapeInferTag*> shapes;
+        // A shape has changed since this was last set to false.
+        bool changed = false;
     };
     UpdateList make_update_list(const std::vector<GraphVar*>& static_vars,
                                 const std::vector<GraphVar*>& other_vars);
-    // Stores what changed in the vars; returns whether any shape did. Each shape must be known.
-    // What was read from computed values is forgotten: the run computes them anew.
-    bool update(const UpdateList& list);
+    // Stores what changed in the vars, and that it did in the list, also when lack of memory ends
+    // the call. Each shape must be known. What was read from computed values is forgotten: the run
+    // computes them anew.
+    void update(UpdateList& list);
 
     // Drops the tags of a var that nothing depends on.
     void remove_var(GraphVar* var);
@@ -54,6 +54,7 @@ private:
     ShapeInferTag* get_shape_tag(GraphVar* var);
     ValueInferTag* get_value_tag(GraphVar* var);
     std::vector<InferTag*> get_dep_tags(const std::vector<InferDep>& deps);
+    void wait_for_computed(const InferTag* tag) const;
     void check_may_register(const GraphVar* var) const;
 
     ComputeGraph* m_graph;

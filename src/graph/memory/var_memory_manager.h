@@ -1,29 +1,26 @@
-// Decides where each var's value lives. Static vars get offsets in one block per memory node,
-// planned before a run from their lifetimes in the operator order; dynamic ones get memory inside
-// the run. An output may also live in an input's memory (forwarding). Belongs to one graph, used by
-// its thread.
+// Decides where each var's value lives. Static vars get offsets in one block per node, planned
+// before a run from their lifetimes in the operator order; dynamic ones get memory inside the run.
+// An output may also live in an input's memory (forwarding). Belongs to one graph, used by its
+// thread, but for the memory of dynamic vars, which the operators' steps take and give back.
 #pragma once
 
-#include <functional>
 #include <memory>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
-#include "graph/core/compute_graph.h"
 #include "graph/infer/inference_manager_impl.h"
+#include "graph/memory/chunk_sharing.h"
+#include "graph/memory/device_memory.h"
+#include "graph/memory/dynamic_memory.h"
+#include "graph/memory/var_uses.h"
 #include "graph/tensor/tensor.h"
 
 namespace orb {
 
-class GraphOperator;
-struct MemChunk;
-
-// The blocks that planned vars live in, one per memory node; shared by graphs that run one at a
-// time.
-struct DeviceMemory {
-    std::unordered_map<const void*, DeviceTensorStorage> blocks;
-    bool busy = false;
+// What has happened to the memory of a function's vars since its last run.
+enum class MemoryChange {
+    NONE,
+    REBOUND,    // a tensor that was bound has other memory, in the same layout
+    REPLANNED,  // everything may have another place
 };
 
 class VarMemoryManager {
@@ -33,25 +30,20 @@ public:
     // Takes a compiled order, and the vars that must keep their value after the run.
     void set_operator_sequence(const std::vector<GraphOperator*>& sequence,
                                const std::vector<GraphVar*>& kept_vars);
+    VarStepInfo step_info(const GraphVar* var) const { return m_uses.step_info(var); }
     // At the beginning of each run: brings shapes up to date and plans anew if any has changed, if
-    // asked, or if the memory is gone. Returns whether it did.
-    bool allocate_static_memory(bool force);
+    // asked, or if the memory is gone.
+    MemoryChange allocate_static_memory(bool force);
     // Marks the memory as in use for the time of a run; twice stops the process.
-    class BusyMark {
+    class BusyMark : public DeviceMemory::BusyMark {
     public:
-        explicit BusyMark(VarMemoryManager& manager);
-        ~BusyMark() { m_memory->busy = false; }
-        BusyMark(const BusyMark&) = delete;
-        BusyMark& operator=(const BusyMark&) = delete;
-
-    private:
-        std::shared_ptr<DeviceMemory> m_memory;
+        explicit BusyMark(VarMemoryManager& manager) : DeviceMemory::BusyMark(manager.m_memory) {}
     };
 
     // Inside a run, around an operator's computation.
-    void allocate_dynamic_memory(GraphOperator* op);
+    void allocate_dynamic_memory(GraphOperator* op) { m_dynamic.allocate_outputs(op); }
     // Frees dynamic vars that nobody will read any more.
-    void release_unread(GraphOperator* op);
+    void release_unread(GraphOperator* op) { m_dynamic.release_unread(op); }
 
     // For `plan_output_memory` of operators.
     //
@@ -79,51 +71,52 @@ public:
     void static_memory_source(StaticMemorySource source) { m_source = std::move(source); }
 
 private:
-    struct VarUse {
-        size_t writer = 0;       // step
-        size_t last_reader = 0;  // step; the writer's own when nobody reads
-        size_t nr_readers = 0;
-        bool kept = false;
-    };
-    struct Overwrite {
-        MemChunk* src;
-        MemChunk* dest;
-    };
     struct LentMemory {
         GraphVar* var;
         const DeviceTensorND* tensor;
         const uint8_t* address;
-        std::vector<GraphVar*> sharers;  // vars with static plans in this chunk
+        std::vector<GraphVar*> views;  // vars with static plans in this chunk
+    };
+    struct PlannedBlock {
+        const void* key;
+        const uint8_t* address;
+    };
+    struct Watch {  // an operator that wants to know when its outputs' memory has changed
+        GraphOperator* op;
+        std::function<void()> callback;
+        std::vector<const uint8_t*> addresses;
     };
 
-    void record_uses(const std::vector<GraphVar*>& kept_vars);
     void choose_dynamic_vars();
     void mark_dynamic(GraphVar* var);
     bool memory_is_in_place() const;
-    bool refresh_lent_memory();
+    // NONE, REBOUND, or REPLANNED where a plan is due.
+    MemoryChange refresh_lent_memory();
     void plan();
+    // Returns whether a block had to be replaced.
+    bool plan_once();
+    bool plan_block(const void* key, CompNode node, const std::vector<GraphVar*>& vars);
     void drop_plans();
-    void release_if_unread(GraphVar* var);
-    void plan_node(CompNode node, const std::vector<GraphVar*>& vars);
-    void ensure_block(CompNode node, size_t size);
     void bind_value(GraphVar* var);
     bool forward_input_forced(GraphVar* input, GraphVar* output);
-    bool is_last_read(const GraphVar* input, const GraphVar* output) const;
-    size_t end_of_life(const MemChunk* chunk) const;
+    void tell_operators();
+    const LentMemory* lent_memory_of(const MemChunk* chunk) const;
+    // Vars with one key share a block.
+    const void* block_key(CompNode node) const;
 
     InferenceManagerImpl* m_inference;
     std::shared_ptr<DeviceMemory> m_memory = std::make_shared<DeviceMemory>();
     StaticMemorySource m_source;
     std::vector<GraphOperator*> m_sequence;
+    bool m_has_several_nodes = false;
     std::vector<GraphVar*> m_static_vars;
-    std::unordered_set<const GraphOperator*>
-        m_dynamic_operators;  // with a dynamic var at either end
     InferenceManagerImpl::UpdateList m_update_list;
-    std::unordered_map<const GraphVar*, VarUse> m_uses;
-    std::unordered_map<const MemChunk*, std::vector<GraphVar*>> m_forwarded;  // views of a chunk
-    std::vector<Overwrite> m_overwrites;
+    VarUses m_uses;
+    ChunkSharing m_sharing{m_uses};
+    DynamicMemory m_dynamic;
     std::vector<LentMemory> m_lent;
-    std::vector<std::pair<const void*, const uint8_t*>> m_planned_blocks;  // memory space, address
+    std::vector<PlannedBlock> m_planned_blocks;
+    std::vector<Watch> m_watches;
     bool m_plan_valid = false;
 };
 

@@ -45,7 +45,7 @@ GraphVar* base_of_square(GraphVar* var) {
     if (inference.value_kind(exponent) != InferKind::CONSTANT ||
         exponent->dtype() != DType::Float32())
         return nullptr;
-    const HostTensorND& value = inference.value_of_var(exponent);
+    const HostTensorND value = inference.value_of_var(exponent);
     const bool is_two = value.shape().same_shape({1}) && value.ptr<float>()[0] == 2.0f;
     return is_two ? owner->input(0) : nullptr;
 }
