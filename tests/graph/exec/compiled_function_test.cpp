@@ -54,20 +54,20 @@ TEST_F(Execution, RunsFollowTheSourcesWithoutNewTasks) {
 TEST_F(Execution, OnlyAnotherShapeMakesANewPlan) {
     const auto function = graph->compile({{doubled, take(result)}});
     VarMemoryManager& memory = graph->memory_manager();
-    EXPECT_TRUE(memory.allocate_static_memory(false));
-    EXPECT_FALSE(memory.allocate_static_memory(false));
+    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::REPLANNED);
+    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::NONE);
     *tensor = *make_tensor<float>({2}, {3, 4});
-    EXPECT_FALSE(memory.allocate_static_memory(false));
+    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::NONE);
     EXPECT_EQ(input->device_value().raw_ptr(), tensor->raw_ptr());
     *tensor = *make_tensor<float>({4}, {1, 2, 3, 4});
-    EXPECT_TRUE(memory.allocate_static_memory(false));
-    EXPECT_TRUE(memory.allocate_static_memory(true));
+    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::REPLANNED);
+    EXPECT_EQ(memory.allocate_static_memory(true), MemoryChange::REPLANNED);
     // Equal shape, other strides.
     const auto wide = make_tensor<float>({4, 2}, {1, 0, 2, 0, 3, 0, 4, 0});
     tensor->reset(
         wide->storage(),
         kern::TensorLayout({4, 2}, kern::DType::Float32()).permuted({0, 1}).remove_axis(1));
-    EXPECT_TRUE(memory.allocate_static_memory(false));
+    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::REPLANNED);
     function->execute().wait();
     EXPECT_EQ(result, (std::vector<float>{2, 4, 6, 8}));
 }
