@@ -115,6 +115,10 @@ CompNode::Locator CompNode::locator_logical() const {
     return checked(m_impl).locator_logical();
 }
 
+bool CompNode::is_inline() const {
+    return locator().device == Locator::DEVICE_CPU_DEFAULT;
+}
+
 CompNode CompNode::with_stream(int32_t stream) const {
     Locator physical = locator();
     Locator logical = locator_logical();

@@ -65,6 +65,8 @@ public:
     static CompNode default_cpu();
 
     bool valid() const { return m_impl != nullptr; }
+    // Its tasks run at once in the thread that gives them; it has no worker.
+    bool is_inline() const;
     CompNodeImpl* impl() const { return m_impl; }
     friend bool operator==(CompNode a, CompNode b) { return a.m_impl == b.m_impl; }
     friend bool operator!=(CompNode a, CompNode b) { return a.m_impl != b.m_impl; }

@@ -17,6 +17,7 @@ public:
     // The node has come to the place that was marked last. An event that was never recorded stops
     // the process, here and in the waits.
     virtual bool finished() = 0;
+    virtual bool was_recorded() const = 0;
     virtual void wait_on_host() = 0;
     // Seconds from this event to `end`, both of one node, finished and with timestamps.
     virtual double elapsed_until(CompNodeEvent& end) = 0;

@@ -28,6 +28,7 @@ public:
     // replay reaches it.
     void record() override;
     bool finished() override;
+    bool was_recorded() const override { return m_recorded.load(std::memory_order_acquire); }
     void wait_on_host() override;
     double elapsed_until(CompNodeEvent& end) override;
     // Nothing for an event that was recorded into a recording, and for a finished one.

@@ -57,7 +57,7 @@ TEST_F(Execution, OnlyAnotherShapeMakesANewPlan) {
     EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::REPLANNED);
     EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::NONE);
     *tensor = *make_tensor<float>({2}, {3, 4});
-    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::NONE);
+    EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::REBOUND);
     EXPECT_EQ(input->device_value().raw_ptr(), tensor->raw_ptr());
     *tensor = *make_tensor<float>({4}, {1, 2, 3, 4});
     EXPECT_EQ(memory.allocate_static_memory(false), MemoryChange::REPLANNED);
