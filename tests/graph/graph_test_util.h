@@ -57,6 +57,7 @@ template <typename T>
 std::vector<T> values_of(const orb::DeviceTensorND& tensor) {
     orb::HostTensorND host;
     host.copy_from(tensor);
+    tensor.comp_node().sync();
     std::vector<T> values(host.shape().element_count());
     if (!values.empty())
         std::memcpy(values.data(), host.raw_ptr(), values.size() * sizeof(T));

@@ -11,6 +11,7 @@
 #include "graph/opr/reduce_operator.h"
 #include "graph/opr/type_convert.h"
 #include "tests/graph/graph_test_util.h"
+#include "tests/graph/node/workers.h"
 
 namespace orb {
 namespace {
@@ -40,7 +41,7 @@ const Arithmetic ARITHMETIC[] = {
 
 class RandomGraph {
 public:
-    explicit RandomGraph(unsigned seed) : m_random(seed) {
+    RandomGraph(unsigned seed, std::vector<CompNode> nodes) : m_nodes(std::move(nodes)), m_random(seed) {
         for (const Axes axes : {Axes{ROWS, COLUMNS}, Axes{ROWS, ONE}, Axes{ONE, COLUMNS}}) {
             const kern::TensorShape shape{m_lengths[axes[0]], m_lengths[axes[1]]};
             m_inputs.push_back(
@@ -129,6 +130,12 @@ private:
             }
         }
     }
+    OperatorConfig somewhere() {
+        OperatorConfig config;
+        config.comp_nodes = {m_nodes[below(m_nodes.size())]};
+        return config;
+    }
+
     void add(GraphVar* var, Axes axes, float limit, Element element) {
         m_vars.push_back({var, axes, limit, std::move(element), {}});
     }
@@ -177,7 +184,7 @@ private:
             }
             vars.push_back(m_vars[i].var);
         }
-        GraphVar* var = ElementwiseOperator::make(vars, arithmetic->mode);
+        GraphVar* var = ElementwiseOperator::make(vars, arithmetic->mode, somewhere());
         if (below(8) == 0)
             var->add_flag(var_flag::DYNAMIC_STORAGE);
         add(var, axes, limit, [this, arithmetic, operands](size_t row, size_t column) {
@@ -193,7 +200,7 @@ private:
         const Var& source = m_vars[in];
         GraphVar* var = nullptr;
         if (below(2))
-            var = DimensionShuffle::make(DimensionShuffle::make(source.var, {1, -1, 0}), {0, 2}, 3);
+            var = DimensionShuffle::make(DimensionShuffle::make(source.var, {1, -1, 0}, 0, somewhere()), {0, 2}, 3, somewhere());
         else
             var = DimensionShuffle::make(source.var, {1, 0});
         add(var, {source.axes[1], source.axes[0]}, source.limit,
@@ -255,7 +262,7 @@ private:
         const Axis depth = x.axes[!turn_a];
         if (depth != y.axes[turn_b] || limit > EXACT_LIMIT)
             return add_arithmetic({a, b, any()});
-        add(MatrixMultiply::make(x.var, y.var, param), {x.axes[turn_a], y.axes[!turn_b]}, limit,
+        add(MatrixMultiply::make(x.var, y.var, param, somewhere()), {x.axes[turn_a], y.axes[!turn_b]}, limit,
             [this, a, b, turn_a, turn_b, depth](size_t row, size_t column) {
                 float sum = 0;
                 for (size_t k = 0; k < m_lengths[depth]; ++k)
@@ -283,6 +290,7 @@ private:
         }
     }
 
+    std::vector<CompNode> m_nodes;
     std::mt19937 m_random;
     std::shared_ptr<ComputeGraph> m_graph = ComputeGraph::make();
     std::array<size_t, NR_AXES> m_lengths{1, 2, 3};
@@ -292,13 +300,20 @@ private:
     std::vector<Var> m_vars;  // the inputs first
 };
 
-TEST(RandomGraphs, EqualPlainEvaluation) {
-    for (unsigned seed = 0; seed < 300; ++seed) {
+void check(unsigned nr, const std::vector<CompNode>& nodes) {
+    for (unsigned seed = 0; seed < nr; ++seed) {
         SCOPED_TRACE(seed);
-        RandomGraph graph(seed);
+        RandomGraph graph(seed, nodes);
         for (int function = 0; function < 3 && !testing::Test::HasFailure(); ++function)
             graph.check_one_function();
     }
+}
+
+TEST(RandomGraphs, EqualPlainEvaluation) {
+    check(300, {node()});
+}
+TEST(RandomGraphs, OnSeveralNodes) {
+    check(300, {node(), worker_node(41), worker_node(42), worker_node(42, 1)});
 }
 
 }  // namespace
