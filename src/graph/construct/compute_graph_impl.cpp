@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "graph/core/fused_steps.h"
+#include "graph/exec/fused_steps.h"
 #include "graph/exec/callback_operator.h"
 #include "graph/exec/dependency_order.h"
 #include "kernels/check.h"

@@ -1,4 +1,4 @@
-#include "graph/core/fused_steps.h"
+#include "graph/exec/fused_steps.h"
 
 #include <optional>
 #include <unordered_map>
