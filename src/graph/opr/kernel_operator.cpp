@@ -1,6 +1,18 @@
 #include "graph/opr/kernel_operator.h"
 
 namespace orb {
+namespace {
+
+// Dense tensors get the strides of their shape: an axis of length 1 may carry any, which kernels
+// that look at strides need not know.
+kern::RawTensor with_plain_strides(const DeviceTensorND& value) {
+    const kern::TensorLayout& layout = value.layout();
+    if (!layout.format->is_default() || !layout.is_dense())
+        return value.as_raw();
+    return {value.raw_ptr(), kern::TensorLayout(layout, layout.dtype)};
+}
+
+}  // namespace
 
 void ForwardingOperator::add_outputs(const std::vector<kern::DType>& dtypes) {
     for (size_t i = 0; i < dtypes.size(); ++i)
@@ -75,7 +87,7 @@ void ForwardingOperator::run_on_node() {
     m_inputs.clear();
     m_outputs.clear();
     for (size_t i = 0; i < input().size(); ++i)
-        m_inputs.push_back(input_value(i).as_raw());
+        m_inputs.push_back(with_plain_strides(input_value(i)));
     for (size_t i = 0; i < nr_content_outputs(); ++i) {
         if (!output(i)->has_flag(var_flag::NO_SYSTEM_ALLOC))
             m_outputs.push_back(output_value(i).as_raw());

@@ -172,7 +172,7 @@ protected:
         std::vector<std::shared_ptr<DeviceTensorND>> tensors;
         Vars inputs;
         for (size_t i = 0; i < test.nr_inputs; ++i) {
-            tensors.push_back(make_tensor<float>({1, 1}, {0}));
+            tensors.push_back(make_tensor<float>({1, 2}, {0, 0}));
             inputs.push_back(placed(SharedTensorInput::make(*graph, tensors.back()), late));
         }
         GraphVar* first = test.make(inputs);
