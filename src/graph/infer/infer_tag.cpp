@@ -97,21 +97,34 @@ void InferTag::update_from_deps() {
             m_last_dep_version_sum = version_sum;
         if (outcome != InferOutcome::UNCHANGED || !had_result) {
             ++m_version;
-            invalidate_all({m_dependents.begin(), m_dependents.end()});
+            invalidate_dependents();
         }
     }
     m_cached = true;
 }
 
-void InferTag::invalidate_all(std::vector<InferTag*> tags) {
-    while (!tags.empty()) {
-        InferTag* tag = tags.back();
-        tags.pop_back();
-        // What depends on an uncached tag is uncached already.
-        if (!tag->m_cached)
-            continue;
-        tag->m_cached = false;
-        tags.insert(tags.end(), tag->m_dependents.begin(), tag->m_dependents.end());
+void InferTag::invalidate() {
+    if (!m_cached)
+        return;
+    m_cached = false;
+    invalidate_dependents();
+}
+
+// What depends on an uncached tag is uncached already. The list of tags to visit runs through the
+// tags, because this must not fail: a changed result and its dependents' caches go together.
+void InferTag::invalidate_dependents() {
+    InferTag* to_visit = nullptr;
+    for (InferTag* tag = this; tag;) {
+        for (InferTag* dependent : tag->m_dependents) {
+            if (!dependent->m_cached)
+                continue;
+            dependent->m_cached = false;
+            dependent->m_next_to_visit = to_visit;
+            to_visit = dependent;
+        }
+        tag = to_visit;
+        if (tag)
+            to_visit = tag->m_next_to_visit;
     }
 }
 

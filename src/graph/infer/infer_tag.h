@@ -39,7 +39,7 @@ public:
     // Takes a rule's source type and dependencies and classifies the tag; once.
     void classify(InferSource source, const std::vector<InferTag*>& deps);
     // Forgets the cached result, as when execution has produced a new value.
-    void invalidate() { invalidate_all({this}); }
+    void invalidate();
     // Takes this tag out of its dependencies' lists, before it is destroyed.
     void detach();
 
@@ -52,7 +52,7 @@ protected:
 private:
     void merge_missing_inputs(const InferTag& dep);
     void update_from_deps();
-    static void invalidate_all(std::vector<InferTag*> tags);
+    void invalidate_dependents();
 
     GraphVar* m_var;
     InferKind m_kind = InferKind::NO_RULE;
@@ -63,6 +63,7 @@ private:
     uint32_t m_last_dep_version_sum = 0;
     std::vector<InferTag*> m_deps;
     std::unordered_set<InferTag*> m_dependents;
+    InferTag* m_next_to_visit = nullptr;  // during an invalidation
     // Shared with the dependency it came from until a second one is merged in.
     std::shared_ptr<std::set<GraphVar*>> m_missing_inputs;
 };
