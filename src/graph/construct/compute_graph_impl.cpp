@@ -172,6 +172,7 @@ std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<Ou
     // The old function's run reads what is changed from here on.
     if (m_current_function)
         std::exchange(m_current_function, nullptr)->retire();
+    apply_extra_dependencies();
     auto operators = sort_by_dependency(attach_callbacks(outputs));
     m_memory_manager.set_operator_sequence(operators, kept_vars);
 
@@ -184,6 +185,24 @@ std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<Ou
     m_current_function = function.get();
     ++m_version;
     return function;
+}
+
+void ComputeGraphImpl::replace_var(GraphVar* var, GraphVar* by) {
+    KERN_CHECK(&var->owner_graph() == this && &by->owner_graph() == this);
+    m_dedup_table.replace(var, by);
+}
+
+void ComputeGraphImpl::add_extra_dependency(DependencyFlags flags, GraphVar* var,
+                                            GraphOperator* op) {
+    KERN_CHECK(&var->owner_graph() == this && &op->owner_graph() == this && op->inserted());
+    KERN_CHECK(!(flags & dependency::HOST_VALUE_DYNAMIC) || (flags & dependency::HOST_VALUE));
+    m_extra_dependencies.push_back({flags, var, op});
+}
+
+void ComputeGraphImpl::apply_extra_dependencies() {
+    for (const ExtraDependency& extra : m_extra_dependencies)
+        extra.op->mutable_properties().set_dependency(extra.var, extra.flags);
+    m_extra_dependencies.clear();
 }
 
 std::shared_ptr<ComputeGraph> ComputeGraphImpl::make_sub_graph() {

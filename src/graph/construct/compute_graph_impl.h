@@ -23,6 +23,11 @@ public:
     InferenceManager& inference_manager() override { return m_inference_manager; }
     VarMemoryManager& memory_manager() override { return m_memory_manager; }
     GraphOperator* insert_operator(std::unique_ptr<GraphOperator> op) override;
+    void replace_var(GraphVar* var, GraphVar* by) override;
+    GraphVar* current_output(const GraphOperator& op) const override {
+        return m_dedup_table.current_output(op);
+    }
+    void add_extra_dependency(DependencyFlags flags, GraphVar* var, GraphOperator* op) override;
     std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) override;
     CompiledFunction* current_function() const override { return m_current_function; }
     size_t version() const override { return m_version; }
@@ -49,7 +54,14 @@ private:
     void drop_duplicate(std::unique_ptr<GraphOperator> op);
     void publish_outputs(GraphOperator* op, bool add_flag);
     void register_receivers(GraphOperator* op);
+    void apply_extra_dependencies();
     std::vector<GraphVar*> attach_callbacks(const std::vector<OutputSpec>& outputs);
+
+    struct ExtraDependency {
+        DependencyFlags flags;
+        GraphVar* var;
+        GraphOperator* op;
+    };
 
     std::shared_ptr<size_t> m_next_object_id;  // shared by a graph and its sub-graphs
     std::vector<std::weak_ptr<ComputeGraph>> m_sub_graphs;
@@ -58,6 +70,7 @@ private:
     std::unordered_map<const GraphVar*, std::vector<GraphOperator*>> m_receivers;
     std::unordered_map<GraphVar*, CallbackOperator*> m_callback_operators;
     OperatorDedupTable m_dedup_table;
+    std::vector<ExtraDependency> m_extra_dependencies;
     InferenceManagerImpl m_inference_manager;
     VarMemoryManager m_memory_manager;
     GraphOperator* m_current_operator = nullptr;

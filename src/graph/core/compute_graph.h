@@ -62,6 +62,16 @@ public:
     // already. Returns the one that is in the graph.
     virtual GraphOperator* insert_operator(std::unique_ptr<GraphOperator> op) = 0;
 
+    // A pass has put `by` in the place of `var`, which has its shape and dtype: equal expressions
+    // that are made later give `by`. Refused for vars of different graphs and for circles.
+    virtual void replace_var(GraphVar* var, GraphVar* by) = 0;
+    // What a make function gives for an operator of the graph: its first output, or what has
+    // replaced that.
+    virtual GraphVar* current_output(const GraphOperator& op) const = 0;
+    // The next compilation sets what the operator needs of the var, which need not be an input; 0
+    // takes an entry out.
+    virtual void add_extra_dependency(DependencyFlags flags, GraphVar* var, GraphOperator* op) = 0;
+
     // A function that computes the vars, in place of the current one: only one function of a graph
     // can run, an older one must only be destroyed. An empty list stops the process.
     virtual std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) = 0;

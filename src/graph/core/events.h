@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 
 namespace orb {
 
@@ -17,18 +18,22 @@ public:
 
     // Returns a number to remove the handler with.
     size_t connect(Handler handler) {
-        m_handlers.emplace(m_next, std::move(handler));
+        m_handlers.emplace(m_next, std::make_shared<const Handler>(std::move(handler)));
         return m_next++;
     }
     void disconnect(size_t number) { m_handlers.erase(number); }
+    // A handler may connect and disconnect, itself too: it stays until it has returned.
     void signal(const Event& event) const {
-        for (auto it = m_handlers.begin(); it != m_handlers.end();)
-            (it++)->second(event);  // a handler may disconnect itself
+        for (auto it = m_handlers.begin(); it != m_handlers.end();) {
+            const auto [number, handler] = *it;
+            (*handler)(event);
+            it = m_handlers.upper_bound(number);
+        }
     }
 
 private:
     size_t m_next = 0;
-    std::map<size_t, Handler> m_handlers;
+    std::map<size_t, std::shared_ptr<const Handler>> m_handlers;
 };
 
 // An operator came into the graph; with `is_dedup`, an equal one was there and is given instead.

@@ -9,7 +9,7 @@ class GraphOperator;
 class GraphVar;
 
 // All operators that the vars need, each once, after everything that it reads: depth first over the
-// inputs in their order.
+// vars that it needs, in their order.
 std::vector<GraphOperator*> sort_by_dependency(const std::vector<GraphVar*>& vars);
 
 }  // namespace orb

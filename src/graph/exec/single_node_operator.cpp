@@ -45,7 +45,7 @@ OperatorProperties SingleNodeOperator::make_properties() const {
 
 GraphVar* SingleNodeOperator::insert(std::unique_ptr<GraphOperator> op) {
     ComputeGraph& graph = op->owner_graph();
-    return graph.insert_operator(std::move(op))->output(0);
+    return graph.current_output(*graph.insert_operator(std::move(op)));
 }
 
 void SingleNodeOperator::add_run_task(OperatorExecEnv& env) {

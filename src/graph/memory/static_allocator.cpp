@@ -128,18 +128,21 @@ void StaticMemoryAllocator::solve() {
     check_plan();
 }
 
+// Chains and stacks may be as long as the graph, so both walks keep their own stack.
 void StaticMemoryAllocator::find_root(size_t id) {
-    Interval& interval = m_intervals[id];
-    if (interval.overwrite_root != NONE)
-        return;
-    if (interval.overwrite_dest == NONE) {
-        interval.overwrite_root = id;
-        return;
+    std::vector<size_t> chain;
+    while (m_intervals[id].overwrite_root == NONE && m_intervals[id].overwrite_dest != NONE) {
+        chain.push_back(id);
+        id = m_intervals[id].overwrite_dest;
     }
-    find_root(interval.overwrite_dest);
-    const Interval& dest = m_intervals[interval.overwrite_dest];
-    interval.overwrite_root = dest.overwrite_root;
-    interval.offset_in_root = dest.offset_in_root + interval.offset_in_dest;
+    if (m_intervals[id].overwrite_root == NONE)
+        m_intervals[id].overwrite_root = id;
+    for (; !chain.empty(); chain.pop_back()) {
+        Interval& interval = m_intervals[chain.back()];
+        const Interval& dest = m_intervals[interval.overwrite_dest];
+        interval.overwrite_root = dest.overwrite_root;
+        interval.offset_in_root = dest.offset_in_root + interval.offset_in_dest;
+    }
 }
 
 // A chain is planned as one interval: its root, extended over the life of all that overwrite it.
@@ -186,18 +189,37 @@ void StaticMemoryAllocator::sweep() {
 }
 
 size_t StaticMemoryAllocator::push_down(size_t id) {
-    Interval& interval = m_intervals[id];
-    if (interval.addr != NONE)
-        return interval.addr;
-    if (interval.overwrite_root != id) {
-        interval.addr = push_down(interval.overwrite_root) + interval.offset_in_root;
-        return interval.addr;
+    std::vector<size_t> pending{id};
+    while (!pending.empty()) {
+        Interval& interval = m_intervals[pending.back()];
+        const size_t nr_before = pending.size();
+        const bool is_root = interval.overwrite_root == pending.back();
+        const auto require = [&](size_t other) {
+            if (m_intervals[other].addr == NONE)
+                pending.push_back(other);
+        };
+        if (interval.addr == NONE && is_root)
+            std::for_each(interval.below.begin(), interval.below.end(), require);
+        else if (interval.addr == NONE)
+            require(interval.overwrite_root);
+        if (pending.size() > nr_before)
+            continue;
+        pending.pop_back();
+        if (interval.addr == NONE)
+            interval.addr = is_root ? lowest_address(interval)
+                                    : m_intervals[interval.overwrite_root].addr +
+                                          interval.offset_in_root;
     }
+    return m_intervals[id].addr;
+}
+
+size_t StaticMemoryAllocator::lowest_address(const Interval& interval) const {
     size_t addr = 0;
-    for (size_t below : interval.below)
-        addr = std::max(addr, kern::checked_add(push_down(below), m_intervals[below].size));
-    interval.addr = kern::round_up(addr, m_alignment);
-    return interval.addr;
+    for (size_t below : interval.below) {
+        const Interval& other = m_intervals[below];
+        addr = std::max(addr, kern::checked_add(other.addr, other.size));
+    }
+    return kern::round_up(addr, m_alignment);
 }
 
 size_t StaticMemoryAllocator::get_interval_addr(size_t id) const {

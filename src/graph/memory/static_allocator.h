@@ -44,6 +44,7 @@ private:
     void find_root(size_t id);
     void sweep();
     size_t push_down(size_t id);
+    size_t lowest_address(const Interval& interval) const;
     void check_plan();
 
     size_t m_alignment;
