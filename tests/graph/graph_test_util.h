@@ -19,9 +19,9 @@ inline orb::CompNode node() {
     return orb::CompNode::load("cpu:default");
 }
 
-inline orb::OperatorConfig on_node() {
+inline orb::OperatorConfig on_node(orb::CompNode where = node()) {
     orb::OperatorConfig config;
-    config.comp_nodes = {node()};
+    config.comp_nodes = {where};
     return config;
 }
 
@@ -43,6 +43,7 @@ void fill(orb::DeviceTensorND& tensor, const kern::TensorShape& shape,
     if (!values.empty())
         std::memcpy(host.raw_ptr(), values.data(), values.size() * sizeof(T));
     tensor.copy_from(host);
+    tensor.comp_node().sync();
 }
 
 template <typename T>
@@ -85,6 +86,7 @@ public:
     struct Behaviour {
         std::function<void(TestOperator&)> infer;
         std::function<void(TestOperator&)> run = [](TestOperator&) {};
+        orb::CompNode node = orb_test::node();
         std::function<void(orb::OperatorProperties&)> properties = [](orb::OperatorProperties&) {};
         orb::VarFlags flags = 0;
         bool has_output = true;
@@ -121,7 +123,7 @@ protected:
 private:
     TestOperator(orb::ComputeGraph& graph, const std::vector<orb::GraphVar*>& inputs,
                  Behaviour behaviour)
-        : SingleNodeOperator(&graph, on_node(), "test"), m_behaviour(std::move(behaviour)) {
+        : SingleNodeOperator(&graph, on_node(behaviour.node), "test"), m_behaviour(std::move(behaviour)) {
         add_input(inputs);
         if (m_behaviour.has_output)
             add_output()->add_flag(m_behaviour.flags).dtype(kern::DType::Float32());

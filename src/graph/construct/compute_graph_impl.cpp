@@ -3,9 +3,9 @@
 #include <new>
 #include <utility>
 
-#include "graph/exec/fused_steps.h"
 #include "graph/exec/callback_operator.h"
 #include "graph/exec/dependency_order.h"
+#include "graph/exec/fused_steps.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -158,7 +158,8 @@ std::vector<GraphVar*> ComputeGraphImpl::attach_callbacks(const std::vector<Outp
     return targets;
 }
 
-std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<OutputSpec>& outputs) {
+std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(
+    const std::vector<OutputSpec>& outputs) {
     check_not_finalized();
     KERN_CHECK(!m_compiling && !outputs.empty());
     const Restore<bool> compiling(m_compiling, true);

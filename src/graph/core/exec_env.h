@@ -1,5 +1,5 @@
-// Takes the tasks that an operator appends for a run. The graph's function keeps them and walks them
-// in every run, in the order in which they came.
+// Takes the tasks that an operator appends for a run. The graph's function keeps them and walks
+// them in every run, in the order in which they came.
 #pragma once
 
 #include <functional>

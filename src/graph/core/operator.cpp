@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "graph/core/compute_graph.h"
-#include "graph/core/hash.h"
 #include "graph/core/exec_env.h"
+#include "graph/core/hash.h"
 #include "kernels/check.h"
 
 namespace orb {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "graph/core/graph_object.h"
-#include "graph/core/var_flags.h"
 #include "graph/core/mem_plan.h"
+#include "graph/core/var_flags.h"
 #include "graph/tensor/tensor.h"
 
 namespace orb {

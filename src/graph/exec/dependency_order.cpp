@@ -10,7 +10,7 @@ namespace orb {
 
 std::vector<GraphOperator*> sort_by_dependency(const std::vector<GraphVar*>& vars) {
     std::vector<GraphOperator*> order;
-    std::unordered_map<GraphOperator*, bool> is_placed;  // of those that were visited
+    std::unordered_map<GraphOperator*, bool> is_placed;    // of those that were visited
     std::vector<std::pair<GraphOperator*, size_t>> stack;  // with the next var to visit
     const auto visit = [&](GraphVar* var) {
         const auto [place, is_new] = is_placed.emplace(var->owner_operator(), false);

@@ -1,4 +1,5 @@
-// The compiled function of a graph: keeps the graph alive, and the operators' steps from run to run.
+// The compiled function of a graph: keeps the graph alive, and the operators' steps from run to
+// run.
 #pragma once
 
 #include <memory>

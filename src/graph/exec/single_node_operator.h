@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "graph/core/operator.h"
-#include "kernels/elementwise.h"
 #include "graph/memory/var_memory_manager.h"
+#include "kernels/elementwise.h"
 
 namespace orb {
 

@@ -1,5 +1,5 @@
-// The inference of one graph: a tag for the shape and one for the value of each var that anybody asks
-// about. All entry points lock.
+// The inference of one graph: a tag for the shape and one for the value of each var that anybody
+// asks about. All entry points lock.
 #pragma once
 
 #include <memory>

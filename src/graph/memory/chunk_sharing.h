@@ -29,7 +29,8 @@ public:
     const std::vector<Overwrite>& overwrites() const { return m_overwrites; }
 
     // Whether nobody reads the chunk of `input` once the operator of `output` has run, nor that
-    // operator itself through another view: it may overwrite elements that it has yet to read there.
+    // operator itself through another view: it may overwrite elements that it has yet to read
+    // there.
     bool is_last_read(const GraphVar* input, const GraphVar* output) const;
     // The first position at which nobody needs the chunk any more.
     size_t end_of_life(const MemChunk* chunk) const;

@@ -61,8 +61,8 @@ bool DynamicMemory::take_over(GraphVar* input, GraphVar* output) const {
     MemPlan& to = output->mem_plan();
     // Ours are the chunk and the input's value; whoever else holds the memory may still read it.
     constexpr long OWN_HOLDERS = 2;
-    const bool is_only_reader = input->nr_readers_left.load(std::memory_order_acquire) == 1 &&
-                                !m_uses.of(input).kept;
+    const bool is_only_reader =
+        input->nr_readers_left.load(std::memory_order_acquire) == 1 && !m_uses.of(input).kept;
     if (!is_only_reader || from.chunk != &from.own_chunk || from.chunk->nr_plans != 1 ||
         to.chunk != &to.own_chunk || from.chunk->status != MemChunk::Status::STORAGE ||
         from.chunk->storage.use_count() != OWN_HOLDERS)

@@ -206,9 +206,9 @@ size_t StaticMemoryAllocator::push_down(size_t id) {
             continue;
         pending.pop_back();
         if (interval.addr == NONE)
-            interval.addr = is_root ? lowest_address(interval)
-                                    : m_intervals[interval.overwrite_root].addr +
-                                          interval.offset_in_root;
+            interval.addr =
+                is_root ? lowest_address(interval)
+                        : m_intervals[interval.overwrite_root].addr + interval.offset_in_root;
     }
     return m_intervals[id].addr;
 }

@@ -168,9 +168,8 @@ bool VarMemoryManager::plan_once() {
         if (plan.chunk != &plan.own_chunk || plan.own_chunk.status != MemChunk::Status::NONE)
             continue;
         const void* key = block_key(var->comp_node());
-        auto found = std::find_if(by_block.begin(), by_block.end(), [&](const auto& entry) {
-            return block_key(entry.first) == key;
-        });
+        auto found = std::find_if(by_block.begin(), by_block.end(),
+                                  [&](const auto& entry) { return block_key(entry.first) == key; });
         if (found == by_block.end())
             found = by_block.insert(found, {var->comp_node(), {}});
         found->second.push_back(var);
@@ -253,8 +252,7 @@ bool VarMemoryManager::forward_input_readonly(GraphVar* input, GraphVar* output,
 bool VarMemoryManager::forward_input_forced(GraphVar* input, GraphVar* output) {
     const MemPlan& from = input->mem_plan();
     // The memory of a constant is shared by graphs.
-    if (!from.chunk ||
-        (lent_memory_of(from.chunk) &&
+    if (!from.chunk || (lent_memory_of(from.chunk) &&
                         m_inference->value_kind(from.chunk->owner) == InferKind::CONSTANT))
         return false;
     return forward_input_readonly(input, output, SubTensorRegion(from.layout, 0));

@@ -41,7 +41,8 @@ const Arithmetic ARITHMETIC[] = {
 
 class RandomGraph {
 public:
-    RandomGraph(unsigned seed, std::vector<CompNode> nodes) : m_nodes(std::move(nodes)), m_random(seed) {
+    RandomGraph(unsigned seed, std::vector<CompNode> nodes)
+        : m_nodes(std::move(nodes)), m_random(seed) {
         for (const Axes axes : {Axes{ROWS, COLUMNS}, Axes{ROWS, ONE}, Axes{ONE, COLUMNS}}) {
             const kern::TensorShape shape{m_lengths[axes[0]], m_lengths[axes[1]]};
             m_inputs.push_back(
@@ -200,7 +201,9 @@ private:
         const Var& source = m_vars[in];
         GraphVar* var = nullptr;
         if (below(2))
-            var = DimensionShuffle::make(DimensionShuffle::make(source.var, {1, -1, 0}, 0, somewhere()), {0, 2}, 3, somewhere());
+            var = DimensionShuffle::make(
+                DimensionShuffle::make(source.var, {1, -1, 0}, 0, somewhere()), {0, 2}, 3,
+                somewhere());
         else
             var = DimensionShuffle::make(source.var, {1, 0});
         add(var, {source.axes[1], source.axes[0]}, source.limit,
@@ -262,7 +265,8 @@ private:
         const Axis depth = x.axes[!turn_a];
         if (depth != y.axes[turn_b] || limit > EXACT_LIMIT)
             return add_arithmetic({a, b, any()});
-        add(MatrixMultiply::make(x.var, y.var, param, somewhere()), {x.axes[turn_a], y.axes[!turn_b]}, limit,
+        add(MatrixMultiply::make(x.var, y.var, param, somewhere()),
+            {x.axes[turn_a], y.axes[!turn_b]}, limit,
             [this, a, b, turn_a, turn_b, depth](size_t row, size_t column) {
                 float sum = 0;
                 for (size_t k = 0; k < m_lengths[depth]; ++k)
