@@ -27,6 +27,7 @@ TEST(MakeContext, CallsTheFactoryOfItsName) {
     const auto expect = [&s](auto* make, auto source, VEKStatus status) {
         VEKContext out = OLD;
         EXPECT_EQ(make(nullptr, &s, &out), VEK_NULL_POINTER);
+        EXPECT_EQ(make(source, nullptr, &out), VEK_NULL_POINTER);
         EXPECT_EQ(out, OLD);
         EXPECT_EQ(make(source, &s, nullptr), VEK_NULL_POINTER);
         EXPECT_EQ(make(source, &s, &out), status);
