@@ -85,9 +85,12 @@ bool TensorLayout::is_abs_monotonic_allow_broadcast() const {
 bool TensorLayout::is_non_overlapping() const {
     using Axis = std::tuple<size_t, ptrdiff_t, size_t>;  // magnitude, stride, length
     Axis axes[MAX_NDIM];
-    for (size_t axis = 0; axis < ndim; ++axis)
-        axes[axis] = Axis(magnitude(stride[axis]), stride[axis], shape[axis]);
-    std::sort(axes, axes + ndim);
+    for (size_t axis = 0; axis < ndim; ++axis) {
+        const Axis next(magnitude(stride[axis]), stride[axis], shape[axis]);
+        Axis* place = std::upper_bound(axes, axes + axis, next);
+        std::move_backward(place, axes + axis, axes + axis + 1);
+        *place = next;
+    }
 
     ptrdiff_t positive = 0;
     ptrdiff_t negative = 0;
