@@ -4,6 +4,7 @@
 
 #include "graph/opr/type_convert.h"
 #include "kernels/check.h"
+#include "kernels/handle.h"
 
 namespace orb {
 namespace {
@@ -109,6 +110,13 @@ void ElementwiseOperator::plan_output_memory(bool dynamic) {
 void ElementwiseOperator::forward(const Tensors& inputs, const Tensors& outputs,
                                   const kern::Workspace&) {
     kernel().exec(inputs, outputs[0]);
+}
+
+void ElementwiseOperator::compute_value(const Tensors& inputs,
+                                        const kern::RawTensor& output) const {
+    const auto op = kern::inplace_handle()->create_operator<kern::Elementwise>();
+    op->param() = param();
+    op->exec(inputs, output);
 }
 
 }  // namespace orb

@@ -1,5 +1,7 @@
 #include "graph/opr/kernel_operator.h"
 
+#include "kernels/check.h"
+
 namespace orb {
 namespace {
 
@@ -59,6 +61,7 @@ void ForwardingOperator::register_output_inference() {
         };
         inference.add_shape_rule(output(i), std::move(rule));
     }
+    add_value_rule();
     if (!m_has_workspace)
         return;
     ShapeInferDescriptor rule;
@@ -68,6 +71,36 @@ void ForwardingOperator::register_output_inference() {
         return true;
     };
     inference.add_shape_rule(output(nr_content_outputs()), std::move(rule));
+}
+
+void ForwardingOperator::compute_value(const Tensors&, const kern::RawTensor&) const {
+    KERN_FAIL();
+}
+
+// Only for small results of a shape that is known now, and of values that are known before a run: a
+// rule that has no result would leave those that depend on it without one.
+void ForwardingOperator::add_value_rule() {
+    constexpr size_t MOST_ELEMENTS = 64;
+    InferenceManager& inference = owner_graph().inference_manager();
+    GraphVar* result = output(0);
+    if (!can_compute_value() || inference.shape_kind(result) != InferKind::CONSTANT ||
+        result->shape().is_empty() || result->shape().element_count() > MOST_ELEMENTS)
+        return;
+    ValueInferDescriptor rule;
+    for (GraphVar* var : input()) {
+        if (!is_static(inference.value_kind(var)))
+            return;
+        rule.deps.push_back({var, InferDepType::VALUE});
+    }
+    rule.infer = [this, result](HostTensorND& value, const std::vector<InferInput>& inputs) {
+        Tensors sources;
+        for (const InferInput& dep : inputs)
+            sources.push_back(dep.value->as_raw());
+        value.resize(result->shape());
+        compute_value(sources, value.as_raw());
+        return true;
+    };
+    inference.add_value_rule(result, std::move(rule));
 }
 
 void ForwardingOperator::constrain_input_layouts(OperatorProperties& properties) const {

@@ -32,6 +32,11 @@ protected:
     virtual void forward(const Tensors& inputs, const Tensors& outputs,
                          const kern::Workspace& workspace) = 0;
 
+    // Whether `compute_value` can be asked for the first output.
+    virtual bool can_compute_value() const { return false; }
+    // The first output of values on the host, in the calling thread.
+    virtual void compute_value(const Tensors& inputs, const kern::RawTensor& output) const;
+
     void register_output_inference() override;
     // All inputs contiguous.
     void constrain_input_layouts(OperatorProperties& properties) const override;
@@ -42,6 +47,8 @@ protected:
     kern::Workspace workspace() const;
 
 private:
+    void add_value_rule();
+
     bool m_has_workspace = false;
     Tensors m_inputs, m_outputs;  // of the current run; their memory is kept
 };

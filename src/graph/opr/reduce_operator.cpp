@@ -4,6 +4,7 @@
 
 #include "graph/opr/elementwise_operator.h"
 #include "kernels/check.h"
+#include "kernels/handle.h"
 #include "kernels/quantise.h"
 
 namespace orb {
@@ -183,6 +184,18 @@ void ReduceOperator::forward(const Tensors& inputs, const Tensors& outputs,
                              const kern::Workspace& workspace) {
     update(m_plan, inputs[0].layout, outputs[0].layout, kernel());
     m_plan.run(inputs[0], outputs[0], workspace, kernel());
+}
+
+void ReduceOperator::compute_value(const Tensors& inputs, const kern::RawTensor& output) const {
+    const auto op = kern::inplace_handle()->create_operator<kern::Reduce>();
+    ReducePlan plan;
+    update(plan, inputs[0].layout, output.layout, *op);
+    if (plan.is_copy()) {
+        std::memcpy(output.raw_ptr, inputs[0].raw_ptr, output.layout.span().high_byte);
+        return;
+    }
+    std::vector<uint8_t> bytes(plan.workspace_bytes());
+    plan.run(inputs[0], output, {bytes.data(), bytes.size()}, *op);
 }
 
 }  // namespace orb

@@ -65,6 +65,8 @@ protected:
     kern::TensorShape output_shape(size_t index, const std::vector<InferInput>& inputs) override;
     size_t workspace_size(const std::vector<InferInput>& inputs) override;
     void run_on_node() override;
+    bool can_compute_value() const override { return input().size() == 1; }
+    void compute_value(const Tensors& inputs, const kern::RawTensor& output) const override;
     void forward(const Tensors& inputs, const Tensors& outputs,
                  const kern::Workspace& workspace) override;
 

@@ -1,5 +1,7 @@
 #include "graph/opr/type_convert.h"
 
+#include "kernels/handle.h"
+
 namespace orb {
 namespace {
 
@@ -27,6 +29,11 @@ kern::TensorShape TypeConvert::output_shape(size_t, const std::vector<InferInput
 
 void TypeConvert::forward(const Tensors& inputs, const Tensors& outputs, const kern::Workspace&) {
     kernel().exec(inputs[0], outputs[0]);
+}
+
+void TypeConvert::compute_value(const Tensors& inputs, const kern::RawTensor& output) const {
+    const auto op = kern::inplace_handle()->create_operator<kern::TypeCvt>();
+    op->exec(inputs[0], output);
 }
 
 }  // namespace orb

@@ -21,6 +21,8 @@ public:
 
 protected:
     kern::TensorShape output_shape(size_t index, const std::vector<InferInput>& inputs) override;
+    bool can_compute_value() const override { return true; }
+    void compute_value(const Tensors& inputs, const kern::RawTensor& output) const override;
     void forward(const Tensors& inputs, const Tensors& outputs, const kern::Workspace&) override;
     // The kernel reads every layout.
     void constrain_input_layouts(OperatorProperties&) const override {}

@@ -1,6 +1,9 @@
 #include "graph/infer/inference_manager_impl.h"
 
 #include "graph/opr/constant_tensor.h"
+#include "graph/opr/elementwise_operator.h"
+#include "graph/opr/reduce_operator.h"
+#include "graph/opr/type_convert.h"
 #include "tests/graph/graph_test_util.h"
 
 namespace orb {
@@ -46,8 +49,7 @@ protected:
     }
 
     std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
-    InferenceManagerImpl& manager =
-        static_cast<InferenceManagerImpl&>(graph->inference_manager());
+    InferenceManagerImpl& manager = static_cast<InferenceManagerImpl&>(graph->inference_manager());
 
 private:
     uint64_t m_key = 0;
@@ -68,7 +70,7 @@ TEST_F(Inference, KindOfACombinationIsTheLargestOfItsParts) {
     GraphVar* both = follow({mutable_var, missing_a, missing_b});
     EXPECT_EQ(manager.shape_kind(both), InferKind::MISSING_INPUT);
     std::vector<GraphVar*> expected{missing_a->owner_operator()->input(0),
-                                          missing_b->owner_operator()->input(0)};
+                                    missing_b->owner_operator()->input(0)};
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(manager.missing_inputs_of_shape(both), expected);
     EXPECT_EQ(manager.missing_inputs_of_shape(missing_a).size(), 1u);
@@ -138,6 +140,33 @@ TEST_F(Inference, ValuesComeFromRulesOrFromWhatWasComputed) {
     EXPECT_FALSE(manager.try_value_of_var(input));
     run<float>(input);
     ASSERT_TRUE(manager.try_value_of_var(input));
+}
+
+// A target shape that is computed from constants makes no var dynamic.
+TEST_F(Inference, SmallResultsOfKnownValuesAreKnown) {
+    const auto scalar = [&](float value) {
+        return ConstantTensor::make_scalar(*graph, value, on_node());
+    };
+    const auto plus = [](GraphVar* a, GraphVar* b) {
+        return ElementwiseOperator::make({a, b}, kern::ElementwiseMode::ADD);
+    };
+    GraphVar* four = plus(scalar(3), scalar(1));
+    GraphVar* target = TypeConvert::make(
+        ReduceOperator::make(four, {kern::ReduceMode::SUM_SQR, 0, {}}), kern::DType::Int32());
+    EXPECT_EQ(manager.value_kind(target), InferKind::CONSTANT);
+    EXPECT_EQ(manager.value_of_var(target).ptr<int32_t>()[0], 16);
+    EXPECT_EQ(manager.inference_kinds(target), 0x0202u);
+    GraphVar* ones = TypeConvert::make(plus(scalar(0), scalar(1)), kern::DType::Int32());
+    GraphVar* input = SharedTensorInput::make(*graph, make_tensor<float>({3}, {1, 2, 3}));
+    GraphVar* sum = ReduceOperator::make(input, {kern::ReduceMode::SUM, -1, {}}, ones);
+    EXPECT_EQ(run<float>(sum), (std::vector<float>{6}));
+    EXPECT_TRUE(sum->is_static_storage());
+    // Not of what only a run computes, and not of much.
+    EXPECT_EQ(manager.value_kind(plus(input, four)), InferKind::NO_RULE);
+    const HostTensorND many(CompNode::default_cpu(), {65}, kern::DType::Float32());
+    std::memset(many.raw_ptr(), 0, 65 * sizeof(float));
+    GraphVar* large = ConstantTensor::make(*graph, many, on_node());
+    EXPECT_EQ(manager.value_kind(plus(large, large)), InferKind::NO_RULE);
 }
 
 using InferenceDeathTest = Inference;
