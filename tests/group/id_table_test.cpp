@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <random>
 #include <unordered_map>
+#include <vector>
+
+#include "group/unaligned.h"
 
 namespace {
 
@@ -66,6 +70,22 @@ TEST(IdTable, HasTheRoomThatIsAskedFor) {
         EXPECT_TRUE(table.grown(8));
         EXPECT_THROW(table.reserve(SIZE_MAX / 2), std::length_error);
         EXPECT_EQ(*table.find(0), 0u);
+    }
+}
+
+TEST(ForEachId, PrefetchesIdsThatComeLater) {
+    for (size_t nr : {0, 1, 32, 33, 100}) {
+        std::vector<uint64_t> ids(nr), ahead, used;
+        std::iota(ids.begin(), ids.end(), uint64_t{1000});
+        const auto use = [&](uint64_t id, size_t place) {
+            EXPECT_EQ(place, used.size());
+            used.push_back(id);
+        };
+        vek::for_each_id(
+            ids.data(), nr, [&](uint64_t id) { ahead.push_back(id); }, use);
+        EXPECT_EQ(used, ids);
+        ids.erase(ids.begin(), ids.end() - static_cast<ptrdiff_t>(nr > 32 ? nr - 32 : 0));
+        EXPECT_EQ(ahead, ids);
     }
 }
 

@@ -9,7 +9,7 @@ class GraphOperator;
 class GraphVar;
 
 // All operators that the vars need, each once, after everything that it reads: depth first over the
-// vars that it needs, in their order.
+// inputs in their order, and over what an operator depends on beside them.
 std::vector<GraphOperator*> sort_by_dependency(const std::vector<GraphVar*>& vars);
 
 }  // namespace orb

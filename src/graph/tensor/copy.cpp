@@ -30,7 +30,7 @@ void check_apart(const uint8_t* dest, const kern::Span& dest_span, const uint8_t
 size_t contiguous_bytes(const kern::TensorLayout& dest, const kern::Span& dest_span,
                         const kern::TensorLayout& source, const kern::Span& source_span) {
     KERN_CHECK(dest_span.low_byte == 0 && source_span.low_byte == 0);
-    // Padding of other formats may differ at the end.
+    // The last row of an image may be padded.
     if (!dest.format->is_default() || !source.format->is_default())
         return std::min(dest_span.high_byte, source_span.high_byte);
     KERN_CHECK(dest_span.high_byte == source_span.high_byte);
@@ -54,7 +54,7 @@ void copy_scattered(DeviceTensorND& dest, const DeviceTensorND& source) {
 }
 
 void copy_scattered(DeviceTensorND& dest, const HostTensorND& source) {
-    if (source.layout().is_dense()) {
+    if (source.layout().is_dense_raw()) {
         DeviceTensorND on_device(dest.comp_node());
         dest.copy_from_fixlayout(on_device.copy_from(source));
         return;
@@ -65,7 +65,7 @@ void copy_scattered(DeviceTensorND& dest, const HostTensorND& source) {
 }
 
 void copy_scattered(HostTensorND& dest, const DeviceTensorND& source) {
-    if (source.layout().is_dense()) {
+    if (source.layout().is_dense_raw()) {
         HostTensorND on_host;
         on_host.copy_from(source);
         source.comp_node().sync();
@@ -94,7 +94,7 @@ TensorND<Trait>& TensorND<Trait>::copy_from(const TensorND<SourceTrait>& source)
     const size_t bytes = m_storage.size();
     if (bytes == 0)
         return *this;
-    if (!source.layout().is_dense())
+    if (!source.layout().is_dense_raw())
         return copy_from_fixlayout(source);
     check_apart(raw_ptr(), m_layout.span(), source.raw_ptr(), source.layout().span());
     m_storage.copy_from(source.storage(), bytes);
@@ -109,7 +109,8 @@ TensorND<Trait>& TensorND<Trait>::copy_from_fixlayout(const TensorND<SourceTrait
     if (source.empty() || m_layout.is_empty())
         return *this;
 
-    const bool both_dense = m_layout.is_dense() && source.layout().is_dense();
+    // Rows of images may be padded although the image counts as dense.
+    const bool both_dense = m_layout.is_dense_raw() && source.layout().is_dense_raw();
     const kern::Span span = m_layout.span();
     const kern::Span source_span = source.layout().span();
     check_apart(raw_ptr(), span, source.raw_ptr(), source_span);

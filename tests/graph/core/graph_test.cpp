@@ -1,6 +1,7 @@
 #include "graph/core/compute_graph.h"
 
 #include "graph/opr/elementwise_operator.h"
+#include "kernels/image_format.h"
 #include "tests/graph/graph_test_util.h"
 
 namespace orb {
@@ -84,6 +85,54 @@ TEST_F(Graph, ConfigsDifferInNodesAndValuesButNotInNames) {
     EXPECT_FALSE(plain.is_same(numbered));
     EXPECT_NE(plain.hash(), numbered.hash());
     EXPECT_FALSE(plain.is_same(on_node()));
+    OperatorConfig typed;
+    typed.output_dtype = kern::DType::Int32();
+    EXPECT_EQ(plain.hash(), typed.hash());
+    EXPECT_FALSE(plain.is_same(typed));
+}
+
+TEST_F(Graph, AReplacedVarIsGivenToWhoMakesItAgain) {
+    GraphVar* a = test_var(1);
+    const auto negated = [&] { return ElementwiseOperator::make({a}, ElementwiseMode::NEGATE); };
+    GraphVar* original = negated();
+    GraphVar* first = test_var(2);
+    GraphVar* second = test_var(3);
+    graph->replace_var(original, first);
+    EXPECT_EQ(negated(), first);
+    graph->replace_var(first, second);
+    EXPECT_EQ(negated(), second);
+    EXPECT_EQ(test_var(2), second);
+    EXPECT_DEATH(graph->replace_var(second, original), "");
+}
+
+TEST_F(Graph, ExtraDependenciesOrderOperators) {
+    std::vector<int> order;
+    const auto recorder = [&](int number) {
+        TestOperator::Behaviour behaviour;
+        behaviour.key = static_cast<uint64_t>(number);
+        behaviour.infer =
+            shape_rule(InferSource::CONSTANT, [](kern::TensorShape& shape, const auto&) {
+                shape = {1};
+                return true;
+            });
+        behaviour.run = [&order, number](TestOperator&) { order.push_back(number); };
+        return TestOperator::make(*graph, {}, behaviour);
+    };
+    GraphVar* one = recorder(1);
+    GraphVar* two = recorder(2);
+    const auto order_of_run = [&](const std::vector<OutputSpec>& outputs) {
+        order.clear();
+        graph->compile(outputs)->execute().wait();
+        return order;
+    };
+    EXPECT_EQ(order_of_run({{one, nullptr}}), (std::vector<int>{1}));
+    graph->add_extra_dependency(dependency::DEVICE_VALUE, two, one->owner_operator());
+    EXPECT_EQ(order_of_run({{one, nullptr}}), (std::vector<int>{2, 1}));
+    EXPECT_EQ(order_of_run({{one, nullptr}, {two, nullptr}}), (std::vector<int>{2, 1}));
+    graph->add_extra_dependency(0, two, one->owner_operator());
+    EXPECT_EQ(order_of_run({{one, nullptr}, {two, nullptr}}), (std::vector<int>{1, 2}));
+    graph->add_extra_dependency(dependency::DEVICE_VALUE, one, one->owner_operator());
+    EXPECT_DEATH(order_of_run({{one, nullptr}}), "");
 }
 
 TEST_F(Graph, ShapeListenersHearOfChangesOnly) {
@@ -124,7 +173,13 @@ TEST_F(GraphDeathTest, MisuseStopsTheProcess) {
     GraphVar* planned = test_var(4);
     graph->compile({{planned, nullptr}});
     EXPECT_DEATH(planned->add_flag(DYNAMIC_STORAGE), "");
-    // A constant shape is final.
+    // A format other than the default is final; so is a constant shape.
+    GraphVar* image = test_var(2);
+    image->format(kern::image_pack4_format(1, 32)).format(kern::image_pack4_format(1, 32));
+    EXPECT_DEATH(image->format(kern::default_format()), "");
+    OperatorConfig two_nodes = on_node();
+    two_nodes.comp_nodes.push_back(CompNode::default_cpu());
+    EXPECT_DEATH(ElementwiseOperator::make({var, var}, kern::ElementwiseMode::ADD, two_nodes), "");
     EXPECT_DEATH(test_var(3)->shape({7}), "");
 }
 

@@ -315,6 +315,10 @@ TEST_F(Execution, AVarMayAdoptMemoryInTheRun) {
     function->execute().wait();
     EXPECT_EQ(result, (std::vector<float>{1, 2}));
     EXPECT_EQ(address, tensor->raw_ptr());
+    *tensor = *make_tensor<float>({2}, {3, 4});  // other memory of the same layout
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{3, 4}));
+    EXPECT_EQ(address, tensor->raw_ptr());
     EXPECT_DEATH(graph->memory_manager().adopt_tensor(doubled, *tensor), "");
 }
 

@@ -188,32 +188,12 @@ TEST_F(Nodes, SubGraphsCountTogetherAndAreWaitedFor) {
     EXPECT_EQ(parent->var_step_info(function->output_vars()[0]).writer, 1u);
 }
 
-TEST_F(Nodes, ExtraDependenciesOrderOperators) {
-    const auto tensor = make_tensor<float>({2}, {1, 2});
-    std::vector<int> order;
-    GraphVar* first = copied(source(tensor), worker, [&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        order.push_back(1);
-    });
-    GraphVar* second = copied(source(tensor), other, [&] { order.push_back(2); });
-    graph->add_extra_dependency(dependency::DEVICE_VALUE, first, second->owner_operator());
-    compile(second)->execute().wait();
-    EXPECT_EQ(order, (std::vector<int>{1, 2}));
-    graph->add_extra_dependency(0, first, second->owner_operator());
-    compile(second)->execute().wait();
-    EXPECT_EQ(order, (std::vector<int>{1, 2, 2}));
-}
-
 using NodesDeathTest = Nodes;
 
 TEST_F(NodesDeathTest, MisuseStopsTheProcess) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const auto tensor = make_tensor<float>({2}, {1, 2});
     GraphVar* first = copied(source(tensor), node(), [] {});
-    GraphVar* second = copied(first, node(), [] {});
-    graph->add_extra_dependency(dependency::DEVICE_VALUE, second, first->owner_operator());
-    EXPECT_DEATH(compile(second), "") << "a circle";
-    graph->add_extra_dependency(0, second, first->owner_operator());
     const auto function = compile(
         copied(first, worker, [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }));
     EXPECT_DEATH((function->execute(), function->last_run_time()), "");

@@ -141,9 +141,11 @@ TEST_F(Operators, ReductionsOverOneAxisOrToATarget) {
     GraphVar* late = input<int32_t>({1}, {3});
     EXPECT_EQ(run<float>(reduce(a, ReduceMode::SUM, -1, late)), (std::vector<float>{5, 7, 9}));
 
-    // Nothing collapses: a copy, but for squares.
+    // Nothing collapses: a view, but for squares.
     GraphVar* thin = input<float>({2, 1}, {-2, 3});
-    EXPECT_EQ(run<float>(reduce(thin, ReduceMode::SUM, 1)), (std::vector<float>{-2, 3}));
+    GraphVar* same = reduce(thin, ReduceMode::SUM, 1);
+    EXPECT_EQ(run<float>(same), (std::vector<float>{-2, 3}));
+    EXPECT_EQ(same->device_value().raw_ptr(), thin->device_value().raw_ptr());
     EXPECT_EQ(run<float>(reduce(thin, ReduceMode::SUM_SQR, 1)), (std::vector<float>{4, 9}));
     // A view that is not contiguous is copied first.
     EXPECT_EQ(run<float>(reduce(DimensionShuffle::make(a, {1, 0}), ReduceMode::SUM, 1)),
@@ -196,6 +198,49 @@ TEST_F(Operators, ProductsTakeEveryTransposition) {
     *b_tensor = *make_tensor<float>({2, 1}, {1, 1});
     EXPECT_DEATH(run<float>(product), "");
     EXPECT_DEATH(MatrixMultiply::make(a, input<int32_t>({3, 2}, {}), {}), "");
+}
+
+TEST_F(Operators, QuantisedProductsAndReductions) {
+    const auto quantised = [&](DType dtype, const kern::TensorShape& shape) {
+        auto tensor = std::make_shared<DeviceTensorND>(node(), dtype);
+        tensor->resize(shape);
+        for (size_t i = 0; i < shape.element_count(); ++i)
+            tensor->raw_ptr()[i] = static_cast<uint8_t>(i + 1);
+        return SharedTensorInput::make(*graph, tensor);
+    };
+    const auto as_float = [](GraphVar* var) { return TypeConvert::make(var, DType::Float32()); };
+    GraphVar* a = quantised(DType::QuantizedS8(0.5f), {2, 2});
+    GraphVar* b = quantised(DType::QuantizedS8(0.25f), {2, 2});
+    const MatrixMultiply::Param to_32{false, false, kern::MatrixMulDataType::INT8_TO_INT32};
+    GraphVar* product = MatrixMultiply::make(a, b, to_32);
+    EXPECT_EQ(product->dtype(), DType::QuantizedS32(0.125f));
+    EXPECT_EQ(run<float>(as_float(product)), (std::vector<float>{0.875f, 1.25f, 1.875f, 2.75f}));
+    OperatorConfig wide;
+    wide.output_dtype = DType::QuantizedS32(2);
+    EXPECT_EQ(run<float>(as_float(MatrixMultiply::make(a, b, to_32, wide))),
+              (std::vector<float>{14, 20, 30, 44}));
+    wide.output_dtype = DType::Int32();
+    EXPECT_DEATH(MatrixMultiply::make(a, b, to_32, wide), "");
+
+    GraphVar* bytes = quantised(DType::Quantized8Asymm(0.5f, 1), {1, 2, 3});
+    const auto reduced = [&](GraphVar* var, ReduceMode mode, kern::ReduceDataType type, int axis) {
+        return ReduceOperator::make(var, {mode, axis, type});
+    };
+    using Type = kern::ReduceDataType;
+    GraphVar* largest = reduced(bytes, ReduceMode::MAX, Type::QUINT_I8_O32, 2);
+    EXPECT_EQ(largest->dtype(), DType::QuantizedS32(0.5f));
+    EXPECT_EQ(run<float>(as_float(largest)), (std::vector<float>{1, 2.5f}));
+    // Two axes: only the first step reads bytes.
+    HostTensorND ones(CompNode::default_cpu(), {3}, DType::Int32());
+    std::fill_n(ones.ptr<int32_t>(), 3, 1);
+    GraphVar* all = ReduceOperator::make(bytes, {ReduceMode::MAX, -1, Type::QUINT_I8_O32},
+                                         ConstantTensor::make(*graph, ones, on_node()));
+    EXPECT_EQ(run<float>(as_float(all)), (std::vector<float>{2.5f}));
+    EXPECT_EQ(run<float>(as_float(reduced(a, ReduceMode::MIN, Type::DEFAULT, 0))),
+              (std::vector<float>{0.5f, 1}));
+    EXPECT_DEATH(reduced(a, ReduceMode::SUM, Type::DEFAULT, 0), "");
+    EXPECT_DEATH(reduced(a, ReduceMode::MAX, static_cast<Type>(5), 0), "");
+    EXPECT_DEATH(reduced(a, ReduceMode::MAX, Type::QUINT_I8_O32, 0), "");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "graph/tensor/tensor.h"
 #include "kernels/check.h"
+#include "kernels/image_format.h"
 
 namespace orb {
 namespace {
@@ -126,6 +127,24 @@ TEST(TensorCopy, TakesNodeAndDtypeOfTheSource) {
     untouched.copy_from_fixlayout(HostTensorND(node, {0}, DType::Int32()));
     EXPECT_EQ(untouched.storage().capacity(), 0u);
     EXPECT_DEATH(HostTensorND().copy_from(HostTensorND()), "");
+}
+
+TEST(TensorCopy, LeavesThePaddingOfImagesAlone) {
+    const CompNode node = CompNode::load("cpu:default");
+    const TensorLayout padded({ROWS, COLUMNS}, DType::Int32(), kern::image_pack4_format(1, 32));
+    HostTensorND dense(node, {ROWS, COLUMNS}, DType::Int32());
+    std::iota(dense.ptr<int32_t>(), dense.ptr<int32_t>() + ROWS * COLUMNS, 100);
+    DeviceTensorND image(node, padded), copy(node, padded);
+    image.memset_zero();
+    image.copy_from_fixlayout(dense);
+    EXPECT_EQ(values(image), values(dense));
+    EXPECT_EQ(image.ptr<int32_t>()[COLUMNS], 0);
+    copy.copy_from_fixlayout(image);
+    EXPECT_EQ(values(copy), values(dense));
+    HostTensorND fresh;
+    fresh.copy_from(copy);
+    EXPECT_EQ(values(fresh), values(dense));
+    EXPECT_TRUE(fresh.layout().is_dense_raw());
 }
 
 class PrintingHandler final : public kern::KernelErrorHandler {
