@@ -52,7 +52,8 @@ TEST(WorkerQueue, NodesOfOneDeviceShareOneLateThread) {
     };
     spin_budget();
     const auto before = nr_threads();
-    const CompNode first = worker_node(2), second = worker_node(2, 1);
+    static int device = 100;  // a new one when the test is repeated
+    const CompNode first = worker_node(++device), second = worker_node(device, 1);
     first.sync();
     EXPECT_EQ(nr_threads(), before);
     first.add_callback([] {});
