@@ -22,10 +22,10 @@ struct Watchdog {
     ~Watchdog() { alarm(0); }
 };
 
-// The streams of a device are nodes of one worker. Other tests have inline nodes of low numbers.
-inline orb::CompNode worker_node(int number, int stream = 0) {
+// The streams of a device are nodes of one worker. Other tests have inline nodes of small numbers.
+inline orb::CompNode worker_node(int device, int stream = 0) {
+    device += 200;
     const auto type = orb::CompNode::DeviceType::CPU;
-    const int device = 100 + number;
     return orb::CompNode::load({type, device, 0}, {type, device, stream});
 }
 
