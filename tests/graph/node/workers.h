@@ -34,11 +34,11 @@ class Gate {
 public:
     explicit Gate(orb::CompNode node) {
         node.add_callback([this] {
-            while (!m_open.load(std::memory_order_relaxed))
+            while (!m_open.load(std::memory_order_acquire))
                 std::this_thread::yield();
         });
     }
-    void open() { m_open.store(true, std::memory_order_relaxed); }
+    void open() { m_open.store(true, std::memory_order_release); }
 
 private:
     std::atomic<bool> m_open{false};
