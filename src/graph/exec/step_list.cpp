@@ -25,11 +25,11 @@ void StepList::add_node_task(CompNode node, StepTask task) {
                                     [node](const NodeSteps& list) { return list.node == node; });
     KERN_CHECK(found != m_nodes.end());
     found->steps.push_back(m_steps.size());
-    m_steps.push_back({node, m_current_operator, std::move(task)});
+    m_steps.push_back({node, node.is_inline(), m_current_operator, std::move(task)});
 }
 
 void StepList::add_host_task(StepTask task) {
-    m_steps.push_back({CompNode(), m_current_operator, std::move(task)});
+    m_steps.push_back({CompNode(), true, m_current_operator, std::move(task)});
 }
 
 void StepList::clear() {
@@ -42,15 +42,25 @@ void StepList::run() const {
     if (m_is_paused)
         return;
     for (const Step& step : m_steps) {
-        if (step.node.valid())
-            step.node.env().dispatcher().submit([this, &step] { run_on_node(step); });
-        else
+        if (!step.node.valid()) {
             step.task();
+            continue;
+        }
+        kern::CpuDispatcher& dispatcher = step.node.env().dispatcher();
+        if (step.is_inline)
+            dispatcher.submit([this, &step] { run_step(step); });
+        else
+            dispatcher.submit([this, &step] { run_on_worker(step); });
     }
 }
 
-void StepList::run_on_node(const Step& step) const {
+// What the step gives to its node is due at once.
+void StepList::run_on_worker(const Step& step) const {
     const kern::DispatcherStep in_place(step.node.env().dispatcher());
+    run_step(step);
+}
+
+void StepList::run_step(const Step& step) const {
     if (!m_hook) {
         step.task();
         return;

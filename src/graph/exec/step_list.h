@@ -14,6 +14,7 @@ class GraphOperator;
 
 struct Step {
     CompNode node;      // invalid for a step of the thread that walks
+    bool is_inline;     // the node has no worker
     GraphOperator* op;  // null for a step of the function itself
     StepTask task;
 };
@@ -56,7 +57,8 @@ public:
     void step_hook(StepHook hook) { m_hook = std::move(hook); }
 
 private:
-    void run_on_node(const Step& step) const;
+    void run_on_worker(const Step& step) const;
+    void run_step(const Step& step) const;
 
     std::vector<Step> m_steps;
     std::vector<NodeSteps> m_nodes;

@@ -53,9 +53,14 @@ void InferTag::merge_missing_inputs(const InferTag& dep) {
 bool InferTag::update(bool recompute) {
     if (recompute && is_mutable_source())
         m_cached = false;
-    std::vector<InferTag*> pending;
-    if (!m_cached)
-        pending.push_back(this);
+    if (m_cached)
+        return m_has_result;
+    const auto is_cached = [](const InferTag* dep) { return dep->m_cached; };
+    if (std::all_of(m_deps.begin(), m_deps.end(), is_cached)) {
+        update_from_deps();  // as in most runs, which takes no memory
+        return m_has_result;
+    }
+    std::vector<InferTag*> pending{this};
     while (!pending.empty()) {
         InferTag* tag = pending.back();
         const size_t nr_before = pending.size();

@@ -29,7 +29,9 @@ public:
     bool take_over(GraphVar* input, GraphVar* output) const;
 
 private:
-    bool concerns(const GraphOperator* op) const { return m_operators.count(op) != 0; }
+    bool concerns(const GraphOperator* op) const {
+        return !m_operators.empty() && m_operators.count(op) != 0;
+    }
     void release(GraphVar* var) const;
 
     const VarUses& m_uses;

@@ -1,5 +1,7 @@
 #include "graph/opr/kernel_operator.h"
 
+#include <algorithm>
+
 #include "kernels/check.h"
 
 namespace orb {
@@ -8,10 +10,13 @@ namespace {
 // Dense tensors get the strides of their shape: an axis of length 1 may carry any, which kernels
 // that look at strides need not know.
 kern::RawTensor with_plain_strides(const DeviceTensorND& value) {
-    const kern::TensorLayout& layout = value.layout();
-    if (!layout.format->is_default() || !layout.is_dense())
-        return value.as_raw();
-    return {value.raw_ptr(), kern::TensorLayout(layout, layout.dtype)};
+    kern::RawTensor tensor = value.as_raw();
+    kern::TensorLayout& layout = tensor.layout;
+    size_t* end = layout.shape + layout.ndim;
+    const bool has_short_axis = std::find(layout.shape, end, size_t{1}) != end;
+    if (has_short_axis && layout.format->is_default() && layout.is_dense())
+        layout.fill_strides();
+    return tensor;
 }
 
 }  // namespace
