@@ -135,6 +135,8 @@ void GraphFunction::end_run() {
         for (CompNode node : m_comp_nodes)
             node.sync();
         m_graph->wait_for_sub_graphs();
+        for (GraphOperator* op : m_operators)
+            op->on_finish();
     }
     m_wait_needed = false;
     m_busy.reset();
