@@ -34,15 +34,16 @@ CompiledFunction& GraphFunction::execute() {
     // A second thread waits here, not at the busy mark, where it would stop the process.
     const std::lock_guard<std::mutex> run_lock(m_graph->run_mutex());
     wait();
+    ++m_run_count;
     m_last_run_time.reset();
     m_busy.emplace(m_graph->memory_manager());
     try {
         start_run();
     } catch (...) {
         end_run();
+        m_last_run_time = 0.0;  // its events were not all recorded
         throw;
     }
-    ++m_run_count;
     return *this;
 }
 

@@ -251,8 +251,9 @@ bool VarMemoryManager::forward_input_readonly(GraphVar* input, GraphVar* output,
 
 bool VarMemoryManager::forward_input_forced(GraphVar* input, GraphVar* output) {
     const MemPlan& from = input->mem_plan();
-    // The memory of a constant is shared by graphs.
-    if (!from.chunk || (lent_memory_of(from.chunk) &&
+    // The memory of a constant is shared by graphs. And nothing orders this operator behind a reader
+    // on another node.
+    if (!from.chunk || m_uses.of(input).read_elsewhere || (lent_memory_of(from.chunk) &&
                         m_inference->value_kind(from.chunk->owner) == InferKind::CONSTANT))
         return false;
     return forward_input_readonly(input, output, SubTensorRegion(from.layout, 0));
