@@ -8,9 +8,9 @@
 #include <memory>
 #include <vector>
 
+#include "graph/core/compiled_function.h"
 #include "graph/core/compute_graph.h"
 #include "graph/exec/single_node_operator.h"
-#include "graph/core/compiled_function.h"
 #include "graph/opr/shared_tensor_input.h"
 
 namespace orb_test {
@@ -48,8 +48,9 @@ void fill(orb::DeviceTensorND& tensor, const kern::TensorShape& shape,
 
 template <typename T>
 std::shared_ptr<orb::DeviceTensorND> make_tensor(const kern::TensorShape& shape,
-                                                 const std::vector<T>& values) {
-    auto tensor = std::make_shared<orb::DeviceTensorND>(node(), dtype_of<T>());
+                                                 const std::vector<T>& values,
+                                                 orb::CompNode where = node()) {
+    auto tensor = std::make_shared<orb::DeviceTensorND>(where, dtype_of<T>());
     fill(*tensor, shape, values);
     return tensor;
 }
@@ -123,7 +124,8 @@ protected:
 private:
     TestOperator(orb::ComputeGraph& graph, const std::vector<orb::GraphVar*>& inputs,
                  Behaviour behaviour)
-        : SingleNodeOperator(&graph, on_node(behaviour.node), "test"), m_behaviour(std::move(behaviour)) {
+        : SingleNodeOperator(&graph, on_node(behaviour.node), "test"),
+          m_behaviour(std::move(behaviour)) {
         add_input(inputs);
         if (m_behaviour.has_output)
             add_output()->add_flag(m_behaviour.flags).dtype(kern::DType::Float32());

@@ -46,7 +46,7 @@ public:
         for (const Axes axes : {Axes{ROWS, COLUMNS}, Axes{ROWS, ONE}, Axes{ONE, COLUMNS}}) {
             const kern::TensorShape shape{m_lengths[axes[0]], m_lengths[axes[1]]};
             m_inputs.push_back(
-                make_tensor<float>(shape, std::vector<float>(shape.element_count())));
+                make_tensor<float>(shape, std::vector<float>(shape.element_count()), m_nodes[0]));
             add(SharedTensorInput::make(*m_graph, m_inputs.back()), axes, INPUT_LIMIT,
                 [this](size_t, size_t) {
                     return static_cast<float>(below(2 * INPUT_LIMIT + 1)) - INPUT_LIMIT;
@@ -54,11 +54,13 @@ public:
         }
         HostTensorND two(CompNode::default_cpu(), {1, 1}, kern::DType::Float32());
         two.ptr<float>()[0] = 2;
-        add(ConstantTensor::make(*m_graph, two, on_node()), {ONE, ONE}, 2,
+        add(ConstantTensor::make(*m_graph, two, on_node(m_nodes[0])), {ONE, ONE}, 2,
             [](size_t, size_t) { return 2.0f; });
         for (size_t nr_operators = 1 + below(20); nr_operators > 0; --nr_operators)
             add_operator();
     }
+
+    ComputeGraph::Options& options() { return m_graph->options(); }
 
     // Compiles the last var and some others, and runs the function with other contents, memory and
     // shapes of the inputs in turn.
@@ -75,6 +77,8 @@ public:
         }
         const auto function = m_graph->compile(specs);
         for (int round = 0; round < 5; ++round) {
+            if (below(8) == 0)
+                function->clear_device_memory();
             if (below(2))
                 m_lengths = {1, 1 + below(MAX_LENGTH), 1 + below(MAX_LENGTH)};
             evaluate();
@@ -91,6 +95,7 @@ public:
             for (size_t i = 0; i < m_inputs.size(); ++i)  // lent memory is only read
                 ASSERT_EQ(values_of<float>(*m_inputs[i]), m_vars[i].values);
         }
+        function->execute();  // and goes while it runs
     }
 
 private:
@@ -283,11 +288,14 @@ private:
             const kern::TensorShape shape = shape_of(m_vars[i]);
             const size_t kind = below(3);
             if (kind == 0) {  // part of something wider
-                const DeviceTensorND wide(node(), {shape[0], shape[1] + 2}, kern::DType::Float32());
+                const DeviceTensorND wide(m_nodes[0], {shape[0], shape[1] + 2},
+                                          kern::DType::Float32());
+                const auto values = make_tensor<float>(shape, m_vars[i].values, m_nodes[0]);
                 *m_inputs[i] = wide[{{}, {1, -1, {}}}];
-                m_inputs[i]->copy_from_fixlayout(*make_tensor<float>(shape, m_vars[i].values));
+                m_inputs[i]->copy_from_fixlayout(*values);
+                m_nodes[0].sync();
             } else if (kind == 1 || !m_inputs[i]->storage().allow_realloc()) {
-                *m_inputs[i] = *make_tensor<float>(shape, m_vars[i].values);
+                *m_inputs[i] = *make_tensor<float>(shape, m_vars[i].values, m_nodes[0]);
             } else {
                 fill<float>(*m_inputs[i], shape, m_vars[i].values);
             }
@@ -304,20 +312,24 @@ private:
     std::vector<Var> m_vars;  // the inputs first
 };
 
-void check(unsigned nr, const std::vector<CompNode>& nodes) {
-    for (unsigned seed = 0; seed < nr; ++seed) {
+void check(const std::vector<CompNode>& nodes, uint32_t record_level = 0) {
+    for (unsigned seed = 0; seed < 300; ++seed) {
         SCOPED_TRACE(seed);
         RandomGraph graph(seed, nodes);
+        graph.options().record_level = record_level;
         for (int function = 0; function < 3 && !testing::Test::HasFailure(); ++function)
             graph.check_one_function();
     }
 }
 
 TEST(RandomGraphs, EqualPlainEvaluation) {
-    check(300, {node()});
+    check({node()});
 }
 TEST(RandomGraphs, OnSeveralNodes) {
-    check(300, {node(), worker_node(41), worker_node(42), worker_node(42, 1)});
+    check({node(), worker_node(41), worker_node(42), worker_node(42, 1)});
+}
+TEST(RandomGraphs, RecordedOnAWorker) {
+    check({worker_node(43)}, 1);
 }
 
 }  // namespace
