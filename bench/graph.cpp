@@ -2,37 +2,14 @@
 // replay of a recorded one, and the same kernels called by hand; with allocations per run.
 #include <benchmark/benchmark.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 
+#include "bench/allocations.h"
 #include "graph/core/compiled_function.h"
 #include "graph/node/comp_node_env.h"
 #include "graph/opr/elementwise_operator.h"
 #include "graph/opr/shared_tensor_input.h"
 #include "kernels/elementwise.h"
-
-namespace {
-
-std::atomic<int64_t> nr_allocations{0};
-
-}  // namespace
-
-// Not inline: the compiler would see a pointer of malloc in `delete`, or the other way round.
-__attribute__((noinline)) void* operator new(size_t size) {
-    nr_allocations.fetch_add(1, std::memory_order_relaxed);
-    void* ptr = std::malloc(size);
-    if (!ptr)
-        throw std::bad_alloc();
-    return ptr;
-}
-__attribute__((noinline)) void operator delete(void* ptr) noexcept {
-    std::free(ptr);
-}
-__attribute__((noinline)) void operator delete(void* ptr, size_t) noexcept {
-    std::free(ptr);
-}
 
 namespace {
 

@@ -10,36 +10,14 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <deque>
 #include <mutex>
-#include <new>
 #include <thread>
 #include <vector>
 
+#include "bench/allocations.h"
 #include "graph/node/comp_node.h"
 #include "graph/node/comp_node_event.h"
-
-namespace {
-
-std::atomic<int64_t> nr_allocations{0};
-
-}  // namespace
-
-// Not inline: the compiler would see a pointer of malloc in `delete`, or the other way round.
-__attribute__((noinline)) void* operator new(size_t size) {
-    nr_allocations.fetch_add(1, std::memory_order_relaxed);
-    void* ptr = std::malloc(size);
-    if (!ptr)
-        throw std::bad_alloc();
-    return ptr;
-}
-__attribute__((noinline)) void operator delete(void* ptr) noexcept {
-    std::free(ptr);
-}
-__attribute__((noinline)) void operator delete(void* ptr, size_t) noexcept {
-    std::free(ptr);
-}
 
 namespace {
 
