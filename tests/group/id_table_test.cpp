@@ -74,7 +74,7 @@ TEST(IdTable, HasTheRoomThatIsAskedFor) {
 }
 
 TEST(ForEachId, PrefetchesIdsThatComeLater) {
-    for (size_t nr : {0, 1, 32, 33, 100}) {
+    for (const size_t nr : std::vector<size_t>{0, 1, 32, 33, 100}) {
         std::vector<uint64_t> ids(nr), ahead, used;
         std::iota(ids.begin(), ids.end(), uint64_t{1000});
         const auto use = [&](uint64_t id, size_t place) {
