@@ -15,10 +15,6 @@ using kern::ElementwiseMode;
 
 class Execution : public testing::Test {
 protected:
-    OutputCallback take(std::vector<float>& target) {
-        return [&target](const DeviceTensorND& value) { target = values_of<float>(value); };
-    }
-
     std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
     std::shared_ptr<DeviceTensorND> tensor = make_tensor<float>({2}, {1, 2});
     GraphVar* input = SharedTensorInput::make(*graph, tensor);
@@ -231,22 +227,6 @@ TEST_F(LateShapes, AreReadOnceWhileTheirSourceIsAlive) {
     EXPECT_EQ(run<float>(sum), (std::vector<float>{4, 5, 6}));
 }
 
-TEST_F(LateShapes, ViewsBetweenPlannedAndDynamicMemoryAreCopies) {
-    // A view that is made in the run, of planned memory that is free for others after its last
-    // reader.
-    GraphVar* planned = plus(input, two);
-    GraphVar* view = DimensionShuffle::make(planned, {-1, 0});
-    view->add_flag(var_flag::DYNAMIC_STORAGE);
-    GraphVar* other = ElementwiseOperator::make({plus(doubled, two), two}, ElementwiseMode::MUL);
-    GraphVar* both = plus(view, other);
-    EXPECT_EQ(run<float>(both), (std::vector<float>{3 + 8, 4 + 12}));
-    // A planned view of a var that is dynamic although its shape is known.
-    GraphVar* late = plus(input, doubled);
-    late->add_flag(var_flag::DYNAMIC_STORAGE);
-    EXPECT_EQ(run<float>(plus(DimensionShuffle::make(late, {-1, 0}), two)),
-              (std::vector<float>{5, 8}));
-}
-
 TEST_F(LateShapes, KeptVarsKeepTheirValue) {
     GraphVar* numbers = counted(wanted, 1);
     GraphVar* sum = plus(numbers, two);
@@ -262,24 +242,6 @@ TEST_F(LateShapes, KeptVarsKeepTheirValue) {
     const auto other = graph->compile({{second, take(result)}});
     EXPECT_FALSE(first->has_device_value());
     EXPECT_FALSE(numbers->has_device_value());
-}
-
-TEST_F(Execution, ChunksLiveAsLongAsTheirViews) {
-    GraphVar* base = ElementwiseOperator::make({input, two}, ElementwiseMode::ADD);
-    GraphVar* view = DimensionShuffle::make(base, {-1, 0});
-    GraphVar* other = ElementwiseOperator::make({doubled, two}, ElementwiseMode::ADD);
-    // In place on a view whose owner is read later, and memory of another var in between.
-    GraphVar* on_view = ElementwiseOperator::make({view, two}, ElementwiseMode::MUL);
-    GraphVar* late =
-        ElementwiseOperator::make({base, on_view, other}, ElementwiseMode::FUSE_MUL_ADD3);
-    EXPECT_EQ(run<float>(late), (std::vector<float>{3 * 6 + 4, 4 * 8 + 6}));
-}
-
-TEST_F(Execution, NodesOfOneMemoryMayReadEachOther) {
-    OperatorConfig elsewhere;
-    elsewhere.comp_nodes = {CompNode::default_cpu()};
-    GraphVar* there = ElementwiseOperator::make({input, input}, ElementwiseMode::ADD, elsewhere);
-    EXPECT_EQ(run<float>(there), (std::vector<float>{2, 4}));
 }
 
 TEST_F(Execution, AShapeSeenByADuplicateStillMakesANewPlan) {

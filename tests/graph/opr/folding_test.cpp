@@ -69,9 +69,6 @@ protected:
     size_t nr_folded() const {
         return dynamic_cast<MatrixMultiply*>(product->owner_operator())->nr_folded();
     }
-    OutputCallback take(Values& target) {
-        return [&target](const DeviceTensorND& value) { target = values_of<float>(value); };
-    }
     static GraphVar* minus(GraphVar* x, GraphVar* y) { return ElementwiseOperator::subtract(x, y); }
 
     static constexpr size_t DEPTH = 4;
