@@ -3,17 +3,21 @@
 namespace kern {
 namespace {
 
-// Whose step this thread is in.
-thread_local const CpuDispatcher* current_step = nullptr;
+// The innermost step that this thread is in.
+thread_local const DispatcherStep* current_step = nullptr;
 
 }  // namespace
 
 bool CpuDispatcher::in_step() const {
-    return current_step == this;
+    for (const DispatcherStep* step = current_step; step; step = step->m_outer) {
+        if (&step->m_dispatcher == this)
+            return true;
+    }
+    return false;
 }
 
 DispatcherStep::DispatcherStep(const CpuDispatcher& dispatcher)
-    : m_outer(std::exchange(current_step, &dispatcher)) {}
+    : m_dispatcher(dispatcher), m_outer(std::exchange(current_step, this)) {}
 
 DispatcherStep::~DispatcherStep() {
     current_step = m_outer;

@@ -58,7 +58,9 @@ public:
     DispatcherStep& operator=(const DispatcherStep&) = delete;
 
 private:
-    const CpuDispatcher* m_outer;
+    friend class CpuDispatcher;
+    const CpuDispatcher& m_dispatcher;
+    const DispatcherStep* m_outer;
 };
 
 // Runs each task at once in the calling thread, so nothing is ever left to wait for. What a task

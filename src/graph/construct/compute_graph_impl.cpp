@@ -1,5 +1,6 @@
 #include "graph/construct/compute_graph_impl.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -45,7 +46,7 @@ ComputeGraphImpl::~ComputeGraphImpl() {
 
 std::shared_ptr<void> ComputeGraphImpl::on_node_finalize() {
     auto self = weak_from_this().lock();
-    m_memory_manager.clear_device_memory();
+    m_memory_manager.release_at_exit();
     return self;
 }
 
@@ -60,6 +61,9 @@ void ComputeGraphImpl::destroy_var(GraphVar* var) {
 
 GraphOperator* ComputeGraphImpl::insert_operator(std::unique_ptr<GraphOperator> op) {
     check_not_finalized();
+    // Insertion brings shapes up to date that a worker may be reading.
+    if (m_current_function && !m_current_function->runs_inline())
+        m_current_function->wait();
     if (GraphOperator* existing = m_dedup_table.find(*op)) {
         KERN_CHECK(existing->output().size() == op->output().size());
         publish_outputs(existing, false);
@@ -207,6 +211,9 @@ void ComputeGraphImpl::apply_extra_dependencies() {
 }
 
 std::shared_ptr<ComputeGraph> ComputeGraphImpl::make_sub_graph() {
+    const auto is_gone = [](const auto& sub_graph) { return sub_graph.expired(); };
+    m_sub_graphs.erase(std::remove_if(m_sub_graphs.begin(), m_sub_graphs.end(), is_gone),
+                       m_sub_graphs.end());
     auto graph = std::make_shared<ComputeGraphImpl>(this);
     m_sub_graphs.push_back(graph);
     return graph;

@@ -106,6 +106,15 @@ bool GraphOperator::is_same(const GraphOperator& other) const {
            m_config.is_same(other.m_config) && m_equality_keys == other.m_equality_keys;
 }
 
+std::vector<CompNode> GraphOperator::comp_nodes() const {
+    std::vector<CompNode> nodes;
+    for (const GraphVar* var : m_output) {
+        if (std::find(nodes.begin(), nodes.end(), var->comp_node()) == nodes.end())
+            nodes.push_back(var->comp_node());
+    }
+    return nodes;
+}
+
 const OperatorProperties& GraphOperator::properties() const {
     return mutable_properties();
 }

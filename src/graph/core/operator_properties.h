@@ -24,6 +24,8 @@ constexpr DependencyFlags SHAPE = 8;
 // Counted for the reuse of memory; only together with DEVICE_VALUE or HOST_VALUE.
 constexpr DependencyFlags COUNTED = 32;
 
+constexpr DependencyFlags READS_VALUE = DEVICE_VALUE | HOST_VALUE;
+
 }  // namespace dependency
 
 struct OperatorProperties {

@@ -13,8 +13,7 @@ GraphFunction::GraphFunction(std::shared_ptr<ComputeGraph> graph,
       m_operators(std::move(operators)),
       m_output_vars(std::move(output_vars)) {
     for (const GraphOperator* op : m_operators) {
-        for (const GraphVar* var : op->output()) {
-            const CompNode node = var->comp_node();
+        for (CompNode node : op->comp_nodes()) {
             if (std::find(m_comp_nodes.begin(), m_comp_nodes.end(), node) != m_comp_nodes.end())
                 continue;
             m_comp_nodes.push_back(node);
@@ -108,13 +107,14 @@ bool GraphFunction::can_be_recorded() const {
 void GraphFunction::record() {
     const CompNode node = m_comp_nodes[0];
     node.sync();
-    m_recorder = node.make_recorder();
+    auto recorder = node.make_recorder();  // gives the node free if a step throws
     // Operators take the memory that they keep, which cannot be done while tasks are recorded.
-    m_recorder->begin_dry_run();
+    recorder->begin_dry_run();
     m_steps.run_here();
-    m_recorder->end_dry_run();
+    recorder->end_dry_run();
     m_steps.run_here();
-    m_recorder->stop();
+    recorder->stop();
+    m_recorder = std::move(recorder);
 }
 
 void GraphFunction::replay() {
@@ -171,9 +171,15 @@ void GraphFunction::drop_steps() {
 }
 
 void GraphFunction::retire() {
-    wait();
+    const bool was_running = m_wait_needed;
+    end_run();
+    const double seconds = last_run_time();
+    // First the steps, whose waits the vars must have forgotten before another function sets its
+    // own.
     drop_steps();
     m_operators.clear();
+    if (was_running && m_graph->options().events)
+        m_graph->events().run_finished.signal({this, seconds});
 }
 
 std::shared_ptr<void> GraphFunction::on_node_finalize() {

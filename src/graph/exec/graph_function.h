@@ -36,6 +36,7 @@ public:
     const StepList& steps() const { return m_steps; }
 
     // For the graph.
+    bool runs_inline() const { return m_runs_inline; }
     void force_replan() { m_force_replan = true; }
     // Another function of the graph takes this one's place: waits for the run and lets go of the
     // operators.

@@ -1,27 +1,10 @@
 #include "graph/exec/node_waits.h"
 
-#include <algorithm>
 #include <functional>
 
 #include "graph/core/compute_graph.h"
 
 namespace orb {
-namespace {
-
-constexpr DependencyFlags READS_VALUE = dependency::DEVICE_VALUE | dependency::HOST_VALUE;
-
-// The nodes on which the operator works, each once.
-std::vector<CompNode> nodes_of(const GraphOperator* op) {
-    std::vector<CompNode> nodes;
-    for (const GraphVar* var : op->output()) {
-        if (std::find(nodes.begin(), nodes.end(), var->comp_node()) == nodes.end())
-            nodes.push_back(var->comp_node());
-    }
-    return nodes;
-}
-
-}  // namespace
-
 bool NodeWaits::PlaceLess::operator()(const Place& a, const Place& b) const {
     const auto less = std::less<const void*>();
     if (a.first != b.first)
@@ -43,10 +26,10 @@ NodeWaits::~NodeWaits() {
 
 void NodeWaits::wait_for_inputs(GraphOperator* op) {
     const InferenceManager& inference = op->owner_graph().inference_manager();
-    for (CompNode node : nodes_of(op)) {
+    for (CompNode node : op->comp_nodes()) {
         for (const auto& [var, flags] : op->properties().dependencies) {
             // A shape that is known before the run needs no wait.
-            if ((flags & READS_VALUE) || !var->is_static_storage())
+            if ((flags & dependency::READS_VALUE) || !var->is_static_storage())
                 wait_for(var, op, node);
         }
         for (const GraphVar* output : op->output()) {
@@ -86,10 +69,10 @@ void NodeWaits::add_waits(const GraphOperator* op, StepList& steps) const {
 }
 
 void NodeWaits::add_records(const GraphOperator* op, StepList& steps) const {
-    for (CompNode node : nodes_of(op)) {
+    for (CompNode node : op->comp_nodes()) {
         const auto found = m_events.find({op, node});
         if (found != m_events.end())
-            steps.add_host_task([event = found->second.get()] { event->record(); });
+            steps.add_record(*found->second);
     }
 }
 

@@ -12,12 +12,12 @@ RunTimer::RunTimer(const std::vector<CompNode>& nodes) {
 
 void RunTimer::add_starts(StepList& steps) const {
     for (const Node& node : m_nodes)
-        steps.add_host_task([event = node.start.get()] { event->record(); });
+        steps.add_record(*node.start);
 }
 
 void RunTimer::add_ends(StepList& steps) const {
     for (const Node& node : m_nodes)
-        steps.add_host_task([event = node.end.get()] { event->record(); });
+        steps.add_record(*node.end);
 }
 
 double RunTimer::longest() const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "graph/core/exec_env.h"
+#include "graph/node/comp_node_event.h"
 
 namespace orb {
 
@@ -42,6 +43,10 @@ public:
     void begin_operator(GraphOperator* op) { m_current_operator = op; }
     void add_node_task(CompNode node, StepTask task) override;
     void add_host_task(StepTask task) override;
+    // The walk marks the event, which must outlive the list's content.
+    void add_record(CompNodeEvent& event) {
+        add_host_task([&event] { event.record(); });
+    }
     void pause() override { m_is_paused = true; }
     void resume() override { m_is_paused = false; }
     void clear();

@@ -11,6 +11,7 @@ void ChunkSharing::clear() {
     m_overwrites.clear();
     m_sources.clear();
     m_destinations.clear();
+    m_written.clear();
 }
 
 std::vector<GraphVar*> ChunkSharing::views(const MemChunk* chunk) const {

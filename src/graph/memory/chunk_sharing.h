@@ -24,6 +24,9 @@ public:
     // A var beside the chunk's owner that lives in the chunk.
     void add_view(const MemChunk* chunk, GraphVar* var) { m_views[chunk].push_back(var); }
     std::vector<GraphVar*> views(const MemChunk* chunk) const;
+    // An operator writes into the chunk of its input on purpose.
+    void mark_written(const MemChunk* chunk) { m_written.insert(chunk); }
+    bool is_written(const MemChunk* chunk) const { return m_written.count(chunk) != 0; }
     // False when either has a part in such a pair already.
     bool add_overwrite(MemChunk* src, MemChunk* dest);
     const std::vector<Overwrite>& overwrites() const { return m_overwrites; }
@@ -40,6 +43,7 @@ private:
     std::unordered_map<const MemChunk*, std::vector<GraphVar*>> m_views;
     std::vector<Overwrite> m_overwrites;
     std::unordered_set<const MemChunk*> m_sources, m_destinations;  // of overwrites
+    std::unordered_set<const MemChunk*> m_written;
 };
 
 }  // namespace orb

@@ -20,6 +20,7 @@ public:
     // The block's first byte, null when there is none.
     const uint8_t* address(const void* key) const;
     void clear() { m_blocks.clear(); }
+    bool is_busy() const { return m_busy.load(std::memory_order_acquire); }
 
     // Marks the memory as in use for the time of a run; twice stops the process.
     class BusyMark {

@@ -8,8 +8,6 @@
 namespace orb {
 namespace {
 
-constexpr DependencyFlags READS_VALUE = dependency::DEVICE_VALUE | dependency::HOST_VALUE;
-
 bool is_allocated_here(const GraphVar* var) {
     return !var->is_static_storage() && !var->has_flag(var_flag::NO_SYSTEM_ALLOC);
 }
@@ -77,7 +75,7 @@ void DynamicMemory::release_unread(GraphOperator* op) {
         return;
     for (const auto& [var, flags] : op->properties().dependencies) {
         // Whoever counts to zero is the last, on whatever node; what the others did is done.
-        if ((flags & READS_VALUE) && !var->is_static_storage() &&
+        if ((flags & dependency::READS_VALUE) && !var->is_static_storage() &&
             var->nr_readers_left.fetch_sub(1, std::memory_order_acq_rel) == 1)
             release(var);
     }

@@ -45,8 +45,9 @@ void VarMemoryManager::set_operator_sequence(const std::vector<GraphOperator*>& 
     for (GraphOperator* op : m_sequence) {
         if (auto callback = op->mem_status_changed_callback())
             m_watches.push_back({op, std::move(callback), {}});
+        for (CompNode node : op->comp_nodes())
+            nodes.insert(node.impl());
         for (GraphVar* var : op->output()) {
-            nodes.insert(var->comp_node().impl());
             (var->is_static_storage() ? m_static_vars : late_vars).push_back(var);
         }
         for (const auto& [var, flags] : op->properties().dependencies) {
@@ -251,11 +252,13 @@ bool VarMemoryManager::forward_input_readonly(GraphVar* input, GraphVar* output,
 
 bool VarMemoryManager::forward_input_forced(GraphVar* input, GraphVar* output) {
     const MemPlan& from = input->mem_plan();
-    // The memory of a constant is shared by graphs. And nothing orders this operator behind a reader
-    // on another node.
-    if (!from.chunk || m_uses.of(input).read_elsewhere || (lent_memory_of(from.chunk) &&
-                        m_inference->value_kind(from.chunk->owner) == InferKind::CONSTANT))
+    // The memory of a constant is shared by graphs. And nothing orders this operator behind a
+    // reader on another node.
+    if (!from.chunk || m_uses.of(input).read_elsewhere ||
+        (lent_memory_of(from.chunk) &&
+         m_inference->value_kind(from.chunk->owner) == InferKind::CONSTANT))
         return false;
+    m_sharing.mark_written(from.chunk);
     return forward_input_readonly(input, output, SubTensorRegion(from.layout, 0));
 }
 
@@ -302,7 +305,9 @@ bool VarMemoryManager::has_value_before(const GraphVar* var, const GraphOperator
     const MemChunk* chunk = var->mem_plan().chunk;
     if (!var->is_static_storage() || !chunk)
         return false;
-    return lent_memory_of(chunk) || m_uses.of(var).writer < m_uses.of(op->output(0)).writer;
+    // Lent memory holds its value from the start, unless an operator changes it on purpose.
+    return (lent_memory_of(chunk) && !m_sharing.is_written(chunk)) ||
+           m_uses.of(var).writer < m_uses.of(op->output(0)).writer;
 }
 
 void VarMemoryManager::adopt_tensor(GraphVar* var, const DeviceTensorND& tensor) {
@@ -328,8 +333,15 @@ void VarMemoryManager::adopt_var_memory(GraphVar* var, const GraphVar* source) {
 }
 
 void VarMemoryManager::clear_device_memory() {
+    // A graph that shares the memory must not be running.
+    const BusyMark busy(*this);
     drop_plans();
     m_memory->clear();
+}
+
+void VarMemoryManager::release_at_exit() {
+    if (!m_memory->is_busy())
+        clear_device_memory();
 }
 
 }  // namespace orb

@@ -67,6 +67,8 @@ public:
     void adopt_var_memory(GraphVar* var, const GraphVar* source);
 
     void clear_device_memory();
+    // The same, but for memory that another graph's run still uses.
+    void release_at_exit();
     void share_device_memory_with(VarMemoryManager& other) { m_memory = other.m_memory; }
     void static_memory_source(StaticMemorySource source) { m_source = std::move(source); }
 

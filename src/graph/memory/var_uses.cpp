@@ -1,17 +1,12 @@
 #include "graph/memory/var_uses.h"
 
-#include <algorithm>
-
 #include "graph/core/operator.h"
 
 namespace orb {
 namespace {
 
-constexpr DependencyFlags READS_VALUE = dependency::DEVICE_VALUE | dependency::HOST_VALUE;
-
 bool works_on(const GraphOperator* op, CompNode node) {
-    return std::all_of(op->output().begin(), op->output().end(),
-                       [node](const GraphVar* var) { return var->comp_node() == node; });
+    return op->comp_nodes() == std::vector<CompNode>{node};
 }
 
 }  // namespace
@@ -25,7 +20,7 @@ VarUses::VarUses(const std::vector<GraphOperator*>& order, const std::vector<Gra
             use.writer = use.last_reader = step;
         }
         for (const auto& [var, flags] : op->properties().dependencies) {
-            if (!(flags & READS_VALUE))
+            if (!(flags & dependency::READS_VALUE))
                 continue;
             Use& use = m_uses.at(var);
             use.last_reader = step;

@@ -22,9 +22,11 @@ bool spin_briefly(Condition&& condition) {
 
 CpuEvent::~CpuEvent() {
     // Spinning spares a sleep, as in all waits here; what counts is looked at under the mutex.
-    const uint64_t issued = m_issued;
-    spin_briefly([&] { return nr_done() >= issued; });
     std::unique_lock<std::mutex> lock(m_mutex);
+    const uint64_t issued = m_issued;
+    lock.unlock();
+    spin_briefly([&] { return nr_done() >= issued; });
+    lock.lock();
     m_changed.wait(lock, [this] { return m_issued == nr_done() && m_nr_waiters == 0; });
 }
 
@@ -100,13 +102,13 @@ void CpuEvent::wait_on_node(CompNode other) {
     if (finished())
         return;
     auto& waiting = static_cast<CpuCompNodeImpl&>(*other.impl());
-    // A recording cannot hold the wait, which counts on running once.
-    KERN_CHECK(!waiting.active_recorder());
     uint64_t count = 0;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_is_recording)
             return;
+        // A recording cannot hold the wait, which counts on running once.
+        KERN_CHECK(!waiting.active_recorder());
         count = m_issued;
         ++m_nr_waiters;
     }

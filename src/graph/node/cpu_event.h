@@ -1,6 +1,6 @@
 // Events of CPU nodes. An event owns its counters; tasks on its node, and tasks of other nodes that
-// wait for it, point at it, so its destructor waits until none of them is left. Any thread may
-// call.
+// wait for it, point at it, so its destructor waits until none of them is left. It must outlive a
+// recorder that holds marks of it. Any thread may call.
 #pragma once
 
 #include <atomic>

@@ -1,6 +1,9 @@
 #include "graph/node/task_block_list.h"
 
 #include <mutex>
+#include <new>
+
+#include "kernels/check.h"
 
 namespace orb {
 
@@ -60,7 +63,8 @@ void TaskBlockList::append_block() {
     if (block)
         m_free = block->next;
     else
-        block = new Block;
+        block = new (std::nothrow) Block;
+    KERN_CHECK(block);  // a position that was given could never be filled
     Block* tail = m_tail.load(std::memory_order_relaxed);
     block->previous = tail;
     block->next = nullptr;

@@ -122,10 +122,9 @@ void ReduceOperator::constrain_input_layouts(OperatorProperties& properties) con
 }
 
 std::vector<InferDep> ReduceOperator::inference_deps() const {
-    std::vector<InferDep> deps = {{input(0), InferDepType::SHAPE}};
     if (input().size() > 1)
-        deps.push_back({input(1), InferDepType::VALUE});
-    return deps;
+        return {{input(0), InferDepType::SHAPE}, {input(1), InferDepType::VALUE}};
+    return {{input(0), InferDepType::SHAPE}};
 }
 
 TensorShape ReduceOperator::output_shape(size_t, const std::vector<InferInput>& inputs) {

@@ -2,6 +2,7 @@
 
 #include "graph/opr/constant_tensor.h"
 #include "graph/opr/elementwise_operator.h"
+#include "graph/opr/inplace_add.h"
 #include "graph/opr/matrix_multiply.h"
 #include "tests/graph/graph_test_util.h"
 #if defined(__x86_64__)
@@ -161,6 +162,13 @@ TEST_F(Folding, NeedsTheProductOnTheLeftAndItsShape) {
     Values wide = run<float>(minus(product, input(three)));
     ASSERT_EQ(wide.size(), 3 * row.size());
     EXPECT_TRUE(std::equal(row.begin(), row.end(), wide.begin() + 21));
+    EXPECT_EQ(nr_folded(), 0u);
+}
+
+// Lent memory that an operator changes on purpose does not hold the operand from the start.
+TEST_F(Folding, WaitsForAnOperandThatIsChangedInPlace) {
+    GraphVar* changed = InplaceAdd::make(input(rows), input(rows));
+    EXPECT_EQ(run<float>(minus(product, changed)), wanted(2, 0));
     EXPECT_EQ(nr_folded(), 0u);
 }
 
