@@ -98,13 +98,15 @@ void with_type(DType dtype, Function function) {
 }
 
 // While it lives, a failed check throws instead of stopping the process.
-struct Refused {};
+struct Refused {
+    bool is_reshape = false;
+};
 class ThrowingChecks final : public kern::KernelErrorHandler {
 public:
     ThrowingChecks() { kern::set_kernel_error_handler(this); }
     ~ThrowingChecks() override { kern::set_kernel_error_handler(nullptr); }
     void on_error(const std::string&) override { throw Refused(); }
-    void on_reshape_error(const std::string&) override { throw Refused(); }
+    void on_reshape_error(const std::string&) override { throw Refused{true}; }
 };
 
 // Memory that ends at an unmapped page: a read or write behind it ends the test. Filled with 0xff,

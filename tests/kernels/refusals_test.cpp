@@ -404,5 +404,23 @@ TEST(RefusalsOfAllLevels, FormatsAndHandles) {
     EXPECT_REFUSED(kern::WorkspaceBundle(memory, {1, 64}, 64).get(2));
 }
 
+TEST(RefusedViews, AreReportedApart) {
+    const ThrowingChecks checks;
+    const TensorLayout layout({2, 3}, F32);
+    const auto kind = [](auto&& call) {
+        try {
+            call();
+        } catch (const Refused& refused) {
+            return refused.is_reshape ? "reshape" : "error";
+        }
+        return "none";
+    };
+    EXPECT_STREQ(kind([&] { layout.broadcast_to({2, 4}); }), "reshape");
+    EXPECT_STREQ(kind([&] { layout.reshape({5}); }), "reshape");
+    EXPECT_STREQ(kind([&] { layout.permuted({1, 0}).reshape({6}); }), "reshape");
+    EXPECT_STREQ(kind([&] { layout.permuted({0}); }), "error");
+    EXPECT_STREQ(kind([&] { layout.reshape({3, 2}); }), "none");
+}
+
 }  // namespace
 }  // namespace kern_test
