@@ -50,13 +50,13 @@ void GraphFunction::start_run() {
     // Cleared only after success: a plan that failed for lack of memory is made again.
     const MemoryChange change = m_graph->memory_manager().allocate_static_memory(m_force_replan);
     m_force_replan = false;
+    // A replay reads and writes the memory that was there when it was recorded.
+    if (change != MemoryChange::NONE)
+        m_recorder.reset();
     if (m_graph->options().events)
         m_graph->events().before_run.signal({this});
     if (m_needs_init)
         build_steps();
-    // A replay reads and writes the memory that was there when it was recorded.
-    if (change != MemoryChange::NONE)
-        m_recorder.reset();
     m_wait_needed = true;
     if (m_graph->options().record_level == 0 || !m_can_be_recorded) {
         m_recorder.reset();
