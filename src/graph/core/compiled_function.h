@@ -1,5 +1,6 @@
 // A compiled list of wanted vars: run any number of times, with whatever shapes and memory the
-// graph's sources have then. Used by one thread at a time.
+// graph's sources have then. Used by one thread at a time, but for `wait`: one thread may execute the
+// function while others wait for its runs.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +18,8 @@ class CompiledFunction : public NodeBoundObject {
 public:
     // Starts a run, after a running one has ended. On a node without a worker everything has
     // happened on return. What a callback or the memory source throws in this thread passes
-    // through, and the function can be run again.
+    // through, and the function can be run again. A callback or an event handler that executes the
+    // function while this one starts a run stops the process.
     virtual CompiledFunction& execute() = 0;
     // Waits for the end of the run; does nothing when there is none.
     virtual void wait() = 0;

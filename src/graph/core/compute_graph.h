@@ -5,12 +5,12 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "graph/core/events.h"
 #include "graph/core/inference_manager.h"
 #include "graph/core/operator.h"
+#include "graph/core/run_mutex.h"
 #include "graph/node/node_bound_object.h"
 #include "graph/tensor/tensor.h"
 
@@ -110,8 +110,7 @@ public:
     virtual void destroy_var(GraphVar* var) = 0;
     // The operator that is being inserted.
     virtual GraphOperator* current_operator() const = 0;
-    // Held while a run is started.
-    std::mutex& run_mutex() { return m_run_mutex; }
+    RunMutex& run_mutex() { return m_run_mutex; }
     virtual void function_destroyed(CompiledFunction* function) = 0;
 
 protected:
@@ -121,7 +120,7 @@ private:
     Options m_options;
     GraphEvents m_events;
     std::function<void()> m_clean_up_hook;
-    std::mutex m_run_mutex;
+    RunMutex m_run_mutex;
 };
 
 }  // namespace orb

@@ -1,5 +1,6 @@
 // Events that a graph gives out to whoever observes it. Handlers run on the thread that uses the
-// graph.
+// graph. Those of a run are called while it is being started or ended, so they must neither execute
+// nor compile, which stops the process.
 #pragma once
 
 #include <functional>

@@ -31,8 +31,8 @@ CompiledFunction& GraphFunction::execute() {
     check_not_finalized();
     KERN_CHECK(m_graph->current_function() == this);
     // A second thread waits here, not at the busy mark, where it would stop the process.
-    const std::lock_guard<std::mutex> run_lock(m_graph->run_mutex());
-    wait();
+    const std::lock_guard<RunMutex> run_lock(m_graph->run_mutex());
+    finish_run();
     ++m_run_count;
     m_last_run_time.reset();
     m_busy.emplace(m_graph->memory_manager());
@@ -120,10 +120,18 @@ void GraphFunction::record() {
 void GraphFunction::replay() {
     m_comp_nodes[0].sync();
     m_recorder->replay();
-    wait();
+    finish_run();
 }
 
 void GraphFunction::wait() {
+    // Looked at first: handlers of a finished run may wait for it once more.
+    if (!m_wait_needed)
+        return;
+    const std::lock_guard<RunMutex> run_lock(m_graph->run_mutex());
+    finish_run();
+}
+
+void GraphFunction::finish_run() {
     if (!m_wait_needed)
         return;
     end_run();
@@ -172,7 +180,10 @@ void GraphFunction::drop_steps() {
 
 void GraphFunction::retire() {
     const bool was_running = m_wait_needed;
-    end_run();
+    {
+        const std::lock_guard<RunMutex> run_lock(m_graph->run_mutex());
+        end_run();
+    }
     const double seconds = last_run_time();
     // First the steps, whose waits the vars must have forgotten before another function sets its
     // own.

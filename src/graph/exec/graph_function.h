@@ -2,6 +2,7 @@
 // run.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -47,6 +48,7 @@ protected:
 
 private:
     void start_run();
+    void finish_run();
     void build_steps();
     bool can_be_recorded() const;
     void record();
@@ -70,7 +72,7 @@ private:
     bool m_can_be_recorded = false;
     bool m_needs_init = true;
     bool m_force_replan = false;
-    bool m_wait_needed = false;
+    std::atomic<bool> m_wait_needed{false};  // changed under the run mutex
 };
 
 }  // namespace orb

@@ -196,6 +196,28 @@ TEST_F(Nodes, SubGraphsCountTogetherAndAreWaitedFor) {
     EXPECT_EQ(parent->var_step_info(function->output_vars()[0]).writer, 1u);
 }
 
+TEST_F(Nodes, OneThreadExecutesWhileAnotherWaits) {
+    const auto function = compile(doubled(source(tensor_on(worker, {1, 2})), worker));
+    size_t finished = 0;
+    graph->events().run_finished.connect([&](const RunFinishedEvent& run) {
+        ++finished;
+        run.function->wait();  // for nothing
+    });
+    constexpr size_t NR_RUNS = 200;
+    std::atomic<bool> done{false};
+    std::thread waiting([&] {
+        while (!done)
+            function->wait();
+    });
+    for (size_t i = 0; i < NR_RUNS; ++i)
+        function->execute();
+    function->wait();
+    done = true;
+    waiting.join();
+    EXPECT_EQ(finished, NR_RUNS);
+    EXPECT_EQ(result, (std::vector<float>{2, 4}));
+}
+
 using NodesDeathTest = Nodes;
 
 TEST_F(NodesDeathTest, MisuseStopsTheProcess) {
@@ -205,6 +227,8 @@ TEST_F(NodesDeathTest, MisuseStopsTheProcess) {
     const auto function = compile(
         copied(first, worker, [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }));
     EXPECT_DEATH((function->execute(), function->last_run_time()), "");
+    graph->events().before_run.connect([](const BeforeRunEvent& run) { run.function->execute(); });
+    EXPECT_DEATH(function->execute(), "");
 }
 
 }  // namespace
