@@ -189,6 +189,10 @@ std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(
                                                     std::move(output_vars));
     m_current_function = function.get();
     ++m_version;
+    if (options().record_level >= 2) {
+        if (auto replay = function->record_for_good())
+            return replay;
+    }
     return function;
 }
 

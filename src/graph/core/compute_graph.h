@@ -46,6 +46,9 @@ public:
         bool timing = false;  // see `CompiledFunction::last_run_time`
         // 1: a function whose operators are on one node with a worker, with static storage all,
         // is recorded in its first run; later runs replay its kernels while memory and shapes stay.
+        // 2: `compile` records it at once, with the memory and shapes that the sources have then,
+        // and returns a function that only replays and outlives the graph (ReplayFunction); the
+        // graph has no current function then. A function that cannot be recorded is a plain one.
         uint32_t record_level = 0;
         bool never_record = false;
         bool events = true;  // whether `before_run` and `run_finished` are given

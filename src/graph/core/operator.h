@@ -59,6 +59,9 @@ public:
     virtual void on_before_execute() {}
     virtual void on_after_execute() {}
     virtual void on_finish() {}
+    // The operator's tasks were recorded for good and may outlive it: it gives away what they point
+    // at beside the memory of vars, and makes or takes that anew when it is run again.
+    virtual void hand_over(std::vector<std::shared_ptr<void>>& /*kept*/) {}
     // What the memory manager calls when the memory of the outputs has changed; empty for most.
     virtual std::function<void()> mem_status_changed_callback() { return {}; }
 

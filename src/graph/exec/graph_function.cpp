@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "graph/exec/replay_function.h"
 #include "kernels/check.h"
 
 namespace orb {
@@ -66,7 +67,7 @@ void GraphFunction::start_run() {
         return;
     }
     if (!m_recorder)
-        record();
+        m_recorder = record();
     replay();
 }
 
@@ -104,7 +105,8 @@ bool GraphFunction::can_be_recorded() const {
     });
 }
 
-void GraphFunction::record() {
+// The plan is frozen meanwhile: the memory is marked busy, by a run or for a recording for good.
+std::unique_ptr<TaskRecorder> GraphFunction::record() {
     const CompNode node = m_comp_nodes[0];
     node.sync();
     auto recorder = node.make_recorder();  // gives the node free if a step throws
@@ -114,7 +116,31 @@ void GraphFunction::record() {
     recorder->end_dry_run();
     m_steps.run_here();
     recorder->stop();
-    m_recorder = std::move(recorder);
+    return recorder;
+}
+
+// What cannot be recorded still gives right results as a plain function, on every machine and node;
+// to stop would only help a caller who would rather have none.
+std::unique_ptr<CompiledFunction> GraphFunction::record_for_good() {
+    if (!can_be_recorded())
+        return nullptr;
+    const std::lock_guard<RunMutex> run_lock(m_graph->run_mutex());
+    VarMemoryManager& memory = m_graph->memory_manager();
+    const VarMemoryManager::BusyMark frozen(memory);
+    memory.allocate_static_memory(m_force_replan);
+    build_steps();
+    Recording recording;
+    recording.recorder = record();
+    recording.memory = memory.device_memory();
+    recording.timer = std::move(m_timer);
+    for (GraphOperator* op : m_operators) {
+        op->hand_over(recording.kept);
+        for (const GraphVar* var : op->output()) {
+            if (var->has_device_value())
+                recording.storages.push_back(var->device_value().storage());
+        }
+    }
+    return std::make_unique<ReplayFunction>(std::move(recording));
 }
 
 void GraphFunction::replay() {

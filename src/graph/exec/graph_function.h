@@ -39,6 +39,9 @@ public:
     // For the graph.
     bool runs_inline() const { return m_runs_inline; }
     void force_replan() { m_force_replan = true; }
+    // Records a run without any and gives what replays it, or null if the function cannot be
+    // recorded. Afterwards this function is only destroyed.
+    std::unique_ptr<CompiledFunction> record_for_good();
     // Another function of the graph takes this one's place: waits for the run and lets go of the
     // operators.
     void retire();
@@ -51,7 +54,7 @@ private:
     void finish_run();
     void build_steps();
     bool can_be_recorded() const;
-    void record();
+    std::unique_ptr<TaskRecorder> record();
     void replay();
     void end_run();
     void drop_steps();

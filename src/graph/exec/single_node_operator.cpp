@@ -105,6 +105,11 @@ const DeviceTensorND& SingleNodeOperator::input_value(size_t index) const {
     return is_copied ? m_input_copies[index] : input(index)->device_value();
 }
 
+void SingleNodeOperator::hand_over(std::vector<std::shared_ptr<void>>& kept) {
+    kept.push_back(std::make_shared<std::vector<DeviceTensorND>>(std::move(m_input_copies)));
+    m_input_copies.clear();
+}
+
 void SingleNodeOperator::release_node_resources() {
     m_input_copies.clear();
 }

@@ -39,11 +39,14 @@ public:
     // already when this operator's turn comes.
     void set_absorbed(bool yes) { m_is_absorbed = yes; }
 
+    void hand_over(std::vector<std::shared_ptr<void>>& kept) override;
+
 protected:
     using GraphOperator::GraphOperator;
 
     // The operator's own computation, on inputs and outputs that have memory. Not called when every
-    // output that carries content is empty.
+    // output that carries content is empty. What it submits to the node points at values, and
+    // otherwise only at what `hand_over` gives away.
     virtual void run_on_node() = 0;
 
     // The node of the configuration, or that of the first input; all outputs get it.

@@ -40,6 +40,8 @@ public:
         explicit BusyMark(VarMemoryManager& manager) : DeviceMemory::BusyMark(manager.m_memory) {}
     };
 
+    const std::shared_ptr<DeviceMemory>& device_memory() const { return m_memory; }
+
     // Inside a run, around an operator's computation.
     void allocate_dynamic_memory(GraphOperator* op) { m_dynamic.allocate_outputs(op); }
     // Frees dynamic vars that nobody will read any more.

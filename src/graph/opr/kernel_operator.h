@@ -55,6 +55,12 @@ private:
 
 template <typename Derived, typename Kernel, typename ParamRecord = typename Kernel::Param>
 class KernelOperator : public ParamOperator<Derived, ParamRecord, ForwardingOperator> {
+public:
+    void hand_over(std::vector<std::shared_ptr<void>>& kept) override {
+        ForwardingOperator::hand_over(kept);
+        kept.push_back(std::shared_ptr<Kernel>(std::move(m_kernel)));
+    }
+
 protected:
     using Base = ParamOperator<Derived, ParamRecord, ForwardingOperator>;
     using Base::Base;

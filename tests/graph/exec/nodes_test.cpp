@@ -92,10 +92,41 @@ TEST_F(Nodes, ARecordedRunIsReplayedWhileMemoryAndShapesStay) {
     EXPECT_GT(steps, 0u);
 }
 
+TEST_F(Nodes, AFunctionRecordedForGoodOutlivesItsGraph) {
+    const auto tensor = tensor_on(worker, {1, 2});
+    const auto other_graph = ComputeGraph::make();
+    graph->share_device_memory_with(*other_graph);
+    GraphVar* big = SharedTensorInput::make(*other_graph, tensor_on(worker, std::vector<float>(99)));
+    graph->options().record_level = 2;
+    graph->options().timing = true;
+    GraphVar* last = doubled(doubled(source(tensor), worker), worker);
+    const auto function = compile(last);
+    EXPECT_TRUE(result.empty());
+    EXPECT_EQ(graph->current_function(), nullptr);
+    std::vector<float> elsewhere;
+    for (const std::vector<float>& values : {std::vector<float>{3, 4}, {5, 6}}) {
+        fill<float>(*tensor, {2}, values);
+        function->execute();
+        EXPECT_EQ(result, (std::vector<float>{4 * values[0], 4 * values[1]}));
+        EXPECT_GT(function->last_run_time(), 0.0);
+        if (!graph)
+            break;
+        run<float>(doubled(big, worker));  // replaces the shared block by a larger one
+        graph->compile({{last, take(elsewhere)}})->execute();
+        EXPECT_EQ(elsewhere, result);
+        graph->clear_device_memory();
+        graph.reset();
+    }
+    *tensor = DeviceTensorND(worker, kern::DType::Float32());  // is never seen
+    result.clear();
+    EXPECT_EQ(function->execute().get_run_id(), 4u);
+    EXPECT_EQ(result, (std::vector<float>{20, 24}));
+}
+
 TEST_F(Nodes, WhatCannotBeRecordedRunsPlainly) {
-    graph->options().record_level = 1;
     const auto tensor = make_tensor<float>({2}, {1, 2});
     for (CompNode last : {node(), worker}) {  // inline, and two nodes
+        graph->options().record_level = last == worker ? 1 : 2;
         const auto function = compile(doubled(doubled(source(tensor), node()), last));
         for (int run = 0; run < 3; ++run) {
             result.clear();
@@ -227,6 +258,20 @@ TEST_F(NodesDeathTest, MisuseStopsTheProcess) {
     const auto function = compile(
         copied(first, worker, [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); }));
     EXPECT_DEATH((function->execute(), function->last_run_time()), "");
+    graph->options().record_level = 2;
+    const auto recorded = compile(doubled(source(tensor_on(worker, {1})), worker));
+    EXPECT_DEATH(recorded->clear_device_memory(), "");
+    const auto exit_with_a_recording = [&] {
+        static std::unique_ptr<CompiledFunction> kept;
+        kept = compile(doubled(source(tensor_on(worker, {2})), worker));
+        kept->execute();
+        std::exit(result[0] == 4 ? 17 : 1);
+    };
+    EXPECT_EXIT(exit_with_a_recording(), testing::ExitedWithCode(17), "");
+}
+
+TEST_F(NodesDeathTest, AHandlerThatExecutesTheFunctionStopsTheProcess) {
+    const auto function = compile(source(make_tensor<float>({1}, {1})));
     graph->events().before_run.connect([](const BeforeRunEvent& run) { run.function->execute(); });
     EXPECT_DEATH(function->execute(), "");
 }
