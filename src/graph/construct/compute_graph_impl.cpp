@@ -144,6 +144,21 @@ void ComputeGraphImpl::register_receivers(GraphOperator* op) {
         KERN_CHECK(m_receivers[var].empty());
 }
 
+// The same outputs, with the vars that the passes leave in the places of those asked for.
+std::vector<OutputSpec> ComputeGraphImpl::prepare_compile(std::vector<OutputSpec> outputs) {
+    std::vector<GraphVar*> vars;
+    for (const OutputSpec& spec : outputs)
+        vars.push_back(spec.var);
+    for (const GraphPass& pass : options().passes)
+        vars = pass(vars);
+    KERN_CHECK(vars.size() == outputs.size());
+    for (size_t i = 0; i < vars.size(); ++i) {
+        KERN_CHECK(vars[i] && &vars[i]->owner_graph() == this);
+        outputs[i].var = vars[i];
+    }
+    return outputs;
+}
+
 std::vector<GraphVar*> ComputeGraphImpl::attach_callbacks(const std::vector<OutputSpec>& outputs) {
     for (auto& entry : m_callback_operators)
         entry.second->clear_callbacks();
@@ -163,27 +178,28 @@ std::vector<GraphVar*> ComputeGraphImpl::attach_callbacks(const std::vector<Outp
 }
 
 std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(
-    const std::vector<OutputSpec>& outputs) {
+    const std::vector<OutputSpec>& wanted) {
     check_not_finalized();
-    KERN_CHECK(!m_compiling && !outputs.empty());
-    const Restore<bool> compiling(m_compiling, true);
-
-    std::vector<GraphVar*> kept_vars;
-    for (const OutputSpec& spec : outputs) {
+    KERN_CHECK(!m_compiling && !wanted.empty());
+    for (const OutputSpec& spec : wanted)
         KERN_CHECK(spec.var && &spec.var->owner_graph() == this);
-        if (!spec.callback)
-            kept_vars.push_back(spec.var);
-    }
+    const Restore<bool> compiling(m_compiling, true);
     // The old function's run reads what is changed from here on.
     if (m_current_function)
         std::exchange(m_current_function, nullptr)->retire();
     apply_extra_dependencies();
+    node_order_optimizer().reset();
+    const std::vector<OutputSpec> outputs = prepare_compile(wanted);
+    node_order_optimizer().apply();
+
+    std::vector<GraphVar*> output_vars, kept_vars;
+    for (const OutputSpec& spec : outputs) {
+        output_vars.push_back(spec.var);
+        if (!spec.callback)
+            kept_vars.push_back(spec.var);
+    }
     auto operators = sort_by_dependency(attach_callbacks(outputs));
     m_memory_manager.set_operator_sequence(operators, kept_vars);
-
-    std::vector<GraphVar*> output_vars;
-    for (const OutputSpec& spec : outputs)
-        output_vars.push_back(spec.var);
     fuse_steps(operators, output_vars);
     auto function = std::make_unique<GraphFunction>(shared_from_this(), std::move(operators),
                                                     std::move(output_vars));

@@ -55,6 +55,7 @@ private:
     void publish_outputs(GraphOperator* op, bool add_flag);
     void register_receivers(GraphOperator* op);
     void apply_extra_dependencies();
+    std::vector<OutputSpec> prepare_compile(std::vector<OutputSpec> outputs);
     std::vector<GraphVar*> attach_callbacks(const std::vector<OutputSpec>& outputs);
 
     struct ExtraDependency {

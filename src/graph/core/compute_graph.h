@@ -9,6 +9,7 @@
 
 #include "graph/core/events.h"
 #include "graph/core/inference_manager.h"
+#include "graph/core/node_order_optimizer.h"
 #include "graph/core/operator.h"
 #include "graph/core/run_mutex.h"
 #include "graph/node/node_bound_object.h"
@@ -27,6 +28,10 @@ struct OutputSpec {
     GraphVar* var = nullptr;
     OutputCallback callback;
 };
+
+// Rewrites what computes the wanted vars: gives the vars that stand in their places, in the same
+// order. Runs while the graph compiles and inserts what it needs.
+using GraphPass = std::function<std::vector<GraphVar*>(const std::vector<GraphVar*>&)>;
 
 // Makes storage of at least the given size on the node. May throw: then the run that asked ends
 // with the exception, and the next run plans again.
@@ -52,12 +57,16 @@ public:
         uint32_t record_level = 0;
         bool never_record = false;
         bool events = true;  // whether `before_run` and `run_finished` are given
+        // What `compile` does to the wanted vars first, in this order. A function's output vars are
+        // those that came out.
+        std::vector<GraphPass> passes;
     };
 
     static std::shared_ptr<ComputeGraph> make();
 
     Options& options() { return m_options; }
     GraphEvents& events() { return m_events; }
+    NodeOrderOptimizer& node_order_optimizer() { return m_node_order_optimizer; }
     virtual InferenceManager& inference_manager() = 0;
     virtual VarMemoryManager& memory_manager() = 0;
 
@@ -122,6 +131,7 @@ protected:
 private:
     Options m_options;
     GraphEvents m_events;
+    NodeOrderOptimizer m_node_order_optimizer;
     std::function<void()> m_clean_up_hook;
     RunMutex m_run_mutex;
 };

@@ -66,7 +66,8 @@ public:
     virtual std::function<void()> mem_status_changed_callback() { return {}; }
 
 protected:
-    friend class ComputeGraphImpl;  // takes operators into the graph
+    friend class ComputeGraphImpl;    // takes operators into the graph
+    friend class NodeOrderOptimizer;  // moves them to other nodes
 
     GraphOperator(ComputeGraph* graph, OperatorConfig config, const std::string& default_name);
 
@@ -85,7 +86,7 @@ protected:
     virtual void register_output_inference() = 0;
     virtual void on_inserted() {}
 
-    // Called by `assign_output_nodes` when the outputs have their nodes.
+    // Called by `assign_output_nodes` when the outputs have their nodes, and when they have others.
     virtual void on_output_comp_node_set() {}
     // Starts from a device value dependency on every input.
     virtual OperatorProperties make_properties() const;

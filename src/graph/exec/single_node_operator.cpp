@@ -1,6 +1,7 @@
 #include "graph/exec/single_node_operator.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "graph/core/compute_graph.h"
 #include "graph/core/exec_env.h"
@@ -29,12 +30,14 @@ void SingleNodeOperator::assign_output_nodes() {
 }
 
 void SingleNodeOperator::on_output_comp_node_set() {
-    m_comp_node = output(0)->comp_node();
+    const CompNode before = std::exchange(m_comp_node, output(0)->comp_node());
     for (GraphVar* var : output()) {
         if (var->has_flag(var_flag::VOLATILE_CONTENT))
             var->comp_node(m_comp_node);
         KERN_CHECK(var->comp_node() == m_comp_node);
     }
+    if (before.valid() && before != m_comp_node)
+        release_node_resources();
 }
 
 OperatorProperties SingleNodeOperator::make_properties() const {

@@ -227,6 +227,27 @@ TEST_F(Nodes, SubGraphsCountTogetherAndAreWaitedFor) {
     EXPECT_EQ(parent->var_step_info(function->output_vars()[0]).writer, 1u);
 }
 
+TEST_F(Nodes, OperatorsMayMoveToAnotherStream) {
+    std::thread::id before, moved, after;
+    const auto note = [](std::thread::id& id) { return [&id] { id = std::this_thread::get_id(); }; };
+    GraphVar* first = copied(source(tensor_on(worker, {1, 2})), worker, note(before));
+    GraphVar* product = ElementwiseOperator::make({first, first}, ElementwiseMode::MUL);
+    GraphVar* copy = copied(product, worker, note(moved));
+    GraphVar* last = doubled(copied(copy, worker, note(after)), worker);
+    for (int32_t stream : {0, 1, 2}) {
+        if (stream > 0) {
+            graph->node_order_optimizer().prefer_stream(copy, stream);
+            graph->node_order_optimizer().prefer_stream(product, stream);
+        }
+        const auto function = compile(last);
+        function->execute().wait();
+        EXPECT_EQ(result, (std::vector<float>{2, 8}));
+        EXPECT_EQ(copy->comp_node(), worker.with_stream(stream));
+        EXPECT_EQ(before, after);
+        EXPECT_EQ(before == moved, stream == 0);
+    }
+}
+
 TEST_F(Nodes, OneThreadExecutesWhileAnotherWaits) {
     const auto function = compile(doubled(source(tensor_on(worker, {1, 2})), worker));
     size_t finished = 0;
