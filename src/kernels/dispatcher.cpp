@@ -23,6 +23,10 @@ DispatcherStep::~DispatcherStep() {
     current_step = m_outer;
 }
 
+bool DispatcherStep::is_active() {
+    return current_step != nullptr;
+}
+
 void InlineDispatcher::dispatch(Task&& task) {
     count();
     task();

@@ -57,6 +57,9 @@ public:
     DispatcherStep(const DispatcherStep&) = delete;
     DispatcherStep& operator=(const DispatcherStep&) = delete;
 
+    // Whether the calling thread is in a step of any dispatcher.
+    static bool is_active();
+
 private:
     friend class CpuDispatcher;
     const CpuDispatcher& m_dispatcher;

@@ -30,6 +30,9 @@ public:
     void add_extra_dependency(DependencyFlags flags, GraphVar* var, GraphOperator* op) override;
     std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) override;
     CompiledFunction* current_function() const override { return m_current_function; }
+    bool has_run_under_way() const override {
+        return m_current_function && m_current_function->is_running_on_workers();
+    }
     size_t version() const override { return m_version; }
     VarStepInfo var_step_info(const GraphVar* var) const override;
     std::shared_ptr<ComputeGraph> make_sub_graph() override;

@@ -88,6 +88,8 @@ public:
     // can run, an older one must only be destroyed. An empty list stops the process.
     virtual std::unique_ptr<CompiledFunction> compile(const std::vector<OutputSpec>& outputs) = 0;
     virtual CompiledFunction* current_function() const = 0;
+    // A run has been started on workers, and nobody has waited for it yet.
+    virtual bool has_run_under_way() const = 0;
     // Counts the functions that were compiled.
     virtual size_t version() const = 0;
     // When the current function writes and reads the var; all zero for a var that it does not use.

@@ -72,9 +72,10 @@ public:
         return static_cast<uint32_t>(shape_kind(var)) | static_cast<uint32_t>(value_kind(var)) << 8;
     }
 
-    // Up to date; no result stops the process, in the `try` forms it gives none. A value that a run
-    // under way computes is waited for where the compiled order has an event for it; a value that
-    // was handed out stays as it was.
+    // Up to date; no result stops the process, in the `try` forms it gives none. What a run under
+    // way computes is waited for: by the event that the compiled order has for it, else until its
+    // node has run all that it was given. A task of a node waits for events only; its operator says
+    // what it depends on. A value that was handed out stays as it was.
     virtual kern::TensorShape shape_of_var(GraphVar* var) = 0;
     virtual std::optional<kern::TensorShape> try_shape_of_var(GraphVar* var) = 0;
     virtual HostTensorND value_of_var(GraphVar* var) = 0;

@@ -38,6 +38,7 @@ public:
 
     // For the graph.
     bool runs_inline() const { return m_runs_inline; }
+    bool is_running_on_workers() const { return !m_runs_inline && m_wait_needed; }
     void force_replan() { m_force_replan = true; }
     // Records a run without any and gives what replays it, or null if the function cannot be
     // recorded. Afterwards this function is only destroyed.

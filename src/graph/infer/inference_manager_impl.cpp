@@ -3,6 +3,7 @@
 #include "graph/core/compute_graph.h"
 #include "graph/node/comp_node_event.h"
 #include "kernels/check.h"
+#include "kernels/dispatcher.h"
 
 namespace orb {
 
@@ -130,19 +131,20 @@ HostTensorND InferenceManagerImpl::value_of_var(GraphVar* var) {
 
 // Without the lock: a node that has yet to compute a value may need a shape for that.
 void InferenceManagerImpl::wait_for_computed(const InferTag* tag) const {
-    std::vector<CompNodeEvent*> events;
+    std::vector<const GraphVar*> vars;
     {
         const Lock lock(m_mutex);
-        for (const GraphVar* var : tag->missing_inputs()) {
-            if (var->computed_event())
-                events.push_back(var->computed_event());
-        }
-        if (!tag->has_rule() && tag->var()->computed_event())
-            events.push_back(tag->var()->computed_event());
+        vars.assign(tag->missing_inputs().begin(), tag->missing_inputs().end());
+        if (!tag->has_rule())
+            vars.push_back(tag->var());
     }
-    for (CompNodeEvent* event : events) {
-        if (event->was_recorded())
+    for (const GraphVar* var : vars) {
+        CompNodeEvent* event = var->computed_event();
+        if (event && event->was_recorded())
             event->wait_on_host();
+        // A task that waited for a whole node could wait for one that waits for it.
+        else if (!kern::DispatcherStep::is_active() && m_graph->has_run_under_way())
+            var->comp_node().sync();
     }
 }
 

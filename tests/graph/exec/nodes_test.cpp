@@ -227,6 +227,21 @@ TEST_F(Nodes, SubGraphsCountTogetherAndAreWaitedFor) {
     EXPECT_EQ(parent->var_step_info(function->output_vars()[0]).writer, 1u);
 }
 
+TEST_F(Nodes, ValuesAreReadOnceTheRunHasComputedThem) {
+    const auto tensor = tensor_on(worker, {0, 0});
+    const auto slow = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
+    GraphVar* var = copied(source(tensor), worker, slow);
+    GraphVar* read_elsewhere = copied(source(tensor), worker, slow);
+    const auto function =
+        graph->compile({{var, nullptr}, {doubled(read_elsewhere, other), nullptr}});
+    for (const float x : {1.0f, 2.0f}) {
+        fill<float>(*tensor, {2}, {x, x});
+        function->execute();  // only one of the two has an event
+        for (GraphVar* wanted : {read_elsewhere, var})
+            EXPECT_EQ(graph->inference_manager().value_of_var(wanted).ptr<float>()[0], x);
+    }
+}
+
 TEST_F(Nodes, OperatorsMayMoveToAnotherStream) {
     std::thread::id before, moved, after;
     const auto note = [](std::thread::id& id) { return [&id] { id = std::this_thread::get_id(); }; };
