@@ -81,11 +81,11 @@ void GraphFunction::build_steps() {
         m_steps.add_node(node);
     if (m_timer)
         m_timer->add_starts(m_steps);
-    for (GraphOperator* op : m_operators) {
-        m_steps.begin_operator(op);
-        m_waits->add_waits(op, m_steps);
-        op->execute(m_steps);
-        m_waits->add_records(op, m_steps);
+    for (size_t i = 0; i < m_operators.size(); ++i) {
+        m_steps.begin_operator(m_operators[i]);
+        m_waits->add_waits(i, m_steps);
+        m_operators[i]->execute(m_steps);
+        m_waits->add_records(i, m_steps);
     }
     m_steps.begin_operator(nullptr);
     if (m_timer)

@@ -1,21 +1,16 @@
 #include "graph/exec/node_waits.h"
 
-#include <functional>
+#include <algorithm>
 
 #include "graph/core/compute_graph.h"
 
 namespace orb {
-bool NodeWaits::PlaceLess::operator()(const Place& a, const Place& b) const {
-    const auto less = std::less<const void*>();
-    if (a.first != b.first)
-        return less(a.first, b.first);
-    return less(a.second.impl(), b.second.impl());
-}
 
-NodeWaits::NodeWaits(const std::vector<GraphOperator*>& order) {
+NodeWaits::NodeWaits(const std::vector<GraphOperator*>& order) : m_places(order.size()) {
+    Positions positions;
     for (GraphOperator* op : order) {
-        m_positions.emplace(op, m_positions.size());
-        wait_for_inputs(op);
+        positions.emplace(op, positions.size());
+        wait_for_inputs(op, positions);
     }
 }
 
@@ -24,56 +19,65 @@ NodeWaits::~NodeWaits() {
         var->computed_event(nullptr);
 }
 
-void NodeWaits::wait_for_inputs(GraphOperator* op) {
+void NodeWaits::wait_for_inputs(GraphOperator* op, const Positions& positions) {
     const InferenceManager& inference = op->owner_graph().inference_manager();
+    const size_t reader = positions.at(op);
     for (CompNode node : op->comp_nodes()) {
         for (const auto& [var, flags] : op->properties().dependencies) {
             // A shape that is known before the run needs no wait.
             if ((flags & dependency::READS_VALUE) || !var->is_static_storage())
-                wait_for(var, op, node);
+                wait_for(var, reader, node, positions);
         }
         for (const GraphVar* output : op->output()) {
             for (GraphVar* missing : inference.missing_inputs_of_shape(output))
-                wait_for(missing, op, node);
+                wait_for(missing, reader, node, positions);
         }
     }
 }
 
-void NodeWaits::wait_for(GraphVar* var, const GraphOperator* reader, CompNode node) {
-    const GraphOperator* writer = var->owner_operator();
-    const auto position = m_positions.find(writer);
-    if (var->comp_node() == node || writer == reader || position == m_positions.end())
+void NodeWaits::wait_for(GraphVar* var, size_t reader, CompNode node, const Positions& positions) {
+    const auto writer = positions.find(var->owner_operator());
+    if (var->comp_node() == node || writer == positions.end() || writer->second == reader)
         return;
     m_vars_with_event.push_back(var);
     // Tasks of a node run in order, so one wait covers all that was done before.
-    auto& [last_position, last_event] = m_last_waits[{node.impl(), var->comp_node().impl()}];
-    if (last_event && last_position >= position->second) {
-        var->computed_event(last_event);
-        return;
+    LastWait& last = last_wait(node, var->comp_node());
+    if (!last.event || last.position < writer->second) {
+        last.position = writer->second;
+        last.event = event_behind(writer->second, var->comp_node());
+        m_places[reader].waits.push_back({last.event, node});
     }
-    auto& event = m_events[{writer, var->comp_node()}];
-    if (!event)
-        event = var->comp_node().create_event();
-    m_waits[reader].push_back({event.get(), node});
-    var->computed_event(event.get());
-    last_position = position->second;
-    last_event = event.get();
+    var->computed_event(last.event);
 }
 
-void NodeWaits::add_waits(const GraphOperator* op, StepList& steps) const {
-    const auto found = m_waits.find(op);
-    if (found == m_waits.end())
-        return;
-    for (const Wait& wait : found->second)
+CompNodeEvent* NodeWaits::event_behind(size_t position, CompNode node) {
+    auto& records = m_places[position].records;
+    const auto found = std::find_if(records.begin(), records.end(),
+                                    [node](const Record& record) { return record.node == node; });
+    if (found != records.end())
+        return found->event.get();
+    records.push_back({node.create_event(), node});
+    return records.back().event.get();
+}
+
+NodeWaits::LastWait& NodeWaits::last_wait(CompNode node, CompNode other) {
+    const auto found =
+        std::find_if(m_last_waits.begin(), m_last_waits.end(), [&](const LastWait& wait) {
+            return wait.node == node && wait.other == other;
+        });
+    if (found != m_last_waits.end())
+        return *found;
+    return m_last_waits.emplace_back(LastWait{node, other, 0, nullptr});
+}
+
+void NodeWaits::add_waits(size_t position, StepList& steps) const {
+    for (const Wait& wait : m_places[position].waits)
         steps.add_host_task([wait] { wait.event->wait_on_node(wait.node); });
 }
 
-void NodeWaits::add_records(const GraphOperator* op, StepList& steps) const {
-    for (CompNode node : op->comp_nodes()) {
-        const auto found = m_events.find({op, node});
-        if (found != m_events.end())
-            steps.add_record(*found->second);
-    }
+void NodeWaits::add_records(size_t position, StepList& steps) const {
+    for (const Record& record : m_places[position].records)
+        steps.add_record(*record.event);
 }
 
 }  // namespace orb

@@ -3,8 +3,8 @@
 // order; the events are used again in every run.
 #pragma once
 
-#include <map>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "graph/exec/step_list.h"
@@ -21,30 +21,39 @@ public:
     NodeWaits(const NodeWaits&) = delete;
     NodeWaits& operator=(const NodeWaits&) = delete;
 
-    // Adds the waits that the operator's tasks need, ahead of them.
-    void add_waits(const GraphOperator* op, StepList& steps) const;
+    // Adds the waits that the tasks of the operator at this position need, ahead of them.
+    void add_waits(size_t position, StepList& steps) const;
     // Adds the records that other operators wait for, behind the operator's tasks.
-    void add_records(const GraphOperator* op, StepList& steps) const;
+    void add_records(size_t position, StepList& steps) const;
 
 private:
     struct Wait {
         CompNodeEvent* event;
         CompNode node;  // that waits
     };
-    using Place = std::pair<const GraphOperator*, CompNode>;  // an operator's end on a node
-    struct PlaceLess {
-        bool operator()(const Place& a, const Place& b) const;
+    struct Record {
+        std::unique_ptr<CompNodeEvent> event;
+        CompNode node;
     };
+    struct Place {
+        std::vector<Wait> waits;
+        std::vector<Record> records;
+    };
+    struct LastWait {  // of one node for another
+        CompNode node, other;
+        size_t position;  // of the operator that was waited for
+        CompNodeEvent* event;
+    };
+    using Positions = std::unordered_map<const GraphOperator*, size_t>;
 
-    void wait_for_inputs(GraphOperator* op);
-    void wait_for(GraphVar* var, const GraphOperator* reader, CompNode node);
+    void wait_for_inputs(GraphOperator* op, const Positions& positions);
+    void wait_for(GraphVar* var, size_t reader, CompNode node, const Positions& positions);
+    CompNodeEvent* event_behind(size_t position, CompNode node);
+    LastWait& last_wait(CompNode node, CompNode other);
 
-    std::map<const GraphOperator*, size_t> m_positions;
-    std::map<Place, std::unique_ptr<CompNodeEvent>, PlaceLess> m_events;
-    std::map<const GraphOperator*, std::vector<Wait>> m_waits;
+    std::vector<Place> m_places;  // by position in the order
     std::vector<GraphVar*> m_vars_with_event;
-    // The last wait of one node for another: the position in the order, and its event.
-    std::map<std::pair<const void*, const void*>, std::pair<size_t, CompNodeEvent*>> m_last_waits;
+    std::vector<LastWait> m_last_waits;  // few: one for each pair of nodes
 };
 
 }  // namespace orb
