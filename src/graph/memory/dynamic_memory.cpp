@@ -63,7 +63,7 @@ bool DynamicMemory::take_over(GraphVar* input, GraphVar* output) const {
         input->nr_readers_left.load(std::memory_order_acquire) == 1 && !m_uses.of(input).kept;
     if (!is_only_reader || from.chunk != &from.own_chunk || from.chunk->nr_plans != 1 ||
         to.chunk != &to.own_chunk || from.chunk->status != MemChunk::Status::STORAGE ||
-        from.chunk->storage.use_count() != OWN_HOLDERS)
+        !from.chunk->storage.has_owners(OWN_HOLDERS))
         return false;
     to.own_chunk.storage = from.chunk->storage;
     to.own_chunk.status = MemChunk::Status::STORAGE;

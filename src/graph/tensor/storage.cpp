@@ -128,6 +128,17 @@ TensorStorage<Trait> TensorStorage<Trait>::shifted(ptrdiff_t distance) const {
 }
 
 template <typename Trait>
+bool TensorStorage<Trait>::has_owners(long count) const {
+    std::shared_ptr<uint8_t> probe = m_ref;
+    if (probe.use_count() != count + 1)
+        return false;
+    // The count alone is read relaxed, which orders nothing. Giving up an owner changes the same
+    // counter, and acquires what those who have left it released.
+    probe.reset();
+    return true;
+}
+
+template <typename Trait>
 void TensorStorage<Trait>::reset(CompNode node, size_t size, std::shared_ptr<uint8_t> memory) {
     KERN_CHECK(m_allow_realloc && node.valid());
     m_comp_node = node;

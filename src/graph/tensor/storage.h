@@ -66,8 +66,11 @@ public:
                      TensorStorage<DeviceTensorStorageTrait>>
     proxy_to_default_cpu() const;
 
-    // Owners of the allocation.
+    // Owners of the allocation; orders nothing.
     long use_count() const { return m_ref.use_count(); }
+    // Whether the allocation has so many owners; if so, whatever former owners did with it on other
+    // threads is done and seen here.
+    bool has_owners(long count) const;
 
 private:
     template <typename>
