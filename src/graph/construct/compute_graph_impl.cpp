@@ -67,18 +67,12 @@ GraphOperator* ComputeGraphImpl::insert_operator(std::unique_ptr<GraphOperator> 
     if (GraphOperator* existing = m_dedup_table.find(*op)) {
         KERN_CHECK(existing->output().size() == op->output().size());
         publish_outputs(existing, false);
-        drop_duplicate(std::move(op));
+        forget_outputs(*op);
+        op.reset();
         events().operator_inserted.signal({existing, true});
         return existing;
     }
     return insert_new(std::move(op));
-}
-
-void ComputeGraphImpl::drop_duplicate(std::unique_ptr<GraphOperator> op) {
-    for (GraphVar* var : op->output()) {
-        m_inference_manager.remove_var(var);
-        m_receivers.erase(var);
-    }
 }
 
 GraphOperator* ComputeGraphImpl::insert_new(std::unique_ptr<GraphOperator> owned) {
@@ -86,6 +80,17 @@ GraphOperator* ComputeGraphImpl::insert_new(std::unique_ptr<GraphOperator> owned
     KERN_CHECK(!op->m_inserted && !op->output().empty());
     m_operators.push_back(std::move(owned));
     op->m_inserted = true;
+    try {
+        complete(op);
+    } catch (...) {
+        undo_insertion(op);
+        throw;
+    }
+    events().operator_inserted.signal({op, false});
+    return op;
+}
+
+void ComputeGraphImpl::complete(GraphOperator* op) {
     op->assign_output_dtype();
     op->assign_output_nodes();
     op->assign_output_format();
@@ -100,9 +105,29 @@ GraphOperator* ComputeGraphImpl::insert_new(std::unique_ptr<GraphOperator> owned
 
     publish_outputs(op, true);
     register_receivers(op);
-    events().operator_inserted.signal({op, false});
     m_dedup_table.insert(op);
-    return op;
+}
+
+// Wherever `complete` has stopped: nobody reads the outputs yet.
+void ComputeGraphImpl::undo_insertion(GraphOperator* op) {
+    forget_outputs(*op);
+    for (GraphVar* var : op->input()) {
+        auto& receivers = m_receivers.at(var);
+        receivers.erase(std::remove(receivers.begin(), receivers.end(), op), receivers.end());
+        for (const GraphVar* output : op->output())
+            var->stop_leading(output);
+    }
+    const auto owner = std::find_if(m_operators.rbegin(), m_operators.rend(),
+                                    [op](const auto& entry) { return entry.get() == op; });
+    m_operators.erase(std::next(owner).base());
+}
+
+void ComputeGraphImpl::forget_outputs(const GraphOperator& op) {
+    for (GraphVar* var : op.output()) {
+        m_inference_manager.remove_var(var);
+        m_receivers.erase(var);
+        m_vars_by_id.erase(var->id());
+    }
 }
 
 void ComputeGraphImpl::publish_outputs(GraphOperator* op, bool add_flag) {
@@ -140,8 +165,10 @@ void ComputeGraphImpl::register_receivers(GraphOperator* op) {
         if (receivers.empty() || receivers.back() != op)
             receivers.push_back(op);
     }
-    for (const GraphVar* var : op->output())
+    for (GraphVar* var : op->output()) {
         KERN_CHECK(m_receivers[var].empty());
+        m_vars_by_id[var->id()] = var;
+    }
 }
 
 // The same outputs, with the vars that the passes leave in the places of those asked for.
@@ -257,12 +284,8 @@ void ComputeGraphImpl::function_destroyed(CompiledFunction* function) {
 }
 
 GraphVar* ComputeGraphImpl::find_var_by_id(size_t id) const {
-    for (const auto& op : m_operators) {
-        for (GraphVar* var : op->output()) {
-            if (var->id() == id)
-                return var;
-        }
-    }
+    if (const auto found = m_vars_by_id.find(id); found != m_vars_by_id.end())
+        return found->second;
     for (const auto& sub_graph : m_sub_graphs) {
         const auto graph = sub_graph.lock();
         if (GraphVar* var = graph ? graph->find_var_by_id(id) : nullptr)

@@ -54,7 +54,9 @@ protected:
 
 private:
     GraphOperator* insert_new(std::unique_ptr<GraphOperator> op);
-    void drop_duplicate(std::unique_ptr<GraphOperator> op);
+    void complete(GraphOperator* op);
+    void undo_insertion(GraphOperator* op);
+    void forget_outputs(const GraphOperator& op);
     void publish_outputs(GraphOperator* op, bool add_flag);
     void register_receivers(GraphOperator* op);
     void apply_extra_dependencies();
@@ -72,6 +74,7 @@ private:
     ChunkPool m_var_pool;
     std::vector<std::unique_ptr<GraphOperator>> m_operators;
     std::unordered_map<const GraphVar*, std::vector<GraphOperator*>> m_receivers;
+    std::unordered_map<size_t, GraphVar*> m_vars_by_id;  // of inserted operators
     std::unordered_map<GraphVar*, CallbackOperator*> m_callback_operators;
     OperatorDedupTable m_dedup_table;
     std::vector<ExtraDependency> m_extra_dependencies;

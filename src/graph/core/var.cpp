@@ -1,5 +1,7 @@
 #include "graph/core/var.h"
 
+#include <algorithm>
+
 #include "graph/core/compute_graph.h"
 #include "graph/core/operator.h"
 #include "kernels/check.h"
@@ -52,6 +54,11 @@ void GraphVar::lead_storage_of(GraphVar* follower) {
     if (m_flags & (var_flag::NO_SYSTEM_ALLOC | var_flag::DYNAMIC_STORAGE))
         follower->add_flag(var_flag::DYNAMIC_STORAGE);
     m_dynamic_chain.push_back(follower);
+}
+
+void GraphVar::stop_leading(const GraphVar* follower) {
+    m_dynamic_chain.erase(std::remove(m_dynamic_chain.begin(), m_dynamic_chain.end(), follower),
+                          m_dynamic_chain.end());
 }
 
 bool GraphVar::is_static_storage() const {

@@ -79,6 +79,8 @@ public:
     // The follower is dynamic whenever this var is. At least one of the two is not in the graph
     // yet: links are made while an operator is inserted.
     void lead_storage_of(GraphVar* follower);
+    // The follower is about to go, with its insertion.
+    void stop_leading(const GraphVar* follower);
 
     // Readers of a dynamic var's value that have not run yet in this run; they may run on several
     // nodes.

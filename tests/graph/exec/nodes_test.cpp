@@ -242,6 +242,26 @@ TEST_F(Nodes, ValuesAreReadOnceTheRunHasComputedThem) {
     }
 }
 
+TEST_F(Nodes, APausedWalkGivesNoTaskToAnyNode) {
+    StepList steps;
+    std::atomic<size_t> nr_calls{0};
+    for (CompNode on : {node(), worker}) {
+        steps.add_node(on);
+        steps.add_node_task(on, [&] { ++nr_calls; });
+    }
+    const auto calls_of_a_walk = [&] {
+        nr_calls = 0;
+        steps.run();
+        worker.sync();
+        return nr_calls.load();
+    };
+    EXPECT_EQ(calls_of_a_walk(), 2u);
+    steps.pause();
+    EXPECT_EQ(calls_of_a_walk(), 0u);
+    steps.resume();
+    EXPECT_EQ(calls_of_a_walk(), 2u);
+}
+
 TEST_F(Nodes, OperatorsMayMoveToAnotherStream) {
     std::thread::id before, moved, after;
     const auto note = [](std::thread::id& id) { return [&id] { id = std::this_thread::get_id(); }; };
