@@ -204,8 +204,7 @@ std::vector<GraphVar*> ComputeGraphImpl::attach_callbacks(const std::vector<Outp
     return targets;
 }
 
-std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(
-    const std::vector<OutputSpec>& wanted) {
+std::unique_ptr<CompiledFunction> ComputeGraphImpl::compile(const std::vector<OutputSpec>& wanted) {
     check_not_finalized();
     KERN_CHECK(!m_compiling && !wanted.empty());
     for (const OutputSpec& spec : wanted)

@@ -1,6 +1,6 @@
 // A compiled list of wanted vars: run any number of times, with whatever shapes and memory the
-// graph's sources have then. Used by one thread at a time, but for `wait`: one thread may execute the
-// function while others wait for its runs.
+// graph's sources have then. Used by one thread at a time, but for `wait`: one thread may execute
+// the function while others wait for its runs.
 #pragma once
 
 #include <cstddef>

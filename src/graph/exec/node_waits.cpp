@@ -61,10 +61,9 @@ CompNodeEvent* NodeWaits::event_behind(size_t position, CompNode node) {
 }
 
 NodeWaits::LastWait& NodeWaits::last_wait(CompNode node, CompNode other) {
-    const auto found =
-        std::find_if(m_last_waits.begin(), m_last_waits.end(), [&](const LastWait& wait) {
-            return wait.node == node && wait.other == other;
-        });
+    const auto found = std::find_if(
+        m_last_waits.begin(), m_last_waits.end(),
+        [&](const LastWait& wait) { return wait.node == node && wait.other == other; });
     if (found != m_last_waits.end())
         return *found;
     return m_last_waits.emplace_back(LastWait{node, other, 0, nullptr});

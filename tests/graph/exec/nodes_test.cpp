@@ -96,7 +96,8 @@ TEST_F(Nodes, AFunctionRecordedForGoodOutlivesItsGraph) {
     const auto tensor = tensor_on(worker, {1, 2});
     const auto other_graph = ComputeGraph::make();
     graph->share_device_memory_with(*other_graph);
-    GraphVar* big = SharedTensorInput::make(*other_graph, tensor_on(worker, std::vector<float>(99)));
+    GraphVar* big =
+        SharedTensorInput::make(*other_graph, tensor_on(worker, std::vector<float>(99)));
     graph->options().record_level = 2;
     graph->options().timing = true;
     GraphVar* last = doubled(doubled(source(tensor), worker), worker);
@@ -264,7 +265,9 @@ TEST_F(Nodes, APausedWalkGivesNoTaskToAnyNode) {
 
 TEST_F(Nodes, OperatorsMayMoveToAnotherStream) {
     std::thread::id before, moved, after;
-    const auto note = [](std::thread::id& id) { return [&id] { id = std::this_thread::get_id(); }; };
+    const auto note = [](std::thread::id& id) {
+        return [&id] { id = std::this_thread::get_id(); };
+    };
     GraphVar* first = copied(source(tensor_on(worker, {1, 2})), worker, note(before));
     GraphVar* product = ElementwiseOperator::make({first, first}, ElementwiseMode::MUL);
     GraphVar* copy = copied(product, worker, note(moved));
