@@ -19,7 +19,7 @@ public:
     // Starts a run, after a running one has ended. On a node without a worker everything has
     // happened on return. What a callback or the memory source throws in this thread passes
     // through, and the function can be run again. A callback or an event handler that executes the
-    // function while this one starts a run stops the process.
+    // function, or waits for it, while this one starts a run stops the process.
     virtual CompiledFunction& execute() = 0;
     // Waits for the end of the run; does nothing when there is none.
     virtual void wait() = 0;

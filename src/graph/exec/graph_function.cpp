@@ -205,9 +205,10 @@ void GraphFunction::drop_steps() {
 }
 
 void GraphFunction::retire() {
-    const bool was_running = m_wait_needed;
+    bool was_running = false;
     {
         const std::lock_guard<RunMutex> run_lock(m_graph->run_mutex());
+        was_running = m_wait_needed;
         end_run();
     }
     const double seconds = last_run_time();

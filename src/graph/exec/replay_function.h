@@ -2,7 +2,8 @@
 // graph has made. It needs neither the graph nor its operators; it keeps the memory, constants
 // and inputs included, that these calls work on, and the kernels that they run. So inputs can be
 // changed in place only: a tensor that the graph's source is given later is never seen, nor is
-// another shape.
+// another shape. Functions whose memory it shares, such as later ones of its graph, must not run
+// at the same time: that stops the process.
 #pragma once
 
 #include <memory>
