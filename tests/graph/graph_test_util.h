@@ -92,6 +92,7 @@ public:
         orb::VarFlags flags = 0;
         bool has_output = true;
         uint64_t key = 0;
+        std::shared_ptr<void> handed_over;
     };
 
     static orb::GraphVar* make(orb::ComputeGraph& graph, const std::vector<orb::GraphVar*>& inputs,
@@ -108,6 +109,11 @@ public:
     using SingleNodeOperator::add_workspace_output;
     using SingleNodeOperator::input_value;
     using SingleNodeOperator::output_value;
+
+    void hand_over(std::vector<std::shared_ptr<void>>& kept) override {
+        SingleNodeOperator::hand_over(kept);
+        kept.push_back(std::move(m_behaviour.handed_over));
+    }
 
 protected:
     void register_output_inference() override {

@@ -112,7 +112,7 @@ void ComputeGraphImpl::complete(GraphOperator* op) {
 void ComputeGraphImpl::undo_insertion(GraphOperator* op) {
     forget_outputs(*op);
     for (GraphVar* var : op->input()) {
-        auto& receivers = m_receivers.at(var);
+        auto& receivers = m_receivers[var];
         receivers.erase(std::remove(receivers.begin(), receivers.end(), op), receivers.end());
         for (const GraphVar* output : op->output())
             var->stop_leading(output);

@@ -25,8 +25,10 @@ protected:
         return ElementwiseOperator::make({var, var}, ElementwiseMode::ADD, on_node(on));
     }
     // An operator that copies its input once `before` has returned.
-    GraphVar* copied(GraphVar* var, CompNode on, std::function<void()> before) {
+    GraphVar* copied(GraphVar* var, CompNode on, std::function<void()> before,
+                     std::shared_ptr<void> handed_over = nullptr) {
         TestOperator::Behaviour behaviour;
+        behaviour.handed_over = std::move(handed_over);
         behaviour.key = ++nr_copies;
         behaviour.node = on;
         behaviour.infer = shape_rule(InferSource::DEPENDENT, [](kern::TensorShape& shape,
@@ -100,8 +102,11 @@ TEST_F(Nodes, AFunctionRecordedForGoodOutlivesItsGraph) {
         SharedTensorInput::make(*other_graph, tensor_on(worker, std::vector<float>(99)));
     graph->options().record_level = 2;
     graph->options().timing = true;
-    GraphVar* last = doubled(doubled(source(tensor), worker), worker);
-    const auto function = compile(last);
+    auto owned = std::make_shared<int>();
+    const std::weak_ptr<int> of_the_operator = owned;
+    GraphVar* last = copied(
+        doubled(doubled(source(tensor), worker), worker), worker, [] {}, std::move(owned));
+    auto function = compile(last);
     EXPECT_TRUE(result.empty());
     EXPECT_EQ(graph->current_function(), nullptr);
     std::vector<float> elsewhere;
@@ -122,6 +127,9 @@ TEST_F(Nodes, AFunctionRecordedForGoodOutlivesItsGraph) {
     result.clear();
     EXPECT_EQ(function->execute().get_run_id(), 4u);
     EXPECT_EQ(result, (std::vector<float>{20, 24}));
+    EXPECT_FALSE(of_the_operator.expired());
+    function.reset();
+    EXPECT_TRUE(of_the_operator.expired());
 }
 
 TEST_F(Nodes, WhatCannotBeRecordedRunsPlainly) {
