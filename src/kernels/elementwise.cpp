@@ -52,6 +52,10 @@ const ModeTrait& ModeTrait::of(ElementwiseMode mode) {
     return MODE_TRAITS[number];
 }
 
+uint32_t ModeTrait::count() {
+    return NR_MODES;
+}
+
 TensorShape Elementwise::deduce_output_shape(const std::vector<TensorShape>& inputs) {
     TensorShape result;
     for (const TensorShape& input : inputs) {

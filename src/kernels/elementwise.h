@@ -26,6 +26,7 @@ struct ModeTrait {
 
     // Stops the process on a mode that does not exist.
     static const ModeTrait& of(ElementwiseMode mode);
+    static uint32_t count();  // of the modes, which are numbered from 0
 
     constexpr bool accepts(DTypeCategory category) const {
         const bool unmarked = !allow_int && !allow_float;

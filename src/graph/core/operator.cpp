@@ -106,6 +106,15 @@ bool GraphOperator::is_same(const GraphOperator& other) const {
            m_config.is_same(other.m_config) && m_equality_keys == other.m_equality_keys;
 }
 
+std::vector<GraphVar*> GraphOperator::kept_outputs() const {
+    std::vector<GraphVar*> vars;
+    for (GraphVar* var : m_output) {
+        if (!var->has_flag(var_flag::VOLATILE_CONTENT))
+            vars.push_back(var);
+    }
+    return vars;
+}
+
 std::vector<CompNode> GraphOperator::comp_nodes() const {
     std::vector<CompNode> nodes;
     for (const GraphVar* var : m_output) {

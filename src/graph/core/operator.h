@@ -38,6 +38,8 @@ public:
     const std::vector<GraphVar*>& output() const { return m_output; }
     GraphVar* input(size_t index) const { return m_input[index]; }
     GraphVar* output(size_t index) const { return m_output[index]; }
+    // Those that are not volatile.
+    std::vector<GraphVar*> kept_outputs() const;
     // The nodes of the outputs, each once.
     std::vector<CompNode> comp_nodes() const;
     const OperatorProperties& properties() const;

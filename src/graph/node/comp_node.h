@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -43,6 +44,9 @@ public:
 
         // Reads texts such as "cpu:default", "cpu2:1", "xpux"; a malformed one stops the process.
         static Locator parse(const std::string& text);
+        // For texts of strangers: nothing where `parse` would stop the process, and for numbers
+        // that do not fit, which it lets wrap.
+        static std::optional<Locator> try_parse(const std::string& text);
         std::string to_string() const;
         // The worker that executes what is asked of this logical locator.
         Locator to_physical() const;

@@ -18,7 +18,7 @@ const char* const TYPE_NAMES[] = {"xpu", "gpu", "cpu", "fpga", "opencl", "hexago
 constexpr uint32_t NR_TYPES = std::size(TYPE_NAMES);
 
 // The type that the text starts with.
-CompNode::DeviceType parse_type(const std::string& text, size_t& cursor) {
+std::optional<CompNode::DeviceType> parse_type(const std::string& text, size_t& cursor) {
     for (uint32_t number = 0; number < NR_TYPES; ++number) {
         const std::string name = TYPE_NAMES[number];
         if (text.compare(0, name.size(), name) == 0) {
@@ -26,15 +26,71 @@ CompNode::DeviceType parse_type(const std::string& text, size_t& cursor) {
             return static_cast<CompNode::DeviceType>(number);
         }
     }
-    KERN_FAIL();
+    return std::nullopt;
 }
 
-// The number at the cursor, which moves past its digits; 0 when there is none. Numbers wrap.
-int32_t parse_number(const std::string& text, size_t& cursor) {
-    uint32_t number = 0;
-    for (; cursor < text.size() && text[cursor] >= '0' && text[cursor] <= '9'; ++cursor)
-        number = number * 10 + static_cast<uint32_t>(text[cursor] - '0');
-    return static_cast<int32_t>(number);
+// A number as its lowest 32 bits, and whether it is more than that.
+struct Number {
+    int32_t value = 0;
+    bool has_wrapped = false;
+};
+
+// The number at the cursor, which moves past its digits; 0 when there is none.
+Number parse_number(const std::string& text, size_t& cursor) {
+    uint32_t low = 0;
+    bool has_wrapped = false;
+    for (; cursor < text.size() && text[cursor] >= '0' && text[cursor] <= '9'; ++cursor) {
+        const uint64_t next = uint64_t{low} * 10 + static_cast<uint32_t>(text[cursor] - '0');
+        has_wrapped |= next > INT32_MAX;
+        low = static_cast<uint32_t>(next);
+    }
+    return {static_cast<int32_t>(low), has_wrapped};
+}
+
+struct ParsedLocator {
+    Locator locator;
+    bool has_wrapped = false;
+};
+
+std::optional<ParsedLocator> parse_text(const std::string& text) {
+    ParsedLocator result;
+    Locator& locator = result.locator;
+    if (text.size() < 3)
+        return std::nullopt;
+    if (text == DEFAULT_CPU_TEXT) {
+        locator.type = CompNode::DeviceType::CPU;
+        locator.device = Locator::DEVICE_CPU_DEFAULT;
+        return result;
+    }
+    size_t cursor = 0;
+    const auto type = parse_type(text, cursor);
+    if (!type)
+        return std::nullopt;
+    locator.type = *type;
+    if (cursor == text.size()) {
+        // Only the unspecified type may be named without a device.
+        if (locator.type != CompNode::DeviceType::XPU)
+            return std::nullopt;
+        return result;
+    }
+    const auto next_number = [&] {
+        const Number number = parse_number(text, cursor);
+        result.has_wrapped |= number.has_wrapped;
+        return number.value;
+    };
+    if (text[cursor] == 'x')
+        ++cursor;
+    else
+        locator.device = next_number();
+    if (cursor == text.size())
+        return result;
+    if (text[cursor] != ':')
+        return std::nullopt;
+    const size_t digits = ++cursor;
+    locator.stream = next_number();
+    if (cursor == digits || cursor != text.size())
+        return std::nullopt;
+    return result;
 }
 
 std::string stream_text(int32_t stream) {
@@ -65,31 +121,16 @@ uint32_t type_index(CompNode::DeviceType type) {
 }  // namespace
 
 Locator Locator::parse(const std::string& text) {
-    KERN_CHECK(text.size() >= 3);
-    Locator result;
-    if (text == DEFAULT_CPU_TEXT) {
-        result.type = DeviceType::CPU;
-        result.device = DEVICE_CPU_DEFAULT;
-        return result;
-    }
-    size_t cursor = 0;
-    result.type = parse_type(text, cursor);
-    if (cursor == text.size()) {
-        // Only the unspecified type may be named without a device.
-        KERN_CHECK(result.type == DeviceType::XPU);
-        return result;
-    }
-    if (text[cursor] == 'x')
-        ++cursor;
-    else
-        result.device = parse_number(text, cursor);
-    if (cursor == text.size())
-        return result;
-    KERN_CHECK(text[cursor] == ':');
-    const size_t digits = ++cursor;
-    result.stream = parse_number(text, cursor);
-    KERN_CHECK(cursor > digits && cursor == text.size());
-    return result;
+    const auto parsed = parse_text(text);
+    KERN_CHECK(parsed);
+    return parsed->locator;
+}
+
+std::optional<Locator> Locator::try_parse(const std::string& text) {
+    const auto parsed = parse_text(text);
+    if (!parsed || parsed->has_wrapped)
+        return std::nullopt;
+    return parsed->locator;
 }
 
 std::string Locator::to_string() const {

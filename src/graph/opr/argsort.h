@@ -12,6 +12,7 @@ inline constexpr auto FIELDS<kern::Argsort::Param> = std::tuple{&kern::Argsort::
 class Argsort final : public KernelOperator<Argsort, kern::Argsort> {
 public:
     static const OperatorType TYPE;
+    static size_t nr_outputs(const Param&) { return 2; }
 
     // Float32 {rows, length}. Gives "o0"; its operator has the other.
     static GraphVar* make(GraphVar* source, const Param& param, const OperatorConfig& config = {});

@@ -10,6 +10,7 @@ class BatchedMatrixMultiply final
     : public KernelOperator<BatchedMatrixMultiply, kern::BatchedMatrixMul> {
 public:
     static const OperatorType TYPE;
+    static size_t nr_inputs(const Param&) { return 2; }
 
     // Three axes each, the first of one length; the others and the dtypes as in MatrixMultiply.
     static GraphVar* make(GraphVar* a, GraphVar* b, const Param& param,

@@ -14,6 +14,8 @@ inline constexpr auto FIELDS<kern::CondTake::Param> = std::tuple{
 class CondTake final : public KernelOperator<CondTake, kern::CondTake> {
 public:
     static const OperatorType TYPE;
+    static size_t nr_inputs(const Param&) { return 2; }
+    static size_t nr_outputs(const Param&) { return 2; }
 
     // Data and mask of one shape, the mask of plain numbers. Gives "o0".
     static GraphVar* make(GraphVar* data, GraphVar* mask, const Param& param,

@@ -22,12 +22,20 @@ DimensionShuffle::DimensionShuffle(const std::vector<GraphVar*>& inputs, const P
 
 GraphVar* DimensionShuffle::make(GraphVar* var, const std::vector<int>& pattern, size_t source_ndim,
                                  const OperatorConfig& config) {
-    KERN_CHECK(!pattern.empty() && pattern.size() <= kern::TensorShape::MAX_NDIM);
+    KERN_CHECK(!pattern.empty());
     if (source_ndim == 0)
         source_ndim = static_cast<size_t>(*std::max_element(pattern.begin(), pattern.end()) + 1);
-    for (int axis : pattern)
-        KERN_CHECK(axis == NEW_AXIS || (axis >= 0 && static_cast<size_t>(axis) < source_ndim));
-    return create({var}, {pattern, source_ndim}, config);
+    return create({var}, {static_cast<uint32_t>(source_ndim), pattern}, config);
+}
+
+bool DimensionShuffle::accepts(const Param& param) {
+    constexpr size_t MAX_NDIM = kern::TensorShape::MAX_NDIM;
+    const auto is_axis = [&param](int32_t axis) {
+        return axis == NEW_AXIS || (axis >= 0 && static_cast<uint32_t>(axis) < param.source_ndim);
+    };
+    return param.source_ndim <= MAX_NDIM && !param.pattern.empty() &&
+           param.pattern.size() <= MAX_NDIM &&
+           std::all_of(param.pattern.begin(), param.pattern.end(), is_axis);
 }
 
 kern::TensorLayout DimensionShuffle::shuffled(const kern::TensorLayout& layout) const {

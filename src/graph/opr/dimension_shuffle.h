@@ -10,17 +10,18 @@
 namespace orb {
 
 struct DimensionShuffleParam {
-    std::vector<int> pattern;
-    size_t source_ndim;
+    uint32_t source_ndim;
+    std::vector<int32_t> pattern;
 };
 template <>
 inline constexpr auto FIELDS<DimensionShuffleParam> =
-    std::tuple{&DimensionShuffleParam::pattern, &DimensionShuffleParam::source_ndim};
+    std::tuple{&DimensionShuffleParam::source_ndim, &DimensionShuffleParam::pattern};
 
 class DimensionShuffle final : public ParamOperator<DimensionShuffle, DimensionShuffleParam> {
 public:
     static const OperatorType TYPE;
     static constexpr int NEW_AXIS = -1;
+    static bool accepts(const Param& param);
 
     // Each entry of the pattern is an input axis, or NEW_AXIS for an axis of length 1; an input
     // axis that is left out must have length 1. `source_ndim` 0 means the pattern's maximum plus 1.

@@ -53,6 +53,14 @@ const OperatorCopy COPY(&ElementwiseOperator::TYPE, &ElementwiseOperator::copy);
 
 const OperatorType ElementwiseOperator::TYPE{"ElementwiseOperator"};
 
+bool ElementwiseOperator::accepts(const Param& param) {
+    return static_cast<uint32_t>(param.mode) < ModeTrait::count();
+}
+
+size_t ElementwiseOperator::nr_inputs(const Param& param) {
+    return ModeTrait::of(param.mode).arity;
+}
+
 ElementwiseOperator::ElementwiseOperator(const std::vector<GraphVar*>& inputs, const Param& param,
                                          const OperatorConfig& config)
     : KernelOperator(inputs[0]->owner_graph(), ordered(inputs, param.mode), param, config,

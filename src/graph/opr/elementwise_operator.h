@@ -15,6 +15,8 @@ inline constexpr auto FIELDS<kern::Elementwise::Param> =
 class ElementwiseOperator final : public KernelOperator<ElementwiseOperator, kern::Elementwise> {
 public:
     static const OperatorType TYPE;
+    static bool accepts(const Param& param);
+    static size_t nr_inputs(const Param& param);
 
     // The inputs are brought to their common dtype: any float beats any integer, Float32 beats
     // Float16, the wider integer beats the narrower; Float32 for integers in a mode that takes

@@ -11,6 +11,7 @@ namespace orb {
 class InplaceAdd final : public KernelOperator<InplaceAdd, kern::Elementwise, NoParam> {
 public:
     static const OperatorType TYPE;
+    static size_t nr_inputs(const Param&) { return 2; }
 
     // Of one dtype; the delta is broadcast to the destination's shape.
     static GraphVar* make(GraphVar* destination, GraphVar* delta,

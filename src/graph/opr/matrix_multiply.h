@@ -21,6 +21,7 @@ kern::DType product_dtype(const GraphVar* a, const GraphVar* b, kern::MatrixMulD
 class MatrixMultiply final : public KernelOperator<MatrixMultiply, kern::MatrixMul> {
 public:
     static const OperatorType TYPE;
+    static size_t nr_inputs(const Param&) { return 2; }
 
     static GraphVar* make(GraphVar* a, GraphVar* b, const Param& param,
                           const OperatorConfig& config = {});

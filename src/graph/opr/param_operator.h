@@ -3,6 +3,8 @@
 // and a constructor (inputs, param, config) for its friend, this base.
 #pragma once
 
+#include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -10,6 +12,7 @@
 #include "graph/core/operator_copy.h"
 #include "graph/core/param_fields.h"
 #include "graph/exec/single_node_operator.h"
+#include "kernels/check.h"
 
 namespace orb {
 
@@ -25,14 +28,24 @@ public:
     // copies and for readers of graph files. Gives the first output, maybe of an equal operator.
     static GraphVar* create(const std::vector<GraphVar*>& inputs, const Param& param,
                             const OperatorConfig& config) {
-        return Base::insert(std::unique_ptr<GraphOperator>(new Derived(inputs, param, config)));
+        return Base::insert(make_new(inputs, param, config));
+    }
+    // The same, and gives the operator that stands in the graph then.
+    static GraphOperator* insert_new(ComputeGraph& graph, const std::vector<GraphVar*>& inputs,
+                                     const Param& param, const OperatorConfig& config) {
+        return graph.insert_operator(make_new(inputs, param, config));
     }
     static GraphOperator* copy(const GraphOperator& source, ComputeGraph& graph,
                                const std::vector<GraphVar*>& inputs, const OperatorConfig& config) {
-        std::unique_ptr<GraphOperator> op(
-            new Derived(inputs, static_cast<const Derived&>(source).param(), config));
-        return graph.insert_operator(std::move(op));
+        return insert_new(graph, inputs, static_cast<const Derived&>(source).param(), config);
     }
+
+    // What follows from the parameters alone, so that it can be asked before an operator is made;
+    // hidden by classes of which something else is true. Only asked for parameters that are
+    // accepted.
+    static bool accepts(const Param&) { return true; }
+    static size_t nr_inputs(const Param&) { return 1; }
+    static size_t nr_outputs(const Param&) { return 1; }  // that are not volatile
 
 protected:
     ParamOperator(ComputeGraph& graph, const std::vector<GraphVar*>& inputs, Param param,
@@ -46,6 +59,15 @@ protected:
     }
 
 private:
+    static std::unique_ptr<GraphOperator> make_new(const std::vector<GraphVar*>& inputs,
+                                                   const Param& param,
+                                                   const OperatorConfig& config) {
+        KERN_CHECK(Derived::accepts(param) && inputs.size() == Derived::nr_inputs(param));
+        std::unique_ptr<GraphOperator> op(new Derived(inputs, param, config));
+        KERN_CHECK(op->kept_outputs().size() == Derived::nr_outputs(param));
+        return op;
+    }
+
     const Param m_param;
 };
 

@@ -84,11 +84,22 @@ const OperatorCopy COPY(&ReduceOperator::TYPE, &ReduceOperator::copy);
 
 const OperatorType ReduceOperator::TYPE{"ReduceOperator"};
 
+bool ReduceOperator::accepts(const Param& param) {
+    switch (param.data_type) {
+        case ReduceDataType::DEFAULT:
+        case ReduceDataType::FLOAT_O32:
+        case ReduceDataType::FLOAT_O16:
+        case ReduceDataType::QUINT_I8_O32:
+            return param.mode <= ReduceMode::MEAN;
+        default:
+            return false;  // no kernel
+    }
+}
+
 ReduceOperator::ReduceOperator(const std::vector<GraphVar*>& inputs, const Param& param,
                                const OperatorConfig& config)
     : KernelOperator(inputs[0]->owner_graph(), inputs, param, config,
                      "reduce" + std::to_string(static_cast<uint32_t>(param.mode))) {
-    KERN_CHECK(inputs.size() == (param.axis < 0 ? 2 : 1));
     add_outputs({output_dtype(inputs[0]->dtype(), param)});
     add_workspace();
 }

@@ -47,6 +47,8 @@ inline constexpr auto FIELDS<kern::Reduce::Param> = std::tuple{
 class ReduceOperator final : public KernelOperator<ReduceOperator, kern::Reduce> {
 public:
     static const OperatorType TYPE;
+    static bool accepts(const Param& param);
+    static size_t nr_inputs(const Param& param) { return param.axis < 0 ? 2 : 1; }
 
     // With an axis of at least 0 that axis collapses to length 1 and there is no target shape. With
     // a negative axis the target is a vector of integers. A sum over x to the power of 2

@@ -9,7 +9,7 @@ namespace {
 GraphOperator* copy(const GraphOperator& source, ComputeGraph& graph, const std::vector<GraphVar*>&,
                     const OperatorConfig& config) {
     const auto& op = static_cast<const SharedTensorInput&>(source);
-    return SharedTensorInput::make(graph, op.shared_tensor(), config)->owner_operator();
+    return SharedTensorInput::make(graph, op.shared_tensor(), config, op.role())->owner_operator();
 }
 
 const OperatorCopy COPY(&SharedTensorInput::TYPE, copy);
@@ -18,10 +18,14 @@ const OperatorCopy COPY(&SharedTensorInput::TYPE, copy);
 
 const OperatorType SharedTensorInput::TYPE{"SharedTensorInput"};
 
+SharedTensorInput::SharedTensorInput(ComputeGraph& graph, std::shared_ptr<DeviceTensorND> tensor,
+                                     const OperatorConfig& config, TensorRole role)
+    : TensorSource(graph, std::move(tensor), config, "shared"), m_role(role) {}
+
 GraphVar* SharedTensorInput::make(ComputeGraph& graph, std::shared_ptr<DeviceTensorND> tensor,
-                                  const OperatorConfig& config) {
+                                  const OperatorConfig& config, TensorRole role) {
     return insert(std::unique_ptr<GraphOperator>(
-        new SharedTensorInput(graph, std::move(tensor), config, "shared")));
+        new SharedTensorInput(graph, std::move(tensor), config, role)));
 }
 
 void SharedTensorInput::register_output_inference() {

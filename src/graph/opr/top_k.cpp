@@ -14,10 +14,18 @@ const OperatorCopy COPY(&TopK::TYPE, &TopK::copy);
 
 const OperatorType TopK::TYPE{"TopK"};
 
+bool TopK::accepts(const Param& param) {
+    return param.mode <= kern::TopK::Mode::ORDERED && param.k != 0;
+}
+
+size_t TopK::nr_outputs(const Param& param) {
+    return param.mode == kern::TopK::Mode::KTH_VALUE ? 1 : 2;
+}
+
 TopK::TopK(const std::vector<GraphVar*>& inputs, const Param& param, const OperatorConfig& config)
     : KernelOperator(inputs[0]->owner_graph(), inputs, param, config, "top_k") {
     std::vector<kern::DType> dtypes{inputs[0]->dtype()};
-    if (param.mode != kern::TopK::Mode::KTH_VALUE)
+    if (nr_outputs(param) == 2)
         dtypes.push_back(kern::DType::Int32());
     add_outputs(dtypes);
     add_workspace();

@@ -18,6 +18,8 @@ inline constexpr auto FIELDS<TopKParam> = std::tuple{&TopKParam::mode, &TopKPara
 class TopK final : public KernelOperator<TopK, kern::TopK, TopKParam> {
 public:
     static const OperatorType TYPE;
+    static bool accepts(const Param& param);
+    static size_t nr_outputs(const Param& param);
 
     // Plain numbers {rows, length}; |k| is from 1 to length. Gives "o0".
     static GraphVar* make(GraphVar* source, const Param& param, const OperatorConfig& config = {});

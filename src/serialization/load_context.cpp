@@ -1,0 +1,96 @@
+#include "serialization/load_context.h"
+
+#include <utility>
+
+namespace orb {
+
+LoadContext::LoadContext(GraphFileParser& parser, const GraphLoadConfig& config,
+                         std::shared_ptr<ComputeGraph> graph, SharedTensorTable& shared)
+    : m_parser(parser), m_config(config), m_graph(std::move(graph)), m_shared(shared) {}
+
+CompNode LoadContext::node_of(const CompNode::Locator& locator) {
+    return m_config.node_mapper ? m_config.node_mapper(locator)
+                                : CompNode::load(locator.to_physical(), locator);
+}
+
+HostTensorND LoadContext::read_host_tensor(const TensorHeader& header) {
+    HostTensorND tensor(node_of(header.node), header.layout);
+    if (header.has_value)
+        m_parser.read_value(header, header.bytes == 0 ? nullptr : tensor.raw_ptr());
+    return tensor;
+}
+
+std::shared_ptr<DeviceTensorND> LoadContext::load_tensor() {
+    const TensorHeader header = m_parser.read_tensor_header();
+    const CompNode node = node_of(header.node);
+    auto tensor = std::make_shared<DeviceTensorND>(node, header.layout);
+    if (header.has_value) {
+        const HostTensorND value = read_host_tensor(header);
+        tensor->copy_from(value);
+        node.sync();
+    }
+    note_name(header, tensor);
+    return tensor;
+}
+
+std::shared_ptr<HostTensorND> LoadContext::load_constant() {
+    const TensorHeader header = m_parser.read_tensor_header();
+    if (!header.has_value)
+        fail(GraphFileFault::VALUE);
+    return std::make_shared<HostTensorND>(read_host_tensor(header));
+}
+
+std::shared_ptr<DeviceTensorND> LoadContext::load_tensor_shared() {
+    const uint64_t index = m_parser.count_shared_tensor();
+    const TensorHeader header = m_parser.read_tensor_header();
+    if (!header.has_value)
+        fail(GraphFileFault::VALUE);
+    const CompNode node = node_of(header.node);
+    auto tensor = m_shared.find(index, node);
+    if (!tensor) {
+        tensor = read_parameter(header, node);
+        m_shared.add(index, node, tensor);
+    } else {
+        m_parser.read_value(header, nullptr);
+        // Its owner may have moved it since.
+        if (tensor->comp_node() != node) {
+            auto moved = std::make_shared<DeviceTensorND>(node, tensor->dtype());
+            moved->copy_from(*tensor);
+            node.sync();
+            tensor->comp_node().sync();
+            tensor = std::move(moved);
+        }
+    }
+    note_name(header, tensor);
+    return tensor;
+}
+
+// The default CPU node's own memory is where values are read to; the other nodes get theirs at the
+// end.
+std::shared_ptr<DeviceTensorND> LoadContext::read_parameter(const TensorHeader& header,
+                                                            CompNode node) {
+    auto tensor = std::make_shared<DeviceTensorND>(node, header.layout);
+    if (header.bytes == 0) {
+        m_parser.read_value(header, nullptr);
+    } else if (node == CompNode::default_cpu()) {
+        m_parser.read_value(header, tensor->raw_ptr());
+    } else {
+        ParameterBlock& block = m_blocks.try_emplace(node, node).first->second;
+        m_parser.read_value(header, block.add(tensor, header.layout));
+    }
+    return tensor;
+}
+
+void LoadContext::finish_parameters() {
+    for (auto& [node, block] : m_blocks)
+        block.finish();
+    m_blocks.clear();
+}
+
+void LoadContext::note_name(const TensorHeader& header,
+                            const std::shared_ptr<DeviceTensorND>& tensor) {
+    if (!header.name.empty())
+        m_tensors.emplace(header.name, tensor);
+}
+
+}  // namespace orb
