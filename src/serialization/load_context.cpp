@@ -14,7 +14,7 @@ CompNode LoadContext::node_of(const CompNode::Locator& locator) {
 }
 
 HostTensorND LoadContext::read_host_tensor(const TensorHeader& header) {
-    HostTensorND tensor(node_of(header.node), header.layout);
+    HostTensorND tensor(node_of(header.node), header.layout, header.layout.dtype);
     if (header.has_value)
         m_parser.read_value(header, header.bytes == 0 ? nullptr : tensor.raw_ptr());
     return tensor;
@@ -23,7 +23,7 @@ HostTensorND LoadContext::read_host_tensor(const TensorHeader& header) {
 std::shared_ptr<DeviceTensorND> LoadContext::load_tensor() {
     const TensorHeader header = m_parser.read_tensor_header();
     const CompNode node = node_of(header.node);
-    auto tensor = std::make_shared<DeviceTensorND>(node, header.layout);
+    auto tensor = std::make_shared<DeviceTensorND>(node, header.layout, header.layout.dtype);
     if (header.has_value) {
         const HostTensorND value = read_host_tensor(header);
         tensor->copy_from(value);
@@ -69,7 +69,7 @@ std::shared_ptr<DeviceTensorND> LoadContext::load_tensor_shared() {
 // end.
 std::shared_ptr<DeviceTensorND> LoadContext::read_parameter(const TensorHeader& header,
                                                             CompNode node) {
-    auto tensor = std::make_shared<DeviceTensorND>(node, header.layout);
+    auto tensor = std::make_shared<DeviceTensorND>(node, header.layout, header.layout.dtype);
     if (header.bytes == 0) {
         m_parser.read_value(header, nullptr);
     } else if (node == CompNode::default_cpu()) {

@@ -47,7 +47,8 @@ void NodeWaits::wait_for(GraphVar* var, size_t reader, CompNode node, const Posi
         last.event = event_behind(writer->second, var->comp_node());
         m_places[reader].waits.push_back({last.event, node});
     }
-    var->computed_event(last.event);
+    // One right behind the writer: a later one may stand behind what waits for some reader.
+    var->computed_event(event_behind(writer->second, var->comp_node()));
 }
 
 CompNodeEvent* NodeWaits::event_behind(size_t position, CompNode node) {
