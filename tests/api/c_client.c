@@ -1,6 +1,7 @@
 /* The header and the library as a C99 program sees them: layouts of the records, one round of
- * calls. */
+ * calls, and groups that live as long as the process. Usage: c_client [path of a dump]. */
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "vekfind/vekfind.h"
@@ -36,12 +37,21 @@ static int starts_with(void* context, const uint8_t* tag) {
     return tag[0] == *(const char*)context;
 }
 
-int main(void) {
-    const float rows[3][2] = {{0, 0}, {3, 4}, {6, 8}};
+/* Released by handlers of the exit, one registered before anything of the library's, one after. */
+static VEKContext older, group;
+static void release_older(void) {
+    VEK_release(older);
+}
+static void release_group(void) {
+    VEK_release(group);
+}
+
+int main(int argc, char** argv) {
+    const float rows[3][2] = {{0, -0.0f}, {3, 4}, {6, 8.1f}};
     const float queries[2][2] = {{3, 4}, {0, 0}};
     const uint8_t* row_bytes = (const uint8_t*)rows;
     const uint8_t* query_bytes = (const uint8_t*)queries;
-    const uint64_t ids[3] = {10, UINT64_C(1) << 63, 30};
+    const uint64_t ids[3] = {10, UINT64_MAX - 1, 30};
     const uint8_t tags[] = "a--b--a--";
     char letter = 'a';
     void* contexts[2] = {&letter, &letter};
@@ -52,14 +62,18 @@ int main(void) {
     const VEKFeatureGroupSearchOptions sorted = {1, 0};
     VEKFeatureGroupSearchResult result = {0, 0, scores, found};
     VEKFeatureGroupSettings settings;
-    VEKContext group;
 
+    EXPECT(atexit(release_older) == 0);
     VEK_get_version(&version);
     EXPECT(strcmp(version, "v" VEKFIND_VERSION) == 0);
     memset(&settings, 0, sizeof(settings));
     settings.feature_size = sizeof(rows[0]);
     settings.tag_size = 3;
     settings.comparison.scale = 1;
+    EXPECT(VEK_make_feature_group_context(&settings, &older) == VEK_OK);
+    EXPECT(VEK_insert_features_to_feature_group(older, row_bytes, ids, tags, 3, NULL) == VEK_OK);
+    EXPECT(VEK_search_feature_group(older, query_bytes, 2, 2, 0, NULL, NULL, NULL, &result) ==
+           VEK_OK);
     EXPECT(VEK_make_feature_group_context(&settings, &group) == VEK_OK);
     EXPECT(VEK_insert_features_to_feature_group(group, row_bytes, ids, NULL, 3, NULL) ==
            VEK_INVALID_ARGUMENT);
@@ -76,9 +90,9 @@ int main(void) {
                                     &result) == VEK_OK);
     EXPECT(found[2] == 10 && found[3] == 30);
 
-    EXPECT(VEK_delete_features_from_feature_group(group, &ids[1], 1) == VEK_OK);
-    EXPECT(VEK_delete_features_from_feature_group(group, &ids[1], 1) == VEK_ID_NOT_FOUND);
+    EXPECT(VEK_delete_features_from_feature_group(group, ids, 1) == VEK_OK);
+    EXPECT(VEK_delete_features_from_feature_group(group, ids, 1) == VEK_ID_NOT_FOUND);
     EXPECT(VEK_dump_feature_group_model_to_file(group, "/nonexistent") == VEK_UNSUPPORTED);
-    VEK_release(group);
-    return 0;
+    EXPECT(argc < 2 || VEK_dump_feature_group_to_file(group, argv[1]) == VEK_OK);
+    return atexit(release_group);
 }

@@ -1,17 +1,16 @@
 # What the Python reader makes of a file that the library has just written, and of golden ones.
 set(file ${WORK_DIR}/dumped.vek)
-execute_process(COMMAND ${EMULATOR} ${DUMP_GROUP} ${file} RESULT_VARIABLE status)
+execute_process(COMMAND ${EMULATOR} ${C_CLIENT} ${file} RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
-    message(FATAL_ERROR "dump_group: ${status}")
+    message(FATAL_ERROR "c_client: ${status}")
 endif()
 execute_process(COMMAND ${PYTHON} ${READER} ${file} OUTPUT_VARIABLE output RESULT_VARIABLE status)
 set(expected "version: 1
 feature size: 8 bytes, 2 floats
 tag size: 3 bytes
-rows: 3
-7 [1 -2.5] 616263
-18446744073709551614 [3.00000001e+38 -0] 6a6b6c
-9 [0 0.125] 676869
+rows: 2
+30 [6 8.10000038] 612d2d
+18446744073709551614 [3 4] 622d2d
 ")
 if(NOT status EQUAL 0 OR NOT output STREQUAL expected)
     message(FATAL_ERROR "status ${status}, output:\n${output}expected:\n${expected}")
