@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <set>
 
 #include "tests/group/group_test_util.h"
 #include "tests/store/file_test_util.h"
@@ -16,26 +17,6 @@ size_t nr_open_files() {
     return static_cast<size_t>(std::distance(Files("/proc/self/fd"), Files()));
 }
 
-// The group of a file, or null with the status of the refusal. No file stays open.
-struct Loaded {
-    VEKContext group = reinterpret_cast<VEKContext>(32);
-    VEKStatus status;
-
-    Loaded(const std::string& path, const VEKFeatureGroupSettings& settings) {
-        const size_t nr_open = nr_open_files();
-        status = VEK_make_feature_group_context_from_file(path.c_str(), &settings, &group);
-        EXPECT_EQ(group != nullptr, status == VEK_OK);
-        EXPECT_EQ(nr_open_files(), nr_open);
-    }
-    ~Loaded() { VEK_release(group); }
-    Loaded(const Loaded&) = delete;
-    Loaded& operator=(const Loaded&) = delete;
-};
-
-VEKStatus load_status(const std::string& path, const VEKFeatureGroupSettings& settings) {
-    return Loaded(path, settings).status;
-}
-
 std::string dumped(VEKContext group, const TempFolder& folder) {
     const size_t nr_open = nr_open_files();
     EXPECT_EQ(VEK_dump_feature_group_to_file(group, (folder / "dump").c_str()), VEK_OK);
@@ -43,10 +24,77 @@ std::string dumped(VEKContext group, const TempFolder& folder) {
     return bytes_of_file(folder / "dump");
 }
 
-VEKFeatureGroupSettings settings_of(uint32_t feature_size, uint32_t tag_size) {
-    VEKFeatureGroupSettings settings = Group::settings(1, tag_size);
-    settings.feature_size = feature_size;
+VEKFeatureGroupSettings settings_of(uint64_t feature_size, uint64_t tag_size) {
+    VEKFeatureGroupSettings settings = Group::settings(1, static_cast<uint32_t>(tag_size));
+    settings.feature_size = static_cast<uint32_t>(feature_size);
     return settings;
+}
+
+// The status of a load, which leaves no file open, and, where asked for, what the group dumps.
+VEKStatus load_status(const std::string& path, const VEKFeatureGroupSettings& settings,
+                      std::string* dump = nullptr) {
+    const size_t nr_open = nr_open_files();
+    VEKContext group = reinterpret_cast<VEKContext>(32);
+    const VEKStatus status =
+        VEK_make_feature_group_context_from_file(path.c_str(), &settings, &group);
+    EXPECT_EQ(group != nullptr, status == VEK_OK);
+    EXPECT_EQ(nr_open_files(), nr_open);
+    if (group && dump)
+        *dump = dumped(group, TempFolder());
+    VEK_release(group);
+    return status;
+}
+
+// Small files that are kept for good, made by golden/make.py: what loads today has to load tomorrow
+// and on every target.
+struct Golden {
+    const char* name;
+    uint32_t feature_size, tag_size;
+    VEKStatus status;
+    const char* dump = nullptr;  // the file that a dump of the group equals
+};
+
+constexpr Golden FILES[] = {
+    {"good-rows", 8, 1, VEK_OK, "good-rows"},
+    {"good-version0", 8, 1, VEK_OK, "good-rows"},
+    {"good-versionless", 8, 1, VEK_OK, "good-rows"},
+    {"good-high-words", 8, 1, VEK_OK, "good-rows"},
+    {"good-trailing", 8, 1, VEK_OK, "good-rows"},
+    {"good-empty", 8, 0, VEK_OK, "good-empty"},
+    {"good-odd-size", 6, 7, VEK_OK, "good-odd-size"},
+    {"good-rows", 12, 1, VEK_INVALID_SETTINGS},
+    {"good-rows", 8, 0, VEK_INVALID_SETTINGS},
+    {"bad-short", 8, 1, VEK_BROKEN_FILE},
+    {"bad-cut-header", 8, 1, VEK_BROKEN_FILE},
+    {"bad-cut-ids", 8, 1, VEK_BROKEN_FILE},
+    {"bad-cut-features", 8, 1, VEK_BROKEN_FILE},
+    {"bad-cut-tags", 8, 1, VEK_BROKEN_FILE},
+    {"bad-version2", 8, 1, VEK_UNEXPECTED_CONFIG},
+    {"bad-version-negative", 8, 1, VEK_UNEXPECTED_CONFIG},
+    {"bad-reserved", 8, 1, VEK_INVALID_SETTINGS},
+    {"bad-count", 8, 1, VEK_BROKEN_FILE},
+    {"bad-count-beyond", 8, 1, VEK_UNKNOWN_ERROR},
+    {"bad-repeated-id", 8, 1, VEK_DUPLICATED_ID},
+    {"bad-reserved-id", 8, 1, VEK_INVALID_ID},
+    {"bad-empty-with-tags", 8, 1, VEK_INVALID_ARGUMENT},
+};
+
+TEST(GroupFiles, GoldenOnesLoadOrAreRefusedAsEver) {
+    const std::string folder = VEKFIND_TEST_DIR "/golden/";
+    std::set<std::string> names;
+    for (const Golden& golden : FILES) {
+        SCOPED_TRACE(golden.name);
+        const std::string path = folder + golden.name + ".vek";
+        names.insert(path);
+        std::string dump;
+        EXPECT_EQ(load_status(path, settings_of(golden.feature_size, golden.tag_size), &dump),
+                  golden.status);
+        EXPECT_EQ(dump, golden.dump ? bytes_of_file(folder + golden.dump + ".vek") : "");
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        const bool is_group_file = entry.path().extension() == ".vek";
+        EXPECT_EQ(is_group_file, names.count(entry.path()) != 0) << entry.path();
+    }
 }
 
 // `rows` rows with content that differs.
@@ -97,9 +145,7 @@ TEST(GroupFiles, PromisesTakeNoMemory) {
         const rlim_t limit = pages * static_cast<size_t>(getpagesize()) + (100u << 20);
         const rlimit tight{limit, before.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
-        const VEKStatus status =
-            load_status(path, settings_of(static_cast<uint32_t>(file->feature_size),
-                                          static_cast<uint32_t>(file->tag_size)));
+        const VEKStatus status = load_status(path, settings_of(file->feature_size, file->tag_size));
         setrlimit(RLIMIT_AS, &before);
         EXPECT_EQ(status, VEK_BROKEN_FILE);
     }
