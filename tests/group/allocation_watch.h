@@ -24,8 +24,9 @@ public:
     size_t largest() const;
 };
 
-// Largest allocation of the runtime's own since the start of the program.
+// Largest allocation of the runtime's own since the start of the program, and its limit.
 size_t largest_of_runtime();
+constexpr size_t MOST_OF_RUNTIME = 4096;
 
 // Bytes that the library has mapped and not unmapped.
 size_t mapped();

@@ -212,6 +212,15 @@ inline std::vector<float> small_integers(size_t rows, size_t dim, unsigned seed 
     return features;
 }
 
+// For the best k rows of each query.
+inline Search make_search(size_t nr_query, size_t dim, size_t k = 1) {
+    Query query;
+    query.features = small_integers(nr_query, dim, 3);
+    query.nr_query = nr_query;
+    query.k = k;
+    return Search(query);
+}
+
 // Such rows as the bytes that a group with these settings takes.
 inline std::vector<uint8_t> feature_bytes(const VEKFeatureGroupSettings& settings, size_t rows,
                                           unsigned seed = 1) {
