@@ -8,6 +8,7 @@
 #include <array>
 #include <new>
 #include <stdexcept>
+#include <tuple>
 #include <vector>
 
 #include "tests/api/fake_group.h"
@@ -18,7 +19,8 @@ namespace {
 using Values = std::array<uintptr_t, 10>;
 
 template <typename T>
-T from_number(uintptr_t value) {
+T take(const uintptr_t*& next) {
+    const uintptr_t value = *next++;
     if constexpr (std::is_pointer_v<T>)
         return reinterpret_cast<T>(value);
     else
@@ -35,58 +37,44 @@ struct Operation {
     size_t written;                // place of the result that the frame writes; 0 for none
 };
 
-template <typename... Arguments, size_t... I>
-Operation make_operation(VEKStatus (*function)(Arguments...), std::index_sequence<I...>) {
-    Operation operation{};
-    operation.argument_count = sizeof...(Arguments);
-    operation.call = [function](const Values& values) {
-        return function(from_number<Arguments>(values[I])...);
-    };
-    return operation;
-}
-
 template <typename... Arguments>
 Operation operation(VEKStatus (*function)(Arguments...), const char* name,
                     std::vector<size_t> required, std::vector<size_t> order,
                     const char* constants = "", size_t written = 0) {
-    Operation made = make_operation(function, std::index_sequence_for<Arguments...>{});
-    made.name = name;
-    made.required = std::move(required);
-    made.required.push_back(0);
-    made.order = std::move(order);
-    made.constants = constants;
-    made.written = written;
-    return made;
+    const auto call = [function](const Values& values) {
+        const uintptr_t* next = values.data();
+        const std::tuple<Arguments...> arguments{take<Arguments>(next)...};
+        return std::apply(function, arguments);
+    };
+    required.push_back(0);
+    return {name, call, sizeof...(Arguments), required, order, constants, written};
 }
 
-const std::vector<Operation>& operations() {
-    static const std::vector<Operation> table{
-        operation(VEK_set_comparison_algorithm, "set_comparison_algorithm", {1}, {1}),
-        operation(VEK_dump_feature_group_to_file, "dump", {1}, {1}, " 0"),
-        operation(VEK_dump_feature_group_model_to_file, "dump", {1}, {1}, " 1"),
-        operation(VEK_get_feature_group_size, "size", {1}, {}, "", 1),
-        operation(VEK_get_feature_group_settings, "get_settings", {1}, {}, "", 1),
-        operation(VEK_search_feature_group, "search", {1, 8}, {1, 2, 3, 4, 6, 5, 7, 8}),
-        operation(VEK_search_feature_group_preassigned, "search_preassigned", {1, 9},
-                  {1, 2, 3, 5, 4, 6, 7, 8, 9}),
-        operation(VEK_reserve_feature_group_size, "reserve", {}, {1}),
-        operation(VEK_insert_features_to_feature_group, "insert", {1, 2}, {2, 1, 3, 4, 5}),
-        operation(VEK_get_cluster_ids, "get_cluster_ids", {1}, {1, 2, 3, 4}),
-        operation(VEK_insert_preassigned_features_to_feature_group, "insert_preassigned", {1, 2, 3},
-                  {2, 1, 3, 4, 5, 6}),
-        operation(VEK_get_feature_info_size, "get_info_size", {}, {}, "", 1),
-        operation(VEK_precompute_feature_info, "precompute_feature_info", {1}, {1, 3, 2, 4}),
-        operation(VEK_insert_with_feature_info, "insert_feature_by_info", {2}, {1, 2, 3, 4, 5}),
-        operation(VEK_train_feature_group, "train", {1}, {1, 2, 3}),
-        operation(VEK_delete_features_from_feature_group, "erase", {1}, {1, 2}),
-        operation(VEK_set_vector_increase_ratio, "set_vector_increase_ratio", {}, {1}),
-        operation(VEK_shrink_feature_group, "shrink", {}, {}),
-        operation(VEK_get_imbalance_factor, "get_imbalance_factor", {}, {1}),
-        operation(VEK_get_average_feature, "get_average_feature", {1, 4}, {1, 2, 3, 4}),
-        operation(VEK_reset_feature_group, "reset", {}, {}),
-    };
-    return table;
-}
+const std::vector<Operation> OPERATIONS{
+    operation(VEK_set_comparison_algorithm, "set_comparison_algorithm", {1}, {1}),
+    operation(VEK_dump_feature_group_to_file, "dump", {1}, {1}, " 0"),
+    operation(VEK_dump_feature_group_model_to_file, "dump", {1}, {1}, " 1"),
+    operation(VEK_get_feature_group_size, "size", {1}, {}, "", 1),
+    operation(VEK_get_feature_group_settings, "get_settings", {1}, {}, "", 1),
+    operation(VEK_search_feature_group, "search", {1, 8}, {1, 2, 3, 4, 6, 5, 7, 8}),
+    operation(VEK_search_feature_group_preassigned, "search_preassigned", {1, 9},
+              {1, 2, 3, 5, 4, 6, 7, 8, 9}),
+    operation(VEK_reserve_feature_group_size, "reserve", {}, {1}),
+    operation(VEK_insert_features_to_feature_group, "insert", {1, 2}, {2, 1, 3, 4, 5}),
+    operation(VEK_get_cluster_ids, "get_cluster_ids", {1}, {1, 2, 3, 4}),
+    operation(VEK_insert_preassigned_features_to_feature_group, "insert_preassigned", {1, 2, 3},
+              {2, 1, 3, 4, 5, 6}),
+    operation(VEK_get_feature_info_size, "get_info_size", {}, {}, "", 1),
+    operation(VEK_precompute_feature_info, "precompute_feature_info", {1}, {1, 3, 2, 4}),
+    operation(VEK_insert_with_feature_info, "insert_feature_by_info", {2}, {1, 2, 3, 4, 5}),
+    operation(VEK_train_feature_group, "train", {1}, {1, 2, 3}),
+    operation(VEK_delete_features_from_feature_group, "erase", {1}, {1, 2}),
+    operation(VEK_set_vector_increase_ratio, "set_vector_increase_ratio", {}, {1}),
+    operation(VEK_shrink_feature_group, "shrink", {}, {}),
+    operation(VEK_get_imbalance_factor, "get_imbalance_factor", {}, {1}),
+    operation(VEK_get_average_feature, "get_average_feature", {1, 4}, {1, 2, 3, 4}),
+    operation(VEK_reset_feature_group, "reset", {}, {}),
+};
 
 class CallFrame : public testing::Test {
 protected:
@@ -110,7 +98,7 @@ protected:
 };
 
 TEST_F(CallFrame, PassesArgumentsInTheOperationsOrder) {
-    for (const Operation& operation : operations()) {
+    for (const Operation& operation : OPERATIONS) {
         const Values given = values(operation);
         std::string expected = operation.name;
         for (size_t place : operation.order)
@@ -128,7 +116,7 @@ TEST_F(CallFrame, PassesArgumentsInTheOperationsOrder) {
 }
 
 TEST_F(CallFrame, ChecksExactlyTheRequiredPointers) {
-    for (const Operation& operation : operations()) {
+    for (const Operation& operation : OPERATIONS) {
         for (size_t place = 0; place < operation.argument_count; ++place) {
             const bool required =
                 std::count(operation.required.begin(), operation.required.end(), place) != 0;
@@ -149,7 +137,7 @@ TEST_F(CallFrame, TurnsExceptionsIntoStatuses) {
         {[] { throw std::bad_alloc(); }, VEK_UNKNOWN_ERROR},
         {[] { throw std::length_error("too long"); }, VEK_UNKNOWN_ERROR},
     };
-    for (const Operation& operation : operations()) {
+    for (const Operation& operation : OPERATIONS) {
         const Values given = values(operation);
         written.size = 99;
         for (const auto& [failure, status] : failures) {

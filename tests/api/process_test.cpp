@@ -22,16 +22,13 @@ TEST(Process, NamesEveryStatusAndNoOther) {
         EXPECT_STREQ(VEK_errorcode_to_string(code), "UNKNOWN ERRORCODE") << code;
 }
 
-TEST(Process, KeepsAnyLogLevel) {
+TEST(Process, KeepsAnyLogLevelAndOneVersionText) {
     int level = 0;
     VEK_get_log_level(&level);
     EXPECT_EQ(level, 2);
     VEK_set_log_level(-5);
     VEK_get_log_level(&level);
     EXPECT_EQ(level, -5);
-}
-
-TEST(Process, VersionIsOneStaticText) {
     const char *first, *second;
     VEK_get_version(&first);
     VEK_get_version(&second);

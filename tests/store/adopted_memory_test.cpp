@@ -9,46 +9,39 @@ namespace {
 
 using vek::allocate_blocks;
 
-ptrdiff_t signed_size(size_t size) {
-    return static_cast<ptrdiff_t>(size);
-}
-
 const orb::CompNode& node() {
     static const orb::CompNode cpu = orb::CompNode::load("cpu:default");
     return cpu;
 }
 
 // Small blocks, whole pages that together are large, and large ones that are not whole pages: each
-// keeps its bytes whichever of the others are freed.
+// keeps its bytes whichever of the others are freed. Blocks of pages lie beside each other.
 TEST(AdoptedMemory, BlocksAreFreedOneByOne) {
-    constexpr size_t COUNT = 5;
-    for (size_t bytes : {size_t{100}, size_t{1} << 20, (size_t{3} << 20) + 8}) {
+    constexpr size_t COUNT = 5, PAGES = size_t{1} << 20;
+    for (size_t bytes : {size_t{100}, PAGES, 3 * PAGES + 8}) {
         auto blocks = allocate_blocks(node(), bytes, COUNT);
         ASSERT_EQ(blocks.size(), COUNT);
+        // Blocks are mapped where addresses are wide.
+        const bool mapped = bytes == PAGES && sizeof(void*) >= 8;
+        const size_t alignment = mapped ? 2 * PAGES : node().memory_alignment();  // a huge page
+        const auto first = reinterpret_cast<uintptr_t>(blocks[0].get());
+        EXPECT_EQ(first % alignment, 0u);
         for (size_t i = 0; i < COUNT; ++i) {
-            EXPECT_EQ(reinterpret_cast<uintptr_t>(blocks[i].get()) % node().memory_alignment(), 0u);
+            const auto place = reinterpret_cast<uintptr_t>(blocks[i].get());
+            EXPECT_EQ(place % node().memory_alignment(), 0u);
+            EXPECT_TRUE(!mapped || place == first + i * bytes);
             std::memset(blocks[i].get(), static_cast<int>(i + 1), bytes);
         }
         for (size_t freed : {2u, 0u, 4u, 1u}) {
             blocks[freed].reset();
             for (size_t i = 0; i < COUNT; ++i) {
                 const uint8_t* block = blocks[i].get();
-                EXPECT_TRUE(!block ||
-                            std::count(block, block + bytes, i + 1) == signed_size(bytes));
+                const auto differs = [i](uint8_t byte) { return byte != i + 1; };
+                EXPECT_TRUE(!block || std::none_of(block, block + bytes, differs));
             }
         }
     }
     EXPECT_TRUE(allocate_blocks(node(), 100, 0).empty());
-}
-
-TEST(AdoptedMemory, BlocksOfPagesLieBesideEachOther) {
-    if (sizeof(void*) < 8)
-        GTEST_SKIP() << "blocks are mapped where addresses are wide";
-    constexpr size_t BYTES = size_t{1} << 20;
-    const auto blocks = allocate_blocks(node(), BYTES, 7);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(blocks[0].get()) % (2 * BYTES), 0u) << "a huge page";
-    for (size_t i = 1; i < blocks.size(); ++i)
-        EXPECT_EQ(blocks[i].get(), blocks[i - 1].get() + BYTES);
 }
 
 TEST(AdoptedMemory, WhatNoMachineHasIsRefused) {
