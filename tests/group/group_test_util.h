@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -44,8 +45,7 @@ public:
     }
     void fill(uint8_t byte) { std::fill(m_bytes.begin(), m_bytes.end(), byte); }
     bool all(uint8_t byte) const {
-        return std::find_if(m_bytes.begin(), m_bytes.end(),
-                            [byte](uint8_t b) { return b != byte; }) == m_bytes.end();
+        return std::all_of(m_bytes.begin(), m_bytes.end(), [=](uint8_t b) { return b == byte; });
     }
 
 private:
@@ -185,17 +185,11 @@ public:
     }
     VEKStatus reserve(size_t rows) const { return VEK_reserve_feature_group_size(m_context, rows); }
 
-    VEKStatus try_search(const Query& query, Found& found) const {
-        Search search(query);
-        const VEKStatus status = search(m_context);
-        EXPECT_TRUE(search.counts_set());
-        found = search.found();
-        return status;
-    }
     Found search(const Query& query) const {
-        Found found;
-        EXPECT_EQ(try_search(query, found), VEK_OK);
-        return found;
+        Search search(query);
+        EXPECT_EQ(search(m_context), VEK_OK);
+        EXPECT_TRUE(search.counts_set());
+        return search.found();
     }
 
 private:
@@ -235,7 +229,6 @@ inline std::vector<uint8_t> feature_bytes(const VEKFeatureGroupSettings& setting
 
 inline std::vector<uint64_t> running_ids(size_t count, uint64_t first = 0) {
     std::vector<uint64_t> ids(count);
-    for (size_t i = 0; i < count; ++i)
-        ids[i] = first + i;
+    std::iota(ids.begin(), ids.end(), first);
     return ids;
 }

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
+#include <unordered_set>
 
 #include "tests/group/group_test_util.h"
 #include "tests/group/heap_model.h"
@@ -22,19 +24,26 @@ public:
     bool is_int8 = false;
     std::vector<Row> rows;
 
-    bool holds(uint64_t id) const { return find(id) != rows.size(); }
+    std::unordered_set<uint64_t> ids() const {
+        std::unordered_set<uint64_t> held;
+        for (const Row& row : rows)
+            held.insert(row.id);
+        return held;
+    }
 
-    void insert(const std::vector<Row>& added, bool replace) {
+    // Rows of the same ids go first.
+    void insert(const std::vector<Row>& added) {
+        const auto held = ids();
         for (const Row& row : added) {
-            if (replace && holds(row.id))
+            if (held.count(row.id) != 0)
                 erase(row.id);
         }
         rows.insert(rows.end(), added.begin(), added.end());
     }
 
     void erase(uint64_t id) {
-        const size_t slot = find(id);
-        rows[slot] = rows.back();
+        *std::find_if(rows.begin(), rows.end(), [id](const Row& row) { return row.id == id; }) =
+            rows.back();
         rows.pop_back();
     }
 
@@ -61,17 +70,8 @@ public:
     }
 
 private:
-    size_t find(uint64_t id) const {
-        const auto at =
-            std::find_if(rows.begin(), rows.end(), [id](const Row& row) { return row.id == id; });
-        return static_cast<size_t>(at - rows.begin());
-    }
-
     static int dot(const std::vector<int>& a, const std::vector<int>& b) {
-        int sum = 0;
-        for (size_t i = 0; i < a.size(); ++i)
-            sum += a[i] * b[i];
-        return sum;
+        return std::inner_product(a.begin(), a.end(), b.begin(), 0);
     }
 
     // The armv7 level adds the products of positions k and k + 8 of each 16 in 16 bits.

@@ -41,11 +41,11 @@ Query query_of(const VEKFeatureGroupSettings& kind, size_t thread, size_t round)
     return query;
 }
 
-std::vector<uint8_t> running_tags(size_t rows) {
-    std::vector<uint8_t> tags(rows);
-    for (size_t i = 0; i < rows; ++i)
-        tags[i] = static_cast<uint8_t>(i);
-    return tags;
+VEKStatus insert_running(const Group& group, const VEKFeatureGroupSettings& kind, size_t rows,
+                         const VEKFeatureGroupInsertOptions& options = {}, uint64_t first = 0) {
+    const std::vector<uint64_t> ids = running_ids(rows, first);
+    return group.insert(ids, feature_bytes(kind, rows, static_cast<unsigned>(rows)),
+                        std::vector<uint8_t>(ids.begin(), ids.end()), options);
 }
 
 // The file of a group and the mean of some rows, with the statuses.
@@ -67,8 +67,7 @@ TEST(Threads, ManySearchAndReadOneGroup) {
     const TempFolder folder;
     for (const VEKFeatureGroupSettings& kind : KINDS) {
         const Group group(kind);
-        ASSERT_EQ(group.insert(running_ids(ROWS), feature_bytes(kind, ROWS), running_tags(ROWS)),
-                  VEK_OK);
+        ASSERT_EQ(insert_running(group, kind, ROWS), VEK_OK);
         Found expected[THREADS][ROUNDS];
         for (size_t t = 0; t < THREADS; ++t) {
             for (size_t round = 0; round < ROUNDS; ++round)
@@ -97,13 +96,12 @@ std::vector<Found> live(const VEKFeatureGroupSettings& kind, size_t thread) {
     };
     const size_t rows = 40 + 31 * thread;
     const Group group(kind);
-    const std::vector<uint8_t> features = feature_bytes(kind, rows, static_cast<unsigned>(thread));
-    EXPECT_EQ(group.insert(running_ids(rows), features, running_tags(rows)), VEK_OK);
+    EXPECT_EQ(insert_running(group, kind, rows), VEK_OK);
     search(group, 0);
     EXPECT_EQ(group.erase(running_ids(rows / 2, 3)), VEK_OK);
     EXPECT_EQ(VEK_shrink_feature_group(group.context()), VEK_OK);
     search(group, 1);
-    EXPECT_EQ(group.insert(running_ids(rows, 2), features, running_tags(rows), {0, 1}), VEK_OK);
+    EXPECT_EQ(insert_running(group, kind, rows, {0, 1}, 2), VEK_OK);
     search(group, 2);
     VEK_reset_feature_group(group.context());  // not of integers
     search(group, 3);

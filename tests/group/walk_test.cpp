@@ -7,7 +7,6 @@
 #include <cmath>
 #include <optional>
 #include <random>
-#include <unordered_set>
 
 #include "group/feature_cipher.h"
 #include "tests/group/group_test_util.h"
@@ -111,14 +110,15 @@ private:
     std::vector<uint8_t> packed(const Features& features, bool encrypted) const {
         const size_t row_bytes = m_shape.dim * (m_shape.is_int8 ? 1 : sizeof(float));
         std::vector<uint8_t> result(features.size() * row_bytes + m_shape.slack);
-        for (size_t i = 0; i < features.size(); ++i) {
-            uint8_t* row = &result[i * row_bytes];
+        uint8_t* row = result.data();
+        for (const std::vector<int>& feature : features) {
             if (m_shape.is_int8) {
-                std::copy(features[i].begin(), features[i].end(), row);
+                std::copy(feature.begin(), feature.end(), row);
             } else {
-                const std::vector<float> floats(features[i].begin(), features[i].end());
+                const std::vector<float> floats(feature.begin(), feature.end());
                 std::memcpy(row, floats.data(), row_bytes);
             }
+            row += row_bytes;
         }
         for (size_t i = 0; encrypted && i < features.size(); ++i)
             vek::feature_cipher(&result[i * row_bytes], 1, row_bytes + m_shape.slack, row_bytes);
@@ -126,19 +126,22 @@ private:
         return result;
     }
 
-    VEKStatus insert_status(const std::vector<PlainModel::Row>& rows, bool replace) const {
+    // The first id that may not be decides, and then nothing is changed. That an id of an insert is
+    // held is told after all have been looked at.
+    VEKStatus refusal(const std::vector<uint64_t>& ids, bool erasing, bool replace = true) const {
+        const auto held = m_model.ids();
         std::unordered_set<uint64_t> seen;
-        for (const PlainModel::Row& row : rows) {
-            if (row.id == VEK_INVALID_ID_VALUE)
+        size_t nr_held = 0;
+        for (uint64_t id : ids) {
+            nr_held += held.count(id);
+            if (erasing && held.count(id) == 0)
+                return VEK_ID_NOT_FOUND;
+            if (id == VEK_INVALID_ID_VALUE)
                 return VEK_INVALID_ID;
-            if (!seen.insert(row.id).second)
+            if (!seen.insert(id).second)
                 return VEK_DUPLICATED_ID;
         }
-        for (const PlainModel::Row& row : m_model.rows) {
-            if (!replace && seen.count(row.id) != 0)
-                return VEK_DUPLICATED_ID;
-        }
-        return VEK_OK;
+        return replace || nr_held == 0 ? VEK_OK : VEK_DUPLICATED_ID;
     }
 
     // Ids come from a pool of a few batches. A batch replaces those that are held or avoids them; a
@@ -150,11 +153,7 @@ private:
         Features features;
         std::vector<uint64_t> ids;
         std::vector<uint8_t> tags;
-        std::unordered_set<uint64_t> taken;
-        if (!replace) {
-            for (const PlainModel::Row& row : m_model.rows)
-                taken.insert(row.id);
-        }
+        auto taken = replace ? std::unordered_set<uint64_t>() : m_model.ids();
         const size_t nr = below(4) == 0 ? below(4) : below(m_shape.batch + 1);
         for (size_t i = 0; i < nr; ++i) {
             const uint64_t id = careless && below(100) == 0
@@ -164,33 +163,19 @@ private:
                 rows.push_back({id, feature(), {}});
         }
         for (PlainModel::Row& row : rows) {
-            for (uint32_t t = 0; t < m_shape.tag_size; ++t)
-                row.tag.push_back(static_cast<uint8_t>(below(256)));
+            row.tag.resize(m_shape.tag_size);
+            std::generate(row.tag.begin(), row.tag.end(), [this] { return below(256); });
             ids.push_back(row.id);
             features.push_back(row.feature);
             tags.insert(tags.end(), row.tag.begin(), row.tag.end());
         }
         const int32_t encrypted = static_cast<int32_t>(below(3)) - 1;
-        const VEKStatus expected = insert_status(rows, replace);
+        const VEKStatus expected = refusal(ids, false, replace);
         EXPECT_EQ(m_group->insert(ids, packed(features, encrypted != 0), tags,
                                   {encrypted, replace ? -1 : 0}),
                   expected);
         if (expected == VEK_OK)
-            m_model.insert(rows, replace);
-    }
-
-    // The first id that is not held or comes again decides, and then nothing is erased.
-    VEKStatus erase_status(const std::vector<uint64_t>& ids) const {
-        std::unordered_set<uint64_t> held, seen;
-        for (const PlainModel::Row& row : m_model.rows)
-            held.insert(row.id);
-        for (uint64_t id : ids) {
-            if (held.count(id) == 0)
-                return VEK_ID_NOT_FOUND;
-            if (!seen.insert(id).second)
-                return VEK_DUPLICATED_ID;
-        }
-        return VEK_OK;
+            m_model.insert(rows);
     }
 
     void erase() {
@@ -204,7 +189,7 @@ private:
             ids.push_back(bad[below(3)]);
         }
         std::shuffle(ids.begin(), ids.end(), m_random);
-        const VEKStatus expected = erase_status(ids);
+        const VEKStatus expected = refusal(ids, true);
         EXPECT_EQ(m_group->erase(ids), expected);
         for (size_t i = 0; expected == VEK_OK && i < ids.size(); ++i)
             m_model.erase(ids[i]);
@@ -370,7 +355,7 @@ TEST(Int8, IsExactUpToTheStatedLength) {
     query.nr_query = 2;
     query.k = 2;
     for (uint32_t id : {0u, 1u}) {
-        model.insert({{id, ends[id], {}}}, false);
+        model.insert({{id, ends[id], {}}});
         const std::vector<int8_t> bytes(ends[id].begin(), ends[id].end());
         ASSERT_EQ(group.insert({id}, bytes), VEK_OK);
         query.bytes.insert(query.bytes.end(), bytes.begin(), bytes.end());
