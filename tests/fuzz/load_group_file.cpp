@@ -18,20 +18,12 @@ void require(bool holds) {
         std::abort();
 }
 
-// A file in memory that has a path.
+// A file in memory that has a path; the only one, for good.
 class MemoryFile {
 public:
-    MemoryFile() : m_fd(memfd_create("vekfind", 0)), m_path("/proc/self/fd/") {
-        require(m_fd >= 0);
-        m_path += std::to_string(m_fd);
-    }
-    ~MemoryFile() { close(m_fd); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
     const char* path() const { return m_path.c_str(); }
     void set(const uint8_t* data, size_t size) const {
-        require(ftruncate(m_fd, 0) == 0);
+        require(m_fd >= 0 && ftruncate(m_fd, 0) == 0);
         require(pwrite(m_fd, data, size, 0) == static_cast<ssize_t>(size));
     }
     std::string bytes() const {
@@ -41,8 +33,8 @@ public:
     }
 
 private:
-    int m_fd;
-    std::string m_path;
+    const int m_fd = memfd_create("vekfind", 0);
+    const std::string m_path = "/proc/self/fd/" + std::to_string(m_fd);
 };
 
 uint32_t size_field(const uint8_t* data, size_t size, size_t offset, uint32_t limit) {
@@ -70,8 +62,8 @@ void check_dump(VEKContext group, const VEKFeatureGroupSettings& settings, const
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const auto* file = new MemoryFile;
-    file->set(data, size);
+    static const MemoryFile file;
+    file.set(data, size);
     // Sizes that agree with the file's, as long as they are small ones.
     const size_t body = size >= 3 && std::memcmp(data, "vek", 3) == 0 ? 8 : 0;
     VEKFeatureGroupSettings settings{};
@@ -80,19 +72,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         // Most inputs end here, which is much cheaper than a group.
         vek::read_group_file(
-            file->path(), {settings.feature_size, settings.tag_size, settings.feature_size & ~3u},
+            file.path(), {settings.feature_size, settings.tag_size, settings.feature_size & ~3u},
             "");
     } catch (const std::exception&) {
         return 0;
     }
     VEKContext group;
     const VEKStatus status =
-        VEK_make_feature_group_context_from_file(file->path(), &settings, &group);
+        VEK_make_feature_group_context_from_file(file.path(), &settings, &group);
     require((status == VEK_OK) == (group != nullptr));
     require(group || status == VEK_INVALID_ID || status == VEK_DUPLICATED_ID ||
             status == VEK_INVALID_ARGUMENT);
     if (group)
-        check_dump(group, settings, *file, data + body, size - body);
+        check_dump(group, settings, file, data + body, size - body);
     VEK_release(group);
     return 0;
 }

@@ -32,11 +32,7 @@ protected:
 
     // Rows by id, slot and score: whatever a refused call might have changed.
     Found contents() const {
-        Query query;
-        query.features = small_integers(3, DIM, 5);
-        query.nr_query = 3;
-        query.k = 9;
-        Found found = group.search(query);
+        Found found = group.search(::make_search(3, DIM, 9).query);
         found.ids.push_back(group.size());
         return found;
     }
@@ -148,21 +144,20 @@ TEST_F(Status, OfInsertsWithoutTagsOrRows) {
 }
 
 TEST_F(Status, APredicateMayThrow) {
-    const std::pair<VEKTagPredicate, bool> predicates[] = {
-        {[](void*, const uint8_t*) -> int { throw 5; }, true},
-        {[](void*, const uint8_t*) -> int { throw std::runtime_error("no"); }, false},
+    const VEKTagPredicate predicates[] = {
+        [](void*, const uint8_t*) -> int { throw 5; },
+        [](void*, const uint8_t*) -> int { throw std::runtime_error("no"); },
         // Not a lack of memory of the search's, which would begin again.
-        {[](void*, const uint8_t*) -> int {
-             static int calls = 0;
-             EXPECT_EQ(++calls, 1);
-             throw std::bad_alloc();
-         },
-         false},
+        [](void*, const uint8_t*) -> int {
+            static int calls = 0;
+            EXPECT_EQ(++calls, 1);
+            throw std::bad_alloc();
+        },
     };
     const Found before = contents();
-    for (const auto& [predicate, is_foreign] : predicates) {
+    for (const VEKTagPredicate& predicate : predicates) {
         Search search = make_search(2, 3, predicate);
-        if (is_foreign) {
+        if (&predicate == predicates) {  // foreign to the library
             EXPECT_THROW(search(group.context()), int);
         } else {
             EXPECT_EQ(search(group.context()), VEK_UNKNOWN_ERROR);
