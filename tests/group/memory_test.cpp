@@ -131,13 +131,13 @@ TEST_F(MemoryInUse, ShrinkGivesBackWhatNoRowNeeds) {
         const size_t empty = bytes_in_use();
         ASSERT_EQ(group.reserve(ROWS), VEK_OK);
         EXPECT_GT(bytes_in_use(), empty + ROWS * (4 * dim + 4 + 8 + TAG_BYTES + 16));
-        shrink(group, empty + 2 * block + LITTLE);
+        shrink(group, empty + 2 * block + 2 * LITTLE);
         ASSERT_EQ(insert_rows(group, dim), VEK_OK);
         EXPECT_EQ(make_search(1, dim)(group.context()), VEK_OK);
         EXPECT_EQ(group.erase(running_ids(ROWS - 1, 1)), VEK_OK);
-        shrink(group, empty + 2 * block + LITTLE);  // one is spare
+        shrink(group, empty + 2 * block + 2 * LITTLE);  // one is spare
         EXPECT_EQ(VEK_reset_feature_group(group.context()), VEK_OK);
-        shrink(group, empty + block + LITTLE);
+        shrink(group, empty + block + 2 * LITTLE);
     }
     // With as many queries as rows, each of the search's matrices is as large as that.
     const Group group(1);
