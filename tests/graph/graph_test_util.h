@@ -155,6 +155,14 @@ inline std::function<void(TestOperator&)> shape_rule(
     };
 }
 
+// The rule of a shape that never changes.
+inline std::function<void(TestOperator&)> constant_shape(const kern::TensorShape& shape) {
+    return shape_rule(orb::InferSource::CONSTANT, [shape](kern::TensorShape& result, const auto&) {
+        result = shape;
+        return true;
+    });
+}
+
 // An operator whose output's shape is known only in the run: it reads the value of `source`.
 inline TestOperator::Behaviour shape_from_value(
     orb::GraphVar* source, std::function<kern::TensorShape(const float*)> shape_of) {

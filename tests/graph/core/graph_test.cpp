@@ -16,11 +16,7 @@ protected:
         TestOperator::Behaviour behaviour;
         behaviour.key = key;
         behaviour.flags = flags;
-        behaviour.infer =
-            shape_rule(InferSource::CONSTANT, [](kern::TensorShape& shape, const auto&) {
-                shape = {2};
-                return true;
-            });
+        behaviour.infer = constant_shape({2});
         return TestOperator::make(*graph, {}, behaviour);
     }
 
@@ -110,11 +106,7 @@ TEST_F(Graph, ExtraDependenciesOrderOperators) {
     const auto recorder = [&](int number) {
         TestOperator::Behaviour behaviour;
         behaviour.key = static_cast<uint64_t>(number);
-        behaviour.infer =
-            shape_rule(InferSource::CONSTANT, [](kern::TensorShape& shape, const auto&) {
-                shape = {1};
-                return true;
-            });
+        behaviour.infer = constant_shape({1});
         behaviour.run = [&order, number](TestOperator&) { order.push_back(number); };
         return TestOperator::make(*graph, {}, behaviour);
     };

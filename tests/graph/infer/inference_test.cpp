@@ -15,38 +15,38 @@ using kern::TensorShape;
 // A graph of test operators that counts how often each rule is asked.
 class Inference : public testing::Test {
 protected:
-    GraphVar* source(TensorShape* shape, size_t* calls = nullptr) {
+    GraphVar* make(const std::vector<GraphVar*>& inputs, std::function<void(TestOperator&)> infer,
+                   VarFlags flags = 0) {
         TestOperator::Behaviour behaviour;
         behaviour.key = ++m_key;
-        behaviour.infer = shape_rule(InferSource::MUTABLE, [=](TensorShape& result, const auto&) {
-            if (calls)
-                ++*calls;
-            result = *shape;
-            return shape->ndim != 0;
-        });
-        return TestOperator::make(*graph, {}, behaviour);
+        behaviour.flags = flags;
+        behaviour.infer = std::move(infer);
+        return TestOperator::make(*graph, inputs, behaviour);
+    }
+    // A shape that may change; no axes are none at all.
+    GraphVar* source(TensorShape* shape, size_t* calls = nullptr) {
+        return make({}, shape_rule(InferSource::MUTABLE, [=](TensorShape& result, const auto&) {
+                        if (calls)
+                            ++*calls;
+                        result = *shape;
+                        return shape->ndim != 0;
+                    }));
     }
     // The shape of the first input.
     GraphVar* follow(const std::vector<GraphVar*>& inputs, size_t* calls = nullptr,
                      VarFlags flags = 0) {
-        TestOperator::Behaviour behaviour;
-        behaviour.key = ++m_key;
-        behaviour.flags = flags;
-        behaviour.infer =
-            shape_rule(InferSource::DEPENDENT, [=](TensorShape& result, const auto& deps) {
-                if (calls)
-                    ++*calls;
-                result = *deps[0].shape;
-                return true;
-            });
-        return TestOperator::make(*graph, inputs, behaviour);
+        return make(inputs,
+                    shape_rule(InferSource::DEPENDENT,
+                               [=](TensorShape& result, const auto& deps) {
+                                   if (calls)
+                                       ++*calls;
+                                   result = *deps[0].shape;
+                                   return true;
+                               }),
+                    flags);
     }
     // A var that nothing is known of before it is computed.
-    GraphVar* unknown() {
-        TestOperator::Behaviour behaviour;
-        behaviour.key = ++m_key;
-        return TestOperator::make(*graph, {}, behaviour);
-    }
+    GraphVar* unknown() { return make({}, nullptr); }
 
     std::shared_ptr<ComputeGraph> graph = ComputeGraph::make();
     InferenceManagerImpl& manager = static_cast<InferenceManagerImpl&>(graph->inference_manager());
@@ -178,22 +178,13 @@ TEST_F(InferenceDeathTest, MisuseStopsTheProcess) {
     rule.source = InferSource::CONSTANT;
     EXPECT_DEATH(manager.add_shape_rule(input, rule), "");  // outside of insertion
     EXPECT_DEATH(manager.shape_of_var(unknown()), "");
-    const auto with_rule = [&](const std::function<void(TestOperator&)>& infer) {
-        TestOperator::Behaviour behaviour;
-        behaviour.key = 1000;
-        behaviour.infer = infer;
-        TestOperator::make(*graph, {}, behaviour);
+    const auto twice = [](TestOperator& op) {
+        constant_shape({2})(op);
+        constant_shape({2})(op);
     };
-    const auto two = [](TensorShape& result, const auto&) {
-        result = {2};
-        return true;
-    };
-    EXPECT_DEATH(with_rule([&](TestOperator& op) {
-                     shape_rule(InferSource::CONSTANT, two)(op);
-                     shape_rule(InferSource::CONSTANT, two)(op);
-                 }),
-                 "");
-    EXPECT_DEATH(with_rule(shape_rule(InferSource::DEPENDENT, two)), "");
+    const auto nothing = [](auto&, const auto&) { return true; };
+    EXPECT_DEATH(make({}, twice), "");
+    EXPECT_DEATH(make({}, shape_rule(InferSource::DEPENDENT, nothing)), "");
     EXPECT_DEATH(manager.remove_var(follow({input})->owner_operator()->input(0)), "");
 }
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <numeric>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -12,8 +13,8 @@
 #include "graph/node/comp_node_event.h"
 #include "graph/node/node_bound_object.h"
 #include "graph/node/task_recorder.h"
-#include "kernels/handle.h"
 #include "graph/tensor/tensor.h"
+#include "kernels/handle.h"
 #include "kernels/relayout.h"
 
 namespace orb {
@@ -163,31 +164,29 @@ TEST(CompNode, ManyThreadsShareTheInlineNode) {
     constexpr int NR_THREADS = 6;
     constexpr int ROUNDS = 150;
     std::atomic<int> made{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < NR_THREADS; ++t) {
-        threads.emplace_back([&made, t] {
-            for (int i = 0; i < ROUNDS; ++i) {
-                const CompNode node = CompNode::load("cpu:default");
-                CompNode::load({Type::CPU, -1024, 0}, {Type::CPU, 22, i % 8});
-                const Bound first, second;
-                {
-                    const std::lock_guard<RecursiveSpinLock> lock(node.env().user_data_lock());
-                    node.env()
-                        .user_data()
-                        .get_or_make<Counter>([&] { return std::make_shared<Counter>(made); })
-                        .value++;
-                }
-                HostTensorND source(CompNode::default_cpu(), {3, 4}, kern::DType::Int32());
-                for (int k = 0; k < 12; ++k)
-                    source.ptr<int>()[k] = t * 1000 + k;
-                DeviceTensorND dest(node, {4, 3}, kern::DType::Int32());
-                DeviceTensorND turned;
-                turned.reset(dest.storage(), dest.layout().permuted({1, 0}));
-                turned.copy_from_fixlayout(source);
-                EXPECT_EQ(dest.ptr<int>()[4], t * 1000 + 5);
+    const auto use_node = [&made](int t) {
+        for (int i = 0; i < ROUNDS; ++i) {
+            const CompNode node = CompNode::load("cpu:default");
+            CompNode::load({Type::CPU, -1024, 0}, {Type::CPU, 22, i % 8});
+            const Bound first, second;
+            {
+                const std::lock_guard<RecursiveSpinLock> lock(node.env().user_data_lock());
+                auto& data = node.env().user_data();
+                data.get_or_make<Counter>([&] { return std::make_shared<Counter>(made); }).value++;
             }
-        });
-    }
+            // A transpose, whose kernel all threads share.
+            HostTensorND source(CompNode::default_cpu(), {3, 4}, kern::DType::Int32());
+            std::iota(source.ptr<int>(), source.ptr<int>() + 12, t * 1000);
+            DeviceTensorND dest(node, {4, 3}, kern::DType::Int32());
+            DeviceTensorND turned;
+            turned.reset(dest.storage(), dest.layout().permuted({1, 0}));
+            turned.copy_from_fixlayout(source);
+            EXPECT_EQ(dest.ptr<int>()[4], t * 1000 + 5);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < NR_THREADS; ++t)
+        threads.emplace_back(use_node, t);
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(made, 1);

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <functional>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "graph/node/comp_node_env.h"
@@ -18,117 +20,115 @@ namespace orb {
 namespace {
 
 constexpr int GOOD_EXIT = 17;
-
 void require(bool condition) {
     if (!condition)
         _exit(1);
 }
 
-std::vector<int> finalized_order, expected_order;
+std::string finalized, expected;  // names of bound objects, in order
 
 class Bound final : public NodeBoundObject {
 public:
-    Bound(int number, CompNode node)
-        : m_number(number),
+    Bound(char name, CompNode node)
+        : m_name(name),
           m_tensor(node, {8}, kern::DType::Float32()),
           m_operator(node.env().kernel_handle().create_operator<kern::Relayout>()) {
         m_tensor.raw_ptr();
     }
     void use() const { check_not_finalized(); }
 
+    std::shared_ptr<Bound> self;  // set where the object is its own only owner
+
 private:
     std::shared_ptr<void> on_node_finalize() override {
         require(!is_finalized());
-        finalized_order.push_back(m_number);
+        finalized += m_name;
         m_operator.reset();
         m_tensor = DeviceTensorND();
         return std::move(self);
     }
 
-public:
-    std::shared_ptr<Bound> self;  // the only owner of an object that owns itself
-
-private:
-    int m_number;
+    char m_name;
     DeviceTensorND m_tensor;
     std::unique_ptr<kern::Relayout> m_operator;
 };
 
-struct HoldsOperator {
+// Attached to a node.
+struct Attached {
     static const char TAG;
     std::unique_ptr<kern::Relayout> relayout;
     DeviceTensorND tensor;
 };
-const char HoldsOperator::TAG = 0;
+const char Attached::TAG = 0;
 
-// Made before any node, so it is destroyed after the finalization that the first load registers.
-struct StaticOwner {
+// Is there before the first node, whose making registers the finalization; so the exit destroys it
+// last, and what it holds is released late.
+struct OlderThanNodes {
     std::vector<DeviceTensorND> device;
     std::vector<HostTensorND> host;
     std::unique_ptr<Bound> bound;
-    ~StaticOwner() {
-        if (device.empty())
-            return;
-        require(bound->is_finalized() && finalized_order == expected_order);
+    ~OlderThanNodes() {
+        if (!bound)
+            return;  // the process of the other tests
+        require(finalized == expected && bound->is_finalized());
         require(device[0].comp_node().env().is_finalized() && !cpu_late_free_happened());
-        finalize_nodes();
+        finalize_nodes();  // once more: nothing is left to do
         device[0].comp_node().sync();
         bound.reset();
-        device.clear();  // all of inline nodes, whose frees are never late
+        device.clear();  // inline nodes free at once
         require(!cpu_late_free_happened());
         host.clear();
         require(cpu_late_free_happened());
     }
-};
-StaticOwner static_owner;
+} older;
 
-TEST(ExitFinalizationDeathTest, StaticDestructorsMayReleaseLate) {
-    const auto run = [](bool early, std::vector<int> order) {
-        expected_order = std::move(order);
-        const CompNode node = CompNode::load("cpu:default");
-        const CompNode named = CompNode::load({CompNode::DeviceType::CPU, -1024, 0},
-                                              {CompNode::DeviceType::CPU, 30, 0});
-        // A second device type registers a second run.
-        const CompNode dsp = CompNode::load("hexagon0");
-        for (const CompNode place : {node, named, dsp, CompNode::default_cpu()}) {
-            static_owner.device.emplace_back(place, kern::TensorShape{1000}, kern::DType::Int8())
-                .raw_ptr();
-            static_owner.host.emplace_back(place, kern::TensorShape{1000}, kern::DType::Int8())
-                .raw_ptr();
-        }
-        static_owner.bound = std::make_unique<Bound>(1, node);
-        auto owns_itself = std::make_shared<Bound>(2, node);
-        owns_itself->self = owns_itself;
-        owns_itself.reset();
-        static Bound function_static(3, CompNode::default_cpu());
-        std::make_unique<Bound>(4, node).reset();
-        {
-            const std::lock_guard<RecursiveSpinLock> lock(node.env().user_data_lock());
-            auto holder = std::make_shared<HoldsOperator>();
-            holder->relayout = node.env().kernel_handle().create_operator<kern::Relayout>();
-            holder->tensor = static_owner.device[1];  // another node's, finalized later
-            node.env().user_data().add(&HoldsOperator::TAG, holder);
-        }
-        if (early)
-            finalize_nodes();
-        std::exit(GOOD_EXIT);
-    };
-    // The exit destroys `function_static`, made after the registration, before it finalizes.
-    EXPECT_EXIT(run(false, {2, 1}), testing::ExitedWithCode(GOOD_EXIT), "");
-    EXPECT_EXIT(run(true, {3, 2, 1}), testing::ExitedWithCode(GOOD_EXIT), "");
+// Holds memory and operators in all the ways there are, and ends the process.
+void live_and_exit(bool finalize_before, const char* order) {
+    expected = order;
+    const CompNode node = CompNode::load("cpu:default");
+    const CompNode named =
+        CompNode::load({CompNode::DeviceType::CPU, -1024, 0}, {CompNode::DeviceType::CPU, 30, 0});
+    const CompNode dsp = CompNode::load("hexagon0");  // its type registers a second finalization
+    for (const CompNode on : {node, named, dsp, CompNode::default_cpu()}) {
+        older.device.emplace_back(on, kern::TensorShape{1000}, kern::DType::Int8()).raw_ptr();
+        older.host.emplace_back(on, kern::TensorShape{1000}, kern::DType::Int8()).raw_ptr();
+    }
+    older.bound = std::make_unique<Bound>('a', node);
+    auto owns_itself = std::make_shared<Bound>('b', node);
+    owns_itself->self = owns_itself;
+    owns_itself.reset();
+    static Bound newer('c', CompNode::default_cpu());
+    Bound('d', node);  // leaves at once
+    auto attached = std::make_shared<Attached>();
+    attached->relayout = node.env().kernel_handle().create_operator<kern::Relayout>();
+    attached->tensor = older.device[1];  // of a node that is finalized later
+    {
+        const std::lock_guard<RecursiveSpinLock> lock(node.env().user_data_lock());
+        node.env().user_data().add(&Attached::TAG, std::move(attached));
+    }
+    if (finalize_before)
+        finalize_nodes();
+    std::exit(GOOD_EXIT);
+}
+
+TEST(ExitFinalizationDeathTest, NewestObjectsGoFirstAndStaticsMayReleaseLate) {
+    // A plain exit destroys `newer` before the finalization comes to it.
+    EXPECT_EXIT(live_and_exit(false, "ba"), testing::ExitedWithCode(GOOD_EXIT), "");
+    EXPECT_EXIT(live_and_exit(true, "cba"), testing::ExitedWithCode(GOOD_EXIT), "");
 }
 
 TEST(ExitFinalizationDeathTest, UseAfterwardsStops) {
     const CompNode node = CompNode::load("cpu:default");
-    const Bound bound(1, node);
-    const auto dies = [&](void (*use)(CompNode, const Bound&)) {
-        EXPECT_DEATH((finalize_nodes(), use(node, bound)), "");
+    const Bound bound('a', node);
+    const std::function<void()> uses[] = {
+        [&] { bound.use(); },
+        [&] { CompNode::load("cpu:default"); },
+        [&] { node.alloc_device(1); },
+        [&] { node.env().kernel_handle(); },
+        [&] { node.copy_to_device(nullptr, nullptr, 0); },
     };
-    dies([](CompNode, const Bound& object) { object.use(); });
-    dies([](CompNode, const Bound&) { CompNode::load("cpu:default"); });
-    dies([](CompNode place, const Bound&) { place.alloc_device(1); });
-    dies([](CompNode place, const Bound&) { place.env().kernel_handle(); });
-    dies([](CompNode place, const Bound&) { place.copy_to_device(nullptr, nullptr, 0); });
+    for (const auto& use : uses)
+        EXPECT_DEATH((finalize_nodes(), use()), "");
     bound.use();
 }
 
