@@ -117,16 +117,7 @@ inline const Formulas<int64_t>& int_formulas() {
 
 // The input's element that belongs to a row-major position of the output.
 inline double broadcast_get(const Tensor& input, const TensorShape& output, size_t position) {
-    const TensorLayout& layout = input.layout();
-    size_t index = 0, scale = 1;
-    for (size_t from_right = 1; from_right <= layout.ndim; ++from_right) {
-        const size_t length = layout[layout.ndim - from_right];
-        const size_t coordinate = position % output[output.ndim - from_right];
-        position /= output[output.ndim - from_right];
-        index += length == 1 ? 0 : coordinate * scale;
-        scale *= length;
-    }
-    return input.get(index);
+    return get_number({input.raw().raw_ptr, input.layout().broadcast_to(output)}, position);
 }
 
 }  // namespace kern_test

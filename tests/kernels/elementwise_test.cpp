@@ -4,6 +4,7 @@
 
 #include <set>
 
+#include "kernels/image_format.h"
 #include "tests/kernels/elementwise_reference.h"
 #include "tests/kernels/kernel_test_util.h"
 
@@ -34,6 +35,7 @@ struct Form {
     TensorShape output;
     std::vector<TensorLayout> inputs;
     uint32_t arity = 0;  // only modes with so many inputs; 0: all
+    const kern::TensorFormat* format = kern::default_format();
 };
 
 std::vector<Form> forms(DType t, size_t n) {
@@ -41,6 +43,10 @@ std::vector<Form> forms(DType t, size_t n) {
     const auto steps = static_cast<ptrdiff_t>(2 * n + 1);
     const TensorLayout matrix = dense({3, n}), image = dense({2, 3, n}), row = dense({n}),
                        column = dense({3, 1}), one = dense({1});
+    // Rows of whole pixels, without padding.
+    const TensorShape pixels{2, 3, n, 4};
+    const kern::TensorFormat* format = kern::image_pack4_format(2, 4);
+    const TensorLayout picture(pixels, t, format), pixel({1, 1, 1, 4}, t, format);
     return {
         {{n}, {row}},
         {{3, n}, {matrix, one}},
@@ -70,6 +76,9 @@ std::vector<Form> forms(DType t, size_t n) {
         {{3, n}, {strided({3, n}, {steps, 2}, t), strided({1, 1}, {5, 5}, t)}},
         {{n}, {strided({n}, {3}, t), strided({n}, {-1}, t)}},
         {{1, 1}, {one, dense({1, 1})}},
+        {pixels, {picture, pixel}, 2, format},
+        {pixels, {pixel, picture}, 2, format},
+        {pixels, {picture, {{1, 3, 1, 4}, t, format}}, 2, format},
     };
 }
 
@@ -204,7 +213,7 @@ TEST_P(ElementwiseModes, EveryLevelDtypeAndFormGivesTheFormula) {
                     inputs.push_back(std::make_unique<Tensor>(form.inputs[i % form.inputs.size()]));
                     raw.push_back(inputs.back()->raw());
                 }
-                const Tensor naive(form.output, dtype);
+                const Tensor naive(TensorLayout(form.output, dtype, form.format));
                 fill_moderately(inputs, mode, dtype, random);
                 run(NAIVE, mode, raw, naive.raw());
                 expect_reference(mode, inputs, naive, 2);

@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -116,15 +115,11 @@ public:
     explicit GuardedBuffer(size_t bytes) {
         const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
         m_mapped = (bytes + page - 1) / page * page + page;
-        {
-            const std::lock_guard<std::mutex> lock(mutex());
-            auto& free = free_of_size()[m_mapped];
-            if (!free.empty()) {
-                m_base = free.back();
-                free.pop_back();
-            }
-        }
-        if (!m_base) {
+        auto& free = free_of_size()[m_mapped];
+        if (!free.empty()) {
+            m_base = free.back();
+            free.pop_back();
+        } else {
             m_base = static_cast<uint8_t*>(mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE,
                                                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
             mprotect(m_base + m_mapped - page, page, PROT_NONE);
@@ -132,28 +127,41 @@ public:
         m_data = m_base + m_mapped - page - bytes;
         std::memset(m_base, 0xff, m_mapped - page);
     }
-    ~GuardedBuffer() {
-        const std::lock_guard<std::mutex> lock(mutex());
-        free_of_size()[m_mapped].push_back(m_base);
-    }
+    ~GuardedBuffer() { free_of_size()[m_mapped].push_back(m_base); }
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
     uint8_t* data() const { return m_data; }
 
 private:
-    static std::mutex& mutex() {
-        static std::mutex of_all;
-        return of_all;
-    }
     static std::unordered_map<size_t, std::vector<uint8_t*>>& free_of_size() {
-        static std::unordered_map<size_t, std::vector<uint8_t*>> mappings;
+        static thread_local std::unordered_map<size_t, std::vector<uint8_t*>> mappings;
         return mappings;
     }
 
-    uint8_t* m_base = nullptr;
+    uint8_t* m_base;
     uint8_t* m_data;
     size_t m_mapped;
 };
+
+// Where the element at a row-major position lies.
+inline ptrdiff_t offset_of(const TensorLayout& layout, size_t position) {
+    ptrdiff_t offset = 0;
+    for (size_t axis = layout.ndim; axis-- > 0; position /= layout[axis])
+        offset += layout.stride[axis] * static_cast<ptrdiff_t>(position % layout[axis]);
+    return offset;
+}
+
+inline double get_number(const RawTensor& tensor, size_t position) {
+    double value = 0;
+    with_type(tensor.layout.dtype, [&](auto tag) {
+        const auto element = tensor.ptr<decltype(tag)>()[offset_of(tensor.layout, position)];
+        if constexpr (std::is_same<decltype(tag), Float16>::value)
+            value = static_cast<double>(static_cast<float>(element));
+        else
+            value = static_cast<double>(element);
+    });
+    return value;
+}
 
 // A tensor that owns exactly the memory its layout touches.
 class Tensor {
@@ -174,22 +182,9 @@ public:
     // The element at a row-major position.
     template <typename T>
     T& at(size_t position) const {
-        ptrdiff_t offset = 0;
-        for (size_t axis = m_layout.ndim; axis-- > 0; position /= m_layout[axis])
-            offset += m_layout.stride[axis] * static_cast<ptrdiff_t>(position % m_layout[axis]);
-        return raw().ptr<T>()[offset];
+        return raw().ptr<T>()[offset_of(m_layout, position)];
     }
-    double get(size_t position) const {
-        double value = 0;
-        with_type(m_layout.dtype, [&](auto tag) {
-            using T = decltype(tag);
-            if constexpr (std::is_same<T, Float16>::value)
-                value = static_cast<double>(static_cast<float>(at<T>(position)));
-            else
-                value = static_cast<double>(at<T>(position));
-        });
-        return value;
-    }
+    double get(size_t position) const { return get_number(raw(), position); }
     // Converts to the dtype; an integer that does not fit keeps its low bits.
     void set(size_t position, double value) const {
         with_type(m_layout.dtype, [&](auto tag) {

@@ -17,19 +17,10 @@ namespace {
 
 const DType F32 = DType::Float32();
 
-std::string text(const TensorLayout& layout) {
-    return layout.to_string();
-}
-
 std::vector<ptrdiff_t> addresses(const TensorLayout& layout) {
     std::vector<ptrdiff_t> result;
-    for (size_t i = 0; i < layout.element_count(); ++i) {
-        size_t rest = i;
-        ptrdiff_t offset = 0;
-        for (size_t axis = layout.ndim; axis-- > 0; rest /= layout[axis])
-            offset += layout.stride[axis] * static_cast<ptrdiff_t>(rest % layout[axis]);
-        result.push_back(offset);
-    }
+    for (size_t i = 0; i < layout.element_count(); ++i)
+        result.push_back(offset_of(layout, i));
     return result;
 }
 
@@ -52,20 +43,21 @@ TEST(Layout, CollapsedVisitsTheSameAddressesWithTheFewestAxes) {
     for (int round = 0; round < 3000; ++round) {
         const TensorLayout layout = any_layout(random), collapsed = layout.collapsed();
         const std::vector<ptrdiff_t> visited = addresses(layout);
-        ASSERT_EQ(addresses(collapsed), visited) << text(layout) << " " << text(collapsed);
+        ASSERT_EQ(addresses(collapsed), visited)
+            << layout.to_string() << " " << collapsed.to_string();
         for (size_t axis = 0; axis < collapsed.ndim; ++axis) {
-            ASSERT_TRUE(collapsed[axis] != 1 || collapsed.ndim == 1) << text(collapsed);
+            ASSERT_TRUE(collapsed[axis] != 1 || collapsed.ndim == 1) << collapsed.to_string();
             ASSERT_TRUE(axis == 0 ||
                         collapsed.stride[axis - 1] !=
                             collapsed.stride[axis] * static_cast<ptrdiff_t>(collapsed[axis]))
-                << text(layout) << " " << text(collapsed);
+                << layout.to_string() << " " << collapsed.to_string();
         }
         kern::naive::StridedOffset position(layout);
         for (ptrdiff_t address : visited) {
-            ASSERT_EQ(position.get(), address) << text(layout);
+            ASSERT_EQ(position.get(), address) << layout.to_string();
             position.advance();
         }
-        ASSERT_EQ(position.get(), 0) << text(layout);
+        ASSERT_EQ(position.get(), 0) << layout.to_string();
 
         const auto [least, most] = std::minmax_element(visited.begin(), visited.end());
         const kern::Span span = layout.span();
@@ -76,17 +68,18 @@ TEST(Layout, CollapsedVisitsTheSameAddressesWithTheFewestAxes) {
 
         std::vector<ptrdiff_t> in_order(visited.size());
         std::iota(in_order.begin(), in_order.end(), ptrdiff_t{0});
-        ASSERT_EQ(layout.is_dense(), visited == in_order) << text(layout);
+        ASSERT_EQ(layout.is_dense(), visited == in_order) << layout.to_string();
         TensorLayout without_repeats = layout;
         for (size_t axis = 0; axis < layout.ndim; ++axis)
             if (layout.stride[axis] == 0)
                 without_repeats[axis] = 1;
-        ASSERT_EQ(layout.is_dense_allow_broadcast(), without_repeats.is_dense()) << text(layout);
+        ASSERT_EQ(layout.is_dense_allow_broadcast(), without_repeats.is_dense())
+            << layout.to_string();
         const std::set<ptrdiff_t> distinct(visited.begin(), visited.end());
         // Strides in one direction only: sums of both are not told apart.
         const bool one_way = *least == 0 || *most == 0;
         ASSERT_TRUE(!one_way || !layout.is_non_overlapping() || distinct.size() == visited.size())
-            << text(layout);
+            << layout.to_string();
     }
 }
 
@@ -110,9 +103,10 @@ TEST(Layout, BroadcastRepeatsAddresses) {
         for (size_t axis = added; axis < target.ndim && !lone; ++axis)
             if (source[axis - added] != 1)
                 wanted.stride[axis] = source.stride[axis - added];
-        ASSERT_EQ(addresses(result), addresses(wanted)) << text(source) << " " << text(result);
+        ASSERT_EQ(addresses(result), addresses(wanted))
+            << source.to_string() << " " << result.to_string();
         const kern::BroadcastSet set({{nullptr, source}}, target);
-        ASSERT_EQ(addresses(set.views[0].layout), addresses(wanted)) << text(source);
+        ASSERT_EQ(addresses(set.views[0].layout), addresses(wanted)) << source.to_string();
         ASSERT_EQ(set.element_count, target.element_count());
     }
 }
@@ -146,11 +140,12 @@ TEST(Layout, ReshapeNeverMovesData) {
         const bool exists = addresses(strided(target, strides, F32)) == visited;
         TensorLayout result;
         ASSERT_EQ(source.try_reshape(result, target), exists)
-            << text(source) << " to " << target.to_string();
+            << source.to_string() << " to " << target.to_string();
         if (exists) {
             ++nr_views;
             ASSERT_TRUE(result.same_shape(target));
-            ASSERT_EQ(addresses(result), visited) << text(source) << " " << text(result);
+            ASSERT_EQ(addresses(result), visited)
+                << source.to_string() << " " << result.to_string();
         }
     }
     EXPECT_TRUE(nr_views > 500 && nr_views < 5500) << nr_views;
@@ -161,19 +156,19 @@ TEST(Layout, FormsThatAreFixed) {
     EXPECT_TRUE(TensorLayout().is_dense());
     EXPECT_FALSE(TensorLayout().is_dense_allow_broadcast());
     const TensorLayout zero({2, 0, 3}, F32);
-    EXPECT_EQ(text(zero), "{2(0),0(3),3(1)}");
-    EXPECT_EQ(text(zero.collapsed()), "{0(1)}");
+    EXPECT_EQ(zero.to_string(), "{2(0),0(3),3(1)}");
+    EXPECT_EQ(zero.collapsed().to_string(), "{0(1)}");
     EXPECT_FALSE(zero.is_dense());
     EXPECT_TRUE(zero.has_zero_axis());
     EXPECT_EQ(zero.span().high_byte, 0u);
 
     TensorLayout layout({2, 3, 4}, F32);
-    EXPECT_EQ(text(strided({1, 1}, {9, 9}, F32).collapsed()), "{1(1)}");
-    EXPECT_EQ(text(layout.permuted({2, 0, 1})), "{4(1),2(12),3(4)}");
-    EXPECT_EQ(text(layout.remove_axis(1)), "{2(12),4(1)}");
-    EXPECT_EQ(text(TensorLayout({1}, F32).broadcast_to({2, 1, 3})), "{2(0),1(1),3(0)}");
+    EXPECT_EQ(strided({1, 1}, {9, 9}, F32).collapsed().to_string(), "{1(1)}");
+    EXPECT_EQ(layout.permuted({2, 0, 1}).to_string(), "{4(1),2(12),3(4)}");
+    EXPECT_EQ(layout.remove_axis(1).to_string(), "{2(12),4(1)}");
+    EXPECT_EQ(TensorLayout({1}, F32).broadcast_to({2, 1, 3}).to_string(), "{2(0),1(1),3(0)}");
     layout.insert_axis_inplace(3, 5, 0);
-    EXPECT_EQ(text(layout), "{2(12),3(4),4(1),5(0)}");
+    EXPECT_EQ(layout.to_string(), "{2(12),3(4),4(1),5(0)}");
     EXPECT_TRUE(TensorLayout({1, 3}, F32).same_layout(strided({1, 3}, {9, 1}, F32)));
     EXPECT_FALSE(TensorLayout({2, 3}, F32).same_layout(strided({2, 3}, {9, 1}, F32)));
 }
@@ -192,8 +187,8 @@ TEST(Layout, Predicates) {
         {strided({2, 3}, {-3, -1}, F32), true, true},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(c.layout.is_abs_monotonic_allow_broadcast(), c.monotonic) << text(c.layout);
-        EXPECT_EQ(c.layout.is_non_overlapping(), c.non_overlapping) << text(c.layout);
+        EXPECT_EQ(c.layout.is_abs_monotonic_allow_broadcast(), c.monotonic) << c.layout.to_string();
+        EXPECT_EQ(c.layout.is_non_overlapping(), c.non_overlapping) << c.layout.to_string();
     }
 }
 
