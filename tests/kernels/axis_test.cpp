@@ -53,7 +53,7 @@ TEST(Cumsum, EveryFormDtypeAndAxis) {
 template <typename Operator>
 double best_of(const Tensor& src, kern::HandleLevel level) {
     const Tensor index({1}, I32);
-    EXPECT_EQ(run_operator<Operator>(level, kern::ArgSelect::Param{0}, src, index), 0u);
+    EXPECT_EQ(run_operator<Operator>(level, {0}, src, index), 0u);
     return index.get(0);
 }
 

@@ -232,8 +232,9 @@ inline TensorLayout strided(const TensorShape& shape, const std::vector<ptrdiff_
 }
 
 // Runs an operator of the level in a workspace of just the size that it asks for; returns the size.
-template <typename Operator, typename Param, typename... Tensors>
-size_t run_operator(kern::HandleLevel level, const Param& param, const Tensors&... tensors) {
+template <typename Operator, typename... Tensors>
+size_t run_operator(kern::HandleLevel level, const typename Operator::Param& param,
+                    const Tensors&... tensors) {
     const auto handle = make_handle(level);
     const auto op = handle->create_operator<Operator>();
     op->param() = param;

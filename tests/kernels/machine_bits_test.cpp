@@ -13,8 +13,7 @@ constexpr size_t DIM = 128, NR_QUERY = 100, NR_ROWS = 2000;
 
 // |x|^2 / 2 of each row.
 void half_norms(kern::HandleLevel level, const Tensor& rows, const Tensor& norms) {
-    run_operator<kern::Reduce>(level, kern::Reduce::Param{kern::ReduceMode::SUM_SQR, 1}, rows,
-                               norms);
+    run_operator<kern::Reduce>(level, {kern::ReduceMode::SUM_SQR, 1}, rows, norms);
     const Tensor two({1}, DType::Float32());
     two.set(0, 2);
     run_elementwise<kern::Elementwise>(level, kern::ElementwiseMode::TRUE_DIV,
@@ -27,8 +26,7 @@ std::string scores(kern::HandleLevel level, const Tensor& queries, const Tensor&
     half_norms(level, queries, query_norms);
     half_norms(level, rows, row_norms);
     const Tensor result({NR_QUERY, NR_ROWS}, DType::Float32());
-    run_operator<kern::MatrixMul>(level, kern::MatrixMul::Param{false, true}, queries, rows,
-                                  result);
+    run_operator<kern::MatrixMul>(level, {false, true}, queries, rows, result);
     RawTensor as_row = row_norms.raw();
     as_row.layout = as_row.layout.permuted({1, 0});
     for (const RawTensor& norms : {query_norms.raw(), as_row})

@@ -25,18 +25,17 @@ TEST(MatrixMulPaths, SmallFloatProductsNeedNoPanels) {
         {{30, 1, 20, false, false, 1}, false}, {{1, 40, 9, false, true, 0}, false},
         {{1, 40, 9, true, false, 0}, false},   {{30, 1, 20, false, true, 0}, false},
     };
-    for (const auto& item : cases) {
-        const Operands in(item.problem, kind("float"));
-        const Tensor c(item.problem.c(DType::Float32()));
+    const auto untouched = [](uint8_t byte) { return byte == 0xff; };
+    for (const auto& [problem, small] : cases) {
+        const Operands in(problem, kind("float"));
+        const Tensor c(problem.c(DType::Float32()));
         const GuardedBuffer workspace(FLOAT_PANELS);
         const auto handle = make_handle(ARMV7);
         const auto op = handle->create_operator<kern::MatrixMul>();
-        op->param() = {item.problem.transpose_a, item.problem.transpose_b};
+        op->param() = {problem.transpose_a, problem.transpose_b};
         op->exec(in.a.raw(), in.b.raw(), c.raw(), {workspace.data(), FLOAT_PANELS});
-        EXPECT_EQ(std::all_of(workspace.data(), workspace.data() + FLOAT_PANELS,
-                              [](uint8_t byte) { return byte == 0xff; }),
-                  item.small)
-            << item.problem.text();
+        EXPECT_EQ(std::all_of(workspace.data(), workspace.data() + FLOAT_PANELS, untouched), small)
+            << problem.text();
     }
 }
 

@@ -18,7 +18,7 @@ struct Shape {
 
 void run(kern::HandleLevel level, ReduceMode mode, ReduceDataType data_type, const Tensor& src,
          const Tensor& dst) {
-    run_operator<kern::Reduce>(level, kern::Reduce::Param{mode, 1, data_type}, src, dst);
+    run_operator<kern::Reduce>(level, {mode, 1, data_type}, src, dst);
 }
 
 // A stored element q means scale * (q - zero_point); only quantised types clamp to their range.
@@ -202,7 +202,7 @@ TEST(Reduce, WorkspaceHoldsTheConvertedCopies) {
     };
     for (const auto& c : cases)
         for (kern::HandleLevel level : LEVELS)
-            EXPECT_EQ(run_operator<kern::Reduce>(level, kern::Reduce::Param{c.mode, 1, c.data_type},
+            EXPECT_EQ(run_operator<kern::Reduce>(level, {c.mode, 1, c.data_type},
                                                  Tensor({3, 100}, c.from), Tensor({3, 1}, c.to)),
                       level == NAIVE ? c.naive : c.others)
                 << c.from.name() << " level " << level_name(level);

@@ -70,8 +70,7 @@ TEST(Argsort, SortsByValueThenIndex) {
                 fill_with_ties(src, random);
                 const Tensor dst({3, length}, F32), indices({3, length}, I32);
                 const auto order = descending ? Order::DESCENDING : Order::ASCENDING;
-                EXPECT_EQ(run_operator<Argsort>(level, Argsort::Param{order}, src, dst, indices),
-                          0u);
+                EXPECT_EQ(run_operator<Argsort>(level, {order}, src, dst, indices), 0u);
                 for (size_t row = 0; row < 3; ++row)
                     expect_row(src, dst, indices, row, sorted_indices(src, row, descending));
             }
