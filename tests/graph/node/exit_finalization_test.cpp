@@ -1,4 +1,8 @@
-// What happens to nodes and their objects when the process ends, each case in a process of its own.
+// What happens to nodes and to all that holds something of them when the process ends; each case in
+// a process of its own. The first load of a node registers the finalization, so an exit
+//  1. destroys static objects that are newer than that,
+//  2. finalizes the objects bound to nodes, the newest first, and then the nodes,
+//  3. destroys static objects that are older, whose memory of nodes is released late.
 #include "graph/node/exit_finalization.h"
 
 #include <gtest/gtest.h>
@@ -20,13 +24,16 @@ namespace orb {
 namespace {
 
 constexpr int GOOD_EXIT = 17;
+
+// Where no assertion reports any more.
 void require(bool condition) {
     if (!condition)
         _exit(1);
 }
 
-std::string finalized, expected;  // names of bound objects, in order
+std::string finalized;  // the names of bound objects, in the order in which they were told
 
+// Holds memory and an operator of its node until it is finalized.
 class Bound final : public NodeBoundObject {
 public:
     Bound(char name, CompNode node)
@@ -37,7 +44,7 @@ public:
     }
     void use() const { check_not_finalized(); }
 
-    std::shared_ptr<Bound> self;  // set where the object is its own only owner
+    std::shared_ptr<Bound> owner;  // itself, where nothing else owns the object
 
 private:
     std::shared_ptr<void> on_node_finalize() override {
@@ -45,7 +52,7 @@ private:
         finalized += m_name;
         m_operator.reset();
         m_tensor = DeviceTensorND();
-        return std::move(self);
+        return std::move(owner);
     }
 
     char m_name;
@@ -53,68 +60,78 @@ private:
     std::unique_ptr<kern::Relayout> m_operator;
 };
 
-// Attached to a node.
-struct Attached {
-    static const char TAG;
-    std::unique_ptr<kern::Relayout> relayout;
-    DeviceTensorND tensor;
-};
-const char Attached::TAG = 0;
-
-// Is there before the first node, whose making registers the finalization; so the exit destroys it
-// last, and what it holds is released late.
-struct OlderThanNodes {
+// Stage 3: made before any node. Looks at what the finalization did, then releases what is left.
+struct OlderStatic {
+    std::string expected_order;
     std::vector<DeviceTensorND> device;
     std::vector<HostTensorND> host;
     std::unique_ptr<Bound> bound;
-    ~OlderThanNodes() {
+
+    ~OlderStatic() {
         if (!bound)
-            return;  // the process of the other tests
-        require(finalized == expected && bound->is_finalized());
-        require(device[0].comp_node().env().is_finalized() && !cpu_late_free_happened());
-        finalize_nodes();  // once more: nothing is left to do
+            return;  // a process that runs other tests
+        require(finalized == expected_order && bound->is_finalized());
+        require(device[0].comp_node().env().is_finalized());
+        finalize_nodes();  // finds nothing left to do
         device[0].comp_node().sync();
+
+        require(!cpu_late_free_happened());
         bound.reset();
-        device.clear();  // inline nodes free at once
+        device.clear();  // of inline nodes, which are never too late
         require(!cpu_late_free_happened());
         host.clear();
         require(cpu_late_free_happened());
     }
 } older;
 
-// Holds memory and operators in all the ways there are, and ends the process.
-void live_and_exit(bool finalize_before, const char* order) {
-    expected = order;
+void add_memory_of(CompNode node) {
+    const kern::TensorShape shape{1000};
+    older.device.emplace_back(node, shape, kern::DType::Int8()).raw_ptr();
+    older.host.emplace_back(node, shape, kern::DType::Int8()).raw_ptr();
+}
+
+// User data of a node.
+struct Attachment {
+    static const char TAG;
+    std::unique_ptr<kern::Relayout> relayout;
+    DeviceTensorND tensor;
+};
+const char Attachment::TAG = 0;
+
+// Ends the process while all kinds of owners hold something of a node.
+void exit_with_everything_alive(bool finalize_before, const char* expected_order) {
+    older.expected_order = expected_order;
     const CompNode node = CompNode::load("cpu:default");
     const CompNode named =
         CompNode::load({CompNode::DeviceType::CPU, -1024, 0}, {CompNode::DeviceType::CPU, 30, 0});
     const CompNode dsp = CompNode::load("hexagon0");  // its type registers a second finalization
-    for (const CompNode on : {node, named, dsp, CompNode::default_cpu()}) {
-        older.device.emplace_back(on, kern::TensorShape{1000}, kern::DType::Int8()).raw_ptr();
-        older.host.emplace_back(on, kern::TensorShape{1000}, kern::DType::Int8()).raw_ptr();
-    }
+    for (CompNode each : {node, named, dsp, CompNode::default_cpu()})
+        add_memory_of(each);
+
     older.bound = std::make_unique<Bound>('a', node);
     auto owns_itself = std::make_shared<Bound>('b', node);
-    owns_itself->self = owns_itself;
+    owns_itself->owner = owns_itself;
     owns_itself.reset();
-    static Bound newer('c', CompNode::default_cpu());
-    Bound('d', node);  // leaves at once
-    auto attached = std::make_shared<Attached>();
-    attached->relayout = node.env().kernel_handle().create_operator<kern::Relayout>();
-    attached->tensor = older.device[1];  // of a node that is finalized later
+    static Bound newer_static('c', CompNode::default_cpu());
+    std::make_unique<Bound>('d', node).reset();  // is gone before the end
+
+    auto attachment = std::make_shared<Attachment>();
+    attachment->relayout = node.env().kernel_handle().create_operator<kern::Relayout>();
+    attachment->tensor = older.device[1];  // of `named`, which is finalized later
     {
         const std::lock_guard<RecursiveSpinLock> lock(node.env().user_data_lock());
-        node.env().user_data().add(&Attached::TAG, std::move(attached));
+        node.env().user_data().add(&Attachment::TAG, std::move(attachment));
     }
+
     if (finalize_before)
         finalize_nodes();
     std::exit(GOOD_EXIT);
 }
 
-TEST(ExitFinalizationDeathTest, NewestObjectsGoFirstAndStaticsMayReleaseLate) {
-    // A plain exit destroys `newer` before the finalization comes to it.
-    EXPECT_EXIT(live_and_exit(false, "ba"), testing::ExitedWithCode(GOOD_EXIT), "");
-    EXPECT_EXIT(live_and_exit(true, "cba"), testing::ExitedWithCode(GOOD_EXIT), "");
+TEST(ExitFinalizationDeathTest, NewestObjectsGoFirstAndOlderStaticsReleaseLate) {
+    // A plain exit destroys c before it finalizes.
+    EXPECT_EXIT(exit_with_everything_alive(false, "ba"), testing::ExitedWithCode(GOOD_EXIT), "");
+    EXPECT_EXIT(exit_with_everything_alive(true, "cba"), testing::ExitedWithCode(GOOD_EXIT), "");
 }
 
 TEST(ExitFinalizationDeathTest, UseAfterwardsStops) {
