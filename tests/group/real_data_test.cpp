@@ -1,16 +1,14 @@
 // The ten nearest rows of real queries are those of the reference files.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <numeric>
 #include <set>
 #include <type_traits>
 
 #include "tests/group/group_test_util.h"
+#include "tests/store/file_test_util.h"
 
 namespace {
 
@@ -18,12 +16,10 @@ constexpr size_t PLACES = 10;
 
 template <typename T>
 std::vector<T> read(const std::string& name) {
-    std::ifstream file(std::string(VEKFIND_DATA_DIR) + "/" + name, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::string bytes = bytes_of_file(VEKFIND_DATA_DIR "/" + name);
     EXPECT_FALSE(bytes.empty() || bytes.size() % sizeof(T)) << name;
     std::vector<T> values(bytes.size() / sizeof(T));
-    std::copy_n(bytes.data(), values.size() * sizeof(T),
-                static_cast<char*>(static_cast<void*>(values.data())));
+    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
     return values;
 }
 

@@ -1,24 +1,14 @@
 // Many threads on one group, and many groups at once. Sized for the thread sanitizer.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "tests/group/group_test_util.h"
 #include "tests/store/file_test_util.h"
+#include "tests/threads.h"
 
 namespace {
 
 constexpr size_t THREADS = 6;
 constexpr size_t DIM = 19;
-
-template <typename Body>
-void run_together(const Body& body) {
-    std::vector<std::thread> threads;
-    for (size_t t = 0; t < THREADS; ++t)
-        threads.emplace_back([&body, t] { body(t); });
-    for (std::thread& thread : threads)
-        thread.join();
-}
 
 int has_bit(void* context, const uint8_t* tag) {
     return *tag & *static_cast<const uint8_t*>(context);
@@ -74,7 +64,7 @@ TEST(Threads, ManySearchAndReadOneGroup) {
                 expected[t][round] = group.search(query_of(kind, t, round));
         }
         const std::string expected_bytes = dump_and_average(group, kind, folder / "expected");
-        run_together([&](size_t t) {
+        run_together(THREADS, [&](size_t t) {
             const std::string path = folder / std::to_string(t);
             for (size_t round = 0; round < ROUNDS; ++round) {
                 EXPECT_EQ(group.search(query_of(kind, t, round)), expected[t][round]);
@@ -114,7 +104,7 @@ TEST(Threads, EachWithGroupsOfItsOwn) {
         std::vector<std::vector<Found>> expected;
         for (size_t t = 0; t < THREADS; ++t)
             expected.push_back(live(kind, t));
-        run_together([&](size_t t) {
+        run_together(THREADS, [&](size_t t) {
             for (size_t round = 0; round < 5; ++round)
                 EXPECT_EQ(live(kind, t), expected[t]);
         });

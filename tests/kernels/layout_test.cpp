@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <numeric>
 #include <set>
-#include <thread>
 
 #include "kernels/broadcast.h"
 #include "kernels/format.h"
 #include "kernels/naive/tensor_iterator.h"
 #include "tests/kernels/kernel_test_util.h"
+#include "tests/threads.h"
 
 namespace kern_test {
 namespace {
@@ -245,14 +245,10 @@ TEST(DType, EqualParametersMakeOneType) {
     EXPECT_EQ(DType::Quantized8Asymm(0.5f, 7).param<kern::Quantized8AsymmParam>().zero_point, 7);
     // Many threads make the same types.
     std::vector<std::vector<DType>> made(4);
-    std::vector<std::thread> threads;
-    for (auto& types : made)
-        threads.emplace_back([&types] {
-            for (int scale = 1; scale <= 2000; ++scale)
-                types.push_back(DType::QuantizedS32(static_cast<float>(scale)));
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    run_together(made.size(), [&made](size_t t) {
+        for (int scale = 1; scale <= 2000; ++scale)
+            made[t].push_back(DType::QuantizedS32(static_cast<float>(scale)));
+    });
     for (const auto& types : made)
         EXPECT_TRUE(types == made[0]);
 }

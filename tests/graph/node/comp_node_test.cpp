@@ -5,7 +5,6 @@
 #include <atomic>
 #include <mutex>
 #include <numeric>
-#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #include "graph/tensor/tensor.h"
 #include "kernels/handle.h"
 #include "kernels/relayout.h"
+#include "tests/threads.h"
 
 namespace orb {
 namespace {
@@ -161,10 +161,10 @@ class Bound final : public NodeBoundObject {
 };
 
 TEST(CompNode, ManyThreadsShareTheInlineNode) {
-    constexpr int NR_THREADS = 6;
-    constexpr int ROUNDS = 150;
+    constexpr int NR_THREADS = 6, ROUNDS = 150;
     std::atomic<int> made{0};
-    const auto use_node = [&made](int t) {
+    run_together(NR_THREADS, [&made](size_t t) {
+        const int first_value = 1000 * static_cast<int>(t);
         for (int i = 0; i < ROUNDS; ++i) {
             const CompNode node = CompNode::load("cpu:default");
             CompNode::load({Type::CPU, -1024, 0}, {Type::CPU, 22, i % 8});
@@ -176,19 +176,14 @@ TEST(CompNode, ManyThreadsShareTheInlineNode) {
             }
             // A transpose, whose kernel all threads share.
             HostTensorND source(CompNode::default_cpu(), {3, 4}, kern::DType::Int32());
-            std::iota(source.ptr<int>(), source.ptr<int>() + 12, t * 1000);
+            std::iota(source.ptr<int>(), source.ptr<int>() + 12, first_value);
             DeviceTensorND dest(node, {4, 3}, kern::DType::Int32());
             DeviceTensorND turned;
             turned.reset(dest.storage(), dest.layout().permuted({1, 0}));
             turned.copy_from_fixlayout(source);
-            EXPECT_EQ(dest.ptr<int>()[4], t * 1000 + 5);
+            EXPECT_EQ(dest.ptr<int>()[4], first_value + 5);
         }
-    };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < NR_THREADS; ++t)
-        threads.emplace_back(use_node, t);
-    for (std::thread& thread : threads)
-        thread.join();
+    });
     EXPECT_EQ(made, 1);
     CompNodeEnv& env = CompNode::load("cpu:default").env();
     const std::lock_guard<RecursiveSpinLock> lock(env.user_data_lock());

@@ -11,6 +11,7 @@
 #include "graph/node/chunk_pool.h"
 #include "graph/node/spin_lock.h"
 #include "graph/node/user_data.h"
+#include "tests/threads.h"
 
 namespace orb {
 namespace {
@@ -98,17 +99,12 @@ template <typename Lock>
 void count_under_lock() {
     Lock lock;
     size_t count = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 2000; ++i) {
-                const std::lock_guard<Lock> guard(lock);
-                ++count;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    run_together(4, [&](size_t) {
+        for (int i = 0; i < 2000; ++i) {
+            const std::lock_guard<Lock> guard(lock);
+            ++count;
+        }
+    });
     EXPECT_EQ(count, 8000u);
 }
 

@@ -13,6 +13,7 @@
 #include "graph/node/comp_node_env.h"
 #include "graph/node/spin_budget.h"
 #include "tests/graph/node/workers.h"
+#include "tests/threads.h"
 
 namespace orb {
 namespace {
@@ -23,25 +24,21 @@ TEST(WorkerQueue, ProducersKeepTheirOrderAndSyncWaitsForTheirOwn) {
     const Watchdog watchdog;
     constexpr size_t NR_PRODUCERS = 4, NR_TASKS = 40000 / SLOWER;
     std::vector<size_t> nr_run(NR_PRODUCERS, 0);  // plain: one worker, and syncs order the reads
-    std::vector<std::thread> producers;
-    for (size_t p = 0; p < NR_PRODUCERS; ++p) {
-        producers.emplace_back([&run = nr_run[p], p] {
-            const CompNode node = worker_node(1, static_cast<int>(p));
-            std::mt19937 random(static_cast<uint32_t>(p));
-            const auto alive = std::make_shared<int>();
-            for (size_t i = 0; i < NR_TASKS; ++i) {
-                node.add_callback([&run, i, alive] { EXPECT_EQ(run++, i); });
-                if (random() % 1000 == 0) {
-                    node.sync();
-                    EXPECT_EQ(run, i + 1);
-                    EXPECT_EQ(alive.use_count(), 1);  // the tasks are destroyed too
-                }
+    run_together(NR_PRODUCERS, [&](size_t p) {
+        size_t& run = nr_run[p];
+        const CompNode node = worker_node(1, static_cast<int>(p));
+        std::mt19937 random(static_cast<uint32_t>(p));
+        const auto alive = std::make_shared<int>();
+        for (size_t i = 0; i < NR_TASKS; ++i) {
+            node.add_callback([&run, i, alive] { EXPECT_EQ(run++, i); });
+            if (random() % 1000 == 0) {
+                node.sync();
+                EXPECT_EQ(run, i + 1);
+                EXPECT_EQ(alive.use_count(), 1);  // the tasks are destroyed too
             }
-            node.sync();
-        });
-    }
-    for (std::thread& producer : producers)
-        producer.join();
+        }
+        node.sync();
+    });
     EXPECT_EQ(nr_run, std::vector<size_t>(NR_PRODUCERS, NR_TASKS));
 }
 
