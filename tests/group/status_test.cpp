@@ -124,10 +124,14 @@ TEST_F(Status, OfRowsBeyondAllMemory) {
         EXPECT_TRUE(uint64_t{nr} <= UINT32_MAX || watch.seen() == seen_before)
             << "a limit, not memory";
     }
-    Query query;
-    query.nr_query = SIZE_MAX / 2 + 1;
-    query.k = 2;
-    EXPECT_EQ(Search(query, 0)(wide.context()), VEK_UNKNOWN_ERROR);
+    // More places, or bytes of places, than can be counted.
+    for (const auto& [nr_query, k] :
+         {std::pair(SIZE_MAX / 2 + 1, size_t{2}), {2, SIZE_MAX / 16 + 1}}) {
+        Query query;
+        query.nr_query = nr_query;
+        query.k = k;
+        EXPECT_EQ(Search(query, 0)(wide.context()), VEK_UNKNOWN_ERROR);
+    }
     EXPECT_EQ(group.reserve(0), VEK_OK);
     EXPECT_EQ(contents(), before);
 }
