@@ -86,23 +86,15 @@ TEST_F(Execution, SeveralCallbacksOfOneVarAndConstantsRunEachTime) {
 }
 
 TEST_F(Execution, PassesReplaceWhatIsWantedInTheirOrder) {
-    const auto twice = [](ElementwiseMode mode) {
-        return [mode](const std::vector<GraphVar*>& vars) {
-            std::vector<GraphVar*> changed{ElementwiseOperator::make({vars[0], vars[0]}, mode)};
-            changed.insert(changed.end(), vars.begin() + 1, vars.end());
-            return changed;
-        };
-    };
-    graph->options().passes = {twice(ElementwiseMode::ADD), twice(ElementwiseMode::MUL)};
-    for (int round = 0; round < 2; ++round) {
-        const auto function = graph->compile({{doubled, take(result)}, {input, nullptr}});
-        function->execute().wait();
-        EXPECT_EQ(result, (std::vector<float>{16, 64}));
-        EXPECT_EQ(function->output_vars()[1], input);
-        EXPECT_EQ(values_of<float>(function->output_vars()[0]->device_value()), result);
+    for (const auto mode : {ElementwiseMode::ADD, ElementwiseMode::MUL}) {
+        graph->options().passes.push_back([mode](const std::vector<GraphVar*>& vars) {
+            return std::vector<GraphVar*>{ElementwiseOperator::make({vars[0], vars[0]}, mode)};
+        });
     }
-    graph->options().passes = {[](const auto&) { return std::vector<GraphVar*>(); }};
-    EXPECT_DEATH(graph->compile({{doubled, nullptr}}), "");
+    const auto function = graph->compile({{doubled, take(result)}});
+    function->execute().wait();
+    EXPECT_EQ(result, (std::vector<float>{16, 64}));
+    EXPECT_NE(function->output_vars()[0], doubled);
 }
 
 TEST_F(Execution, ExceptionsPassThroughAndTheNextRunIsWhole) {
