@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "serialization/byte_forms.h"
 #include "serialization/file.h"
 #include "serialization/graph_file_error.h"
 
@@ -25,6 +26,15 @@ public:
         begin_field(bytes);
         m_file.skip(bytes);
     }
+    // What the function reads, as one field.
+    template <typename Read>
+    auto read_field(const Read& read) {
+        m_field_begin = m_file.tell();
+        m_is_in_field = true;
+        const auto result = read(*this);
+        m_is_in_field = false;
+        return result;
+    }
     uint64_t tell() const { return m_file.tell(); }
     uint64_t bytes_left() const { return m_file.bytes_left(); }
     InputFile& file() { return m_file; }
@@ -41,14 +51,21 @@ public:
 
 private:
     void begin_field(uint64_t bytes) {
-        m_field_begin = m_file.tell();
+        if (!m_is_in_field && bytes != 0)
+            m_field_begin = m_file.tell();
         if (bytes > m_file.bytes_left())
             fail(GraphFileFault::TRUNCATED);
     }
 
     InputFile& m_file;
     uint64_t m_field_begin = 0;
+    bool m_is_in_field = false;
     std::optional<uint64_t> m_record;
 };
+
+// A number is one field, of however many bytes.
+inline uint64_t read_varint(FileSource& source) {
+    return source.read_field(read_varint<FileSource>);
+}
 
 }  // namespace orb
