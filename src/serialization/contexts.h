@@ -45,6 +45,8 @@ public:
 
     // As `load_tensor`, for a value that is needed on the host when the operator is made.
     virtual std::shared_ptr<HostTensorND> load_constant() = 0;
+    // Of the tensor that was read last; empty for none.
+    virtual const std::string& tensor_name() const = 0;
     virtual uint64_t bytes_left() const = 0;
     // At the field that was read last.
     virtual GraphFileError error(GraphFileFault fault) const = 0;

@@ -36,6 +36,7 @@ public:
         note_valued(TensorMethod::CONSTANT);
         return nullptr;
     }
+    const std::string& tensor_name() const override { return m_facts.tensors.back().header.name; }
     uint64_t bytes_left() const override { return m_parser.source().bytes_left(); }
     GraphFileError error(GraphFileFault fault) const override {
         return m_parser.source().error(fault);

@@ -89,6 +89,7 @@ void LoadContext::finish_parameters() {
 
 void LoadContext::note_name(const TensorHeader& header,
                             const std::shared_ptr<DeviceTensorND>& tensor) {
+    m_tensor_name = header.name;
     if (!header.name.empty())
         m_tensors.emplace(header.name, tensor);
 }

@@ -29,6 +29,7 @@ public:
     std::shared_ptr<DeviceTensorND> load_tensor_shared() override;
     const GraphLoadConfig& config() const override { return m_config; }
     std::shared_ptr<HostTensorND> load_constant() override;
+    const std::string& tensor_name() const override { return m_tensor_name; }
     uint64_t bytes_left() const override { return m_parser.source().bytes_left(); }
     GraphFileError error(GraphFileFault fault) const override {
         return m_parser.source().error(fault);
@@ -51,6 +52,7 @@ private:
     SharedTensorTable& m_shared;
     std::unordered_map<CompNode, ParameterBlock, CompNodeHash> m_blocks;
     TensorMap m_tensors;
+    std::string m_tensor_name;
 };
 
 }  // namespace orb

@@ -60,8 +60,11 @@ OperatorRecord shared_tensor_record() {
                      const OperatorConfig& config) {
         check_no_inputs(context, inputs.size());
         const TensorRole role = read_role(context);
-        return SharedTensorInput::make(context.graph(), read_tensor(context, role), config, role)
-            ->owner_operator();
+        const auto tensor = read_tensor(context, role);
+        OperatorConfig named = config;
+        if (!context.tensor_name().empty())
+            named.name = context.tensor_name();
+        return SharedTensorInput::make(context.graph(), tensor, named, role)->owner_operator();
     };
     record.follow = [](OprLoadContext& context, size_t nr_inputs) -> size_t {
         check_no_inputs(context, nr_inputs);
