@@ -12,6 +12,8 @@ int main(int argc, char** argv) {
     size_t count = 0;
     for (int i = 1; i < argc; ++i) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
+            if (!entry.is_regular_file())
+                continue;
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> text(std::istreambuf_iterator<char>(file), {});
             const std::vector<uint8_t> bytes(text.begin(), text.end());
