@@ -1,4 +1,5 @@
 // The table of operators: its ids, its forms, and copies that go through them.
+#include <fstream>
 #include <iostream>
 #include <set>
 
@@ -29,6 +30,20 @@ TEST(Registry, IdsDifferInTheirLowHalvesToo) {
     }
     EXPECT_EQ(low_halves.size(), 101u);
     std::cout << "not available yet: " << missing << "\n";
+}
+
+TEST(Registry, ThePageHasTheOperatorsThatCanBeLoaded) {
+    std::set<uint64_t> available, described;
+    for (const OperatorRecord& record : OperatorRegistry::instance().records()) {
+        if (record.load)
+            available.insert(record.persist_id);
+    }
+    std::ifstream page(VEKFIND_TEST_DIR "/../docs/graph-file.md");
+    for (std::string line; std::getline(page, line);) {
+        if (line.rfind("| 0x", 0) == 0)
+            described.insert(std::stoull(line.substr(2), nullptr, 16));
+    }
+    EXPECT_EQ(described, available);
 }
 
 OperatorRecord record_with(uint64_t id, const OperatorType* type) {
