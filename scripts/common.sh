@@ -30,8 +30,8 @@ install_missing() {
 # 12. The presets use Ninja; make is there for CMake projects that choose no generator.
 build() {
     local preset=$1 packages
-    packages=(g++ cmake make ninja-build pkg-config python3 libxxhash-dev googletest
-        libbenchmark-dev)
+    packages=(g++ cmake make ninja-build pkg-config python3 libxxhash-dev libcli11-dev
+        googletest libbenchmark-dev)
     case $preset in
         clang) packages+=(clang) ;;
         armv7*) packages+=(g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user) ;;
