@@ -66,7 +66,8 @@ void write_operator(std::ostream& out, size_t index, const orb::OperatorFacts& o
     out << "  o" << index << " [label=\"";
     if (tensor) {
         const TensorLook look = look_of(*tensor);
-        out << look.word << ' ' << escaped(tensor->header.name) << "\\n"
+        out << look.word << (tensor->header.name.empty() ? "" : " ") << escaped(tensor->header.name)
+            << "\\n"
             << escaped(tensor_text(tensor->header.layout)) << "\", " << look.attributes;
     } else {
         out << escaped(title_of(op.head.record));

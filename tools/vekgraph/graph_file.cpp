@@ -64,7 +64,8 @@ bool is_input(const orb::TensorFacts& tensor) {
 
 bool is_parameter(const orb::TensorFacts& tensor) {
     return tensor.method == orb::TensorMethod::SHARED ||
-           (!is_input(tensor) && !tensor.header.name.empty());
+           tensor.method == orb::TensorMethod::PARAMETER ||
+           (tensor.method == orb::TensorMethod::CONSTANT && !tensor.header.name.empty());
 }
 
 void write_tensor_fields(JsonWriter& json, const orb::TensorHeader& tensor) {

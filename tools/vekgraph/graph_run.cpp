@@ -55,8 +55,9 @@ private:
 void set_inputs(const orb::GraphLoadResult& graph, const std::vector<InputArray>& inputs) {
     for (const InputArray& input : inputs) {
         orb::DeviceTensorND& tensor = *graph.tensor_map.at(input.name);
-        tensor.copy_from(tensor_of(input));
-        tensor.comp_node().sync();
+        const orb::HostTensorND host = tensor_of(input);
+        tensor.copy_from(host);
+        tensor.comp_node().sync();  // `host` must outlive the copy
     }
 }
 

@@ -14,7 +14,7 @@ using vekgraph::FileOptions;
 
 CLI::App* add_command(CLI::App& app, const char* name, const char* text, FileOptions& file) {
     CLI::App* command = app.add_subcommand(name, text);
-    command->add_option("FILE", file.path, "the graph file")->required();
+    command->add_option("FILE", file.path, "the graph file")->required()->type_name("");
     command->add_flag("--json", file.json, "one JSON object instead of text");
     return command;
 }
@@ -33,11 +33,12 @@ void add_run_options(CLI::App& command, vekgraph::RunOptions& options) {
     command
         .add_option("--input", options.inputs,
                     "NAME=FILE.npy, once for each input; the shape may differ from the file's")
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->type_name("NAME=FILE");
     command.add_option("--output-dir", options.output_folder,
                        "folder to write each output to, as NAME.npy");
     command.add_option("--repeat", options.nr_runs, "number of runs")
-        ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 40))
+        ->check(CLI::PositiveNumber)
         ->capture_default_str();
     CLI::Option* record = command.add_flag(
         "--record", options.record, "record the first run on a node with a worker and replay it");
