@@ -91,7 +91,8 @@ constexpr int THREW = 3;
     int status = 0;
     try {
         work(progress);
-        std::cout.flush();
+        if (!std::cout.flush())
+            throw BadUse("the output cannot be written");
     } catch (const std::exception& error) {
         progress.failure_status = dynamic_cast<const BadUse*>(&error) ? 2 : 1;
         progress.note(error.what());
