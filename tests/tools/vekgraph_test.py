@@ -120,7 +120,7 @@ def test_bad_use(graph):
     x = npy("x.npy", "f", (2, 3), range(6))
     given = ["run", graph, "--input", INPUT + "=" + x]
     for words, error in (
-            ([], "subcommand"), (["info"], "FILE"), (["info", graph, "--colour"], "--colour"),
+            ([], "command is needed"), (["info"], "FILE"), (["info", graph, "--colour"], "--colour"),
             (["check", path("none")], "none"), (["check", WORK], "not a file"),
             (["check", graph, "--node", "gpu0"], "gpu0"), (["run", graph], "missing"),
             (["run", graph, "--input", "y=" + x], "y="), (given + given[2:], "twice"),

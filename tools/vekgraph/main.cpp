@@ -37,9 +37,7 @@ void add_run_options(CLI::App& command, vekgraph::RunOptions& options) {
         ->type_name("NAME=FILE");
     command.add_option("--output-dir", options.output_folder,
                        "folder to write each output to, as NAME.npy");
-    command.add_option("--repeat", options.nr_runs, "number of runs")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
+    command.add_option("--repeat", options.nr_runs, "number of runs")->capture_default_str();
     CLI::Option* record = command.add_flag(
         "--record", options.record, "record the first run on a node with a worker and replay it");
     command.add_flag("--profile", options.profile, "list the time of each operator")
@@ -48,7 +46,7 @@ void add_run_options(CLI::App& command, vekgraph::RunOptions& options) {
 
 int run_command(int nr_words, char** words) {
     CLI::App app("Looks into graph files, checks, draws and runs them.", "vekgraph");
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     FileOptions file;
     vekgraph::DrawOptions draw_options;
     vekgraph::RunOptions run_options;
@@ -69,6 +67,8 @@ int run_command(int nr_words, char** words) {
             return app.exit(error);  // help was asked for
         throw vekgraph::BadUse(error.what());
     }
+    if (app.get_subcommands().empty())
+        throw vekgraph::BadUse("a command is needed: info, check, draw or run; see --help");
     if (*info)
         return vekgraph::info(file);
     if (*check)

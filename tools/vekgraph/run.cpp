@@ -148,6 +148,8 @@ void write_result(const std::string& path, const RunOptions& options, const Outp
 }  // namespace
 
 int run(const FileOptions& file, const RunOptions& options) {
+    if (options.nr_runs == 0)
+        throw BadUse("--repeat: there is at least one run");
     const orb::GraphFileFacts facts = inspect_strictly(file);
     const std::vector<InputArray> inputs = read_inputs(facts, options.inputs);
     const OutputNames names = names_of_outputs(facts);
