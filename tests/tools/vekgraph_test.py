@@ -93,6 +93,9 @@ def test_broken_files(graph):
     assert "matrix multiplication" in fault["text"] and fault["byte"] > weight, fault
     x = npy("x.npy", "f", (2, 3), range(6))
     vekgraph("run", swapped, "--input", INPUT + "=" + x, status=1, error="stopped by a check")
+    wide = npy("wide.npy", "f", (1, 4), range(4))
+    vekgraph("run", graph, "--input", INPUT + "=" + wide, status=1,
+             error=r"matrix multiplication .* of \{1,4\}, \{3,2\}: stopped by a check")
     # Another id for the product in the list of types.
     known = struct.pack("<Q", 0x59507E5620A94E88)
     unknown = write("unknown", content.replace(known, known[::-1]))

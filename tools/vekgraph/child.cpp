@@ -137,10 +137,10 @@ std::string signal_text(int signal, const ChildProgress& progress) {
 
 }  // namespace
 
-void ChildProgress::note(const std::string& message) {
-    const size_t length = std::min(message.size(), sizeof(text) - 1);
-    std::memcpy(text, message.data(), length);
-    text[length] = '\0';
+void ChildProgress::copy(const std::string& from, char (&to)[512]) {
+    const size_t length = std::min(from.size(), sizeof(to) - 1);
+    std::memcpy(to, from.data(), length);
+    to[length] = '\0';
 }
 
 ChildEnd run_in_child(const std::function<void(ChildProgress&)>& work) {
@@ -189,9 +189,12 @@ std::string stop_text(const orb::GraphFileFacts& facts, const ChildEnd& end) {
     if (end.has_thrown)
         return end.message;
     if (end.progress.stage != ChildProgress::LOADING) {
-        static const char* const STAGES[] = {"starting", "loading", "compiling the graph",
+        static const char* const STAGES[] = {"starting",          "loading",
+                                             "compiling",         "inferring the shape of ",
                                              "running the graph", "writing the outputs"};
-        return std::string(STAGES[end.progress.stage]) + ": " + end.message;
+        const bool is_inferring = end.progress.stage == ChildProgress::INFERRING;
+        return STAGES[end.progress.stage] + std::string(is_inferring ? end.progress.subject : "") +
+               ": " + end.message;
     }
     std::string place = "behind the operators";
     if (const auto index = operator_at(facts, end.progress.position)) {

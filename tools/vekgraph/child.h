@@ -15,14 +15,20 @@ namespace vekgraph {
 // How far the child has come, in memory that both processes see; the parent reads it when the child
 // has ended.
 struct ChildProgress {
-    enum Stage : uint32_t { STARTING, LOADING, COMPILING, RUNNING, WRITING };
+    enum Stage : uint32_t { STARTING, LOADING, COMPILING, INFERRING, RUNNING, WRITING };
 
     Stage stage = STARTING;
     uint64_t position = 0;  // bytes of the file that the loader has taken
     int failure_status = 0;
-    char text[512] = {};  // of a failure, or of the check that has stopped the child
+    char text[512] = {};     // of a failure, or of the check that has stopped the child
+    char subject[512] = {};  // the operator whose shapes are inferred
 
-    void note(const std::string& message);
+    void note(const std::string& message) { copy(message, text); }
+    void note_subject(const std::string& name) { copy(name, subject); }
+
+private:
+    // As much as there is room for.
+    static void copy(const std::string& from, char (&to)[512]);
 };
 
 struct ChildEnd {

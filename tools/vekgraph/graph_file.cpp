@@ -58,6 +58,12 @@ std::string title_of(const orb::OperatorRecord* record) {
     return *record->title == '\0' ? "operator without a name" : record->title;
 }
 
+// Operators that never stand in a file have only the name of their class.
+std::string title_of(const orb::GraphOperator& op) {
+    const auto* record = orb::OperatorRegistry::instance().find_by_type(op.type_record());
+    return record && *record->title != '\0' ? record->title : op.type_record()->name;
+}
+
 bool is_input(const orb::TensorFacts& tensor) {
     return tensor.method == orb::TensorMethod::INPUT;
 }

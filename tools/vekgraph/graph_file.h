@@ -23,6 +23,7 @@ orb::GraphFileFacts inspect_what_is_known(const FileOptions& options);
 
 // Of the operator for people.
 std::string title_of(const orb::OperatorRecord* record);
+std::string title_of(const orb::GraphOperator& op);
 
 bool is_input(const orb::TensorFacts& tensor);
 // Constants have no name.

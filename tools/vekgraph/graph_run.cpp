@@ -96,6 +96,25 @@ private:
     bool m_is_keeping = true;
 };
 
+std::string inferred_shape(orb::GraphVar* var) {
+    orb::InferenceManager& manager = var->owner_graph().inference_manager();
+    return is_static(manager.shape_kind(var)) ? manager.shape_of_var(var).to_string() : "{?}";
+}
+
+// Operator by operator, so that the first one that cannot take its inputs is known by name. The run
+// finds the shapes there.
+void infer_shapes(const orb::CompiledFunction& function, ChildProgress& progress) {
+    function.iterate_operators([&progress](orb::GraphOperator* op) {
+        std::string inputs;
+        for (orb::GraphVar* var : op->input())
+            inputs += (inputs.empty() ? " of " : ", ") + inferred_shape(var);
+        progress.note_subject(title_of(*op) + " " + op->name() + inputs);
+        for (orb::GraphVar* var : op->output())
+            inferred_shape(var);
+        return true;
+    });
+}
+
 double timed_run(orb::CompiledFunction& function) {
     const Stopwatch watch;
     function.execute().wait();
@@ -133,6 +152,8 @@ RunResult run_graph(const FileOptions& file, const RunOptions& options,
         wanted.push_back({graph.output_vars[i], keeper.callback_for(i)});
     const auto function = graph.graph->compile(wanted);
 
+    progress.stage = ChildProgress::INFERRING;
+    infer_shapes(*function, progress);
     progress.stage = ChildProgress::RUNNING;
     // A recording has no steps of its own, so that their number tells whether there is one.
     if (options.profile || options.record)

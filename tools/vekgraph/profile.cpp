@@ -3,18 +3,9 @@
 #include <algorithm>
 
 #include "graph/core/operator.h"
-#include "serialization/operator_registry.h"
+#include "vekgraph/graph_file.h"
 
 namespace vekgraph {
-namespace {
-
-// Operators that never stand in a file have only the name of their class.
-std::string title_of(const orb::GraphOperator& op) {
-    const auto* record = orb::OperatorRegistry::instance().find_by_type(op.type_record());
-    return record && *record->title != '\0' ? record->title : op.type_record()->name;
-}
-
-}  // namespace
 
 void Profile::add(const orb::StepTime& step) {
     if (!step.op)
