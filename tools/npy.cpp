@@ -89,7 +89,7 @@ private:
         const size_t end = m_text.find(quote, ++m_position);
         if (end == std::string::npos)
             fail("a string has no end");
-        const std::string value = m_text.substr(m_position, end - m_position);
+        std::string value = m_text.substr(m_position, end - m_position);
         m_position = end + 1;
         return value;
     }

@@ -12,8 +12,6 @@
 
 #include "vekgraph/failure.h"
 
-extern char** environ;
-
 namespace vekgraph {
 namespace {
 

@@ -25,6 +25,7 @@ std::vector<TypeCount> count_types(const orb::GraphFileFacts& facts) {
         type = {op.head.type_id, op.head.record, type.count + 1};
     }
     std::vector<TypeCount> types;
+    types.reserve(by_id.size());
     for (const auto& entry : by_id)
         types.push_back(entry.second);
     std::stable_sort(types.begin(), types.end(),

@@ -1,4 +1,5 @@
 // `vekgraph run`: the outputs of a graph for inputs from .npy files, and how long it takes.
+#include <cmath>
 #include <filesystem>
 #include <iostream>
 
@@ -58,7 +59,7 @@ double total_seconds(const std::vector<ProfileRow>& rows) {
 }
 
 std::string percent(double part, double whole) {
-    return whole > 0 ? std::to_string(static_cast<int>(part / whole * 100 + 0.5)) + " %" : "";
+    return whole > 0 ? std::to_string(std::lround(part / whole * 100)) + " %" : "";
 }
 
 void print_profile(const RunResult& result) {

@@ -91,7 +91,7 @@ std::string seconds_text(double seconds) {
 std::string dtype_text(kern::DType dtype) {
     if (!dtype.valid())
         return "none";
-    const std::string name = dtype.name();
+    std::string name = dtype.name();
     const auto scaled = [&name](float scale) {
         return name + "(scale " + formatted("%.9g", static_cast<double>(scale));
     };
