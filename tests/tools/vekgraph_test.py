@@ -1,6 +1,7 @@
 """What vekgraph makes of a graph that the library has just written, of broken files and of bad use.
 
-Usage: vekgraph_test.py WORK_DIR DUMP_GRAPH VEKGRAPH..., the last with its emulator before it.
+Usage: vekgraph_test.py GOLDEN_DIR WORK_DIR SMALL_GRAPH VEKGRAPH..., the last with its emulator
+before it.
 """
 
 import json
@@ -10,7 +11,7 @@ import struct
 import subprocess
 import sys
 
-WORK, DUMP_GRAPH, *VEKGRAPH = sys.argv[1:]
+GOLDEN, WORK, SMALL_GRAPH, *VEKGRAPH = sys.argv[1:]
 EMULATOR = VEKGRAPH[:-1]
 INPUT = 'x="&\\\n'
 EMPTY = bytes.fromhex("6f7262303030310a88b80a006d5f38e31f810d3e" + "00" * 16 + "08" * 7 + "0000")
@@ -74,6 +75,18 @@ def test_what_a_good_file_holds(graph):
     assert json.loads(vekgraph("info", empty, "--json"))["nr_operators"] == 0
     vekgraph("check", empty)
     vekgraph("run", empty, status=1, error="no outputs")
+
+
+def test_golden_files(_):
+    for name in sorted(os.listdir(GOLDEN)):
+        golden = os.path.join(GOLDEN, name)
+        if name.startswith("good-") and name.endswith(".graph"):
+            vekgraph("check", golden)
+            vekgraph("draw", golden)
+        elif name.endswith(".graph"):
+            vekgraph("check", golden, status=1, error=name + r": byte \d+")
+    stopped = json.loads(vekgraph("info", os.path.join(GOLDEN, "bad-unavailable-id.graph"), "--json"))
+    assert stopped["stopped"]["title"] != "unknown operator", stopped
 
 
 def test_broken_files(graph):
@@ -152,7 +165,7 @@ def test_pictures(graph):
 
 
 os.makedirs(WORK, exist_ok=True)
-subprocess.run(EMULATOR + [DUMP_GRAPH, path("graph.orb")], check=True)
+subprocess.run(EMULATOR + [SMALL_GRAPH, path("graph.orb")], check=True)
 for name, test in list(globals().items()):
     if name.startswith("test_"):
         test(path("graph.orb"))
