@@ -83,8 +83,8 @@ void print_result(const RunOptions& options, const OutputNames& names, const Run
                   << seconds_text(median(result.more_seconds)) << ", fastest "
                   << seconds_text(result.more_seconds.front()) << '\n';
     if (options.record)
-        std::cout << "recorded: " << (result.was_recorded ? "yes" : "no, the graph cannot be")
-                  << '\n';
+        std::cout << "recorded: "
+                  << (result.was_recorded ? "yes" : "no, this graph cannot be recorded") << '\n';
     Table table("rlll", {"output", "name", "tensor", "file"});
     for (size_t i = 0; i < result.outputs.size(); ++i) {
         const OutputArray& output = result.outputs[i];
