@@ -1,5 +1,5 @@
-// Writes a small graph to the path given: x [2, 3] times the parameter w [3, 2], plus a constant; the
-// sum, and as 8-bit integers under a name that no file should have.
+// Writes a small graph to the path given: x [2, 3] times the parameter w [3, 2], plus a constant;
+// the sum, and as 8-bit integers under a name that no file should have.
 #include <cstring>
 #include <memory>
 
@@ -16,16 +16,15 @@ int main(int argc, char** argv) {
         return 1;
     const orb::CompNode node = orb::CompNode::default_cpu();
     const float weights[3][2] = {{1, 2}, {3, 4}, {5, 6}};
-    const auto x =
-        std::make_shared<orb::DeviceTensorND>(node, kern::TensorShape{2, 3}, kern::DType::Float32());
-    const auto w =
-        std::make_shared<orb::DeviceTensorND>(node, kern::TensorShape{3, 2}, kern::DType::Float32());
+    const auto x = std::make_shared<orb::DeviceTensorND>(node, kern::TensorShape{2, 3},
+                                                         kern::DType::Float32());
+    const auto w = std::make_shared<orb::DeviceTensorND>(node, kern::TensorShape{3, 2},
+                                                         kern::DType::Float32());
     std::memcpy(w->raw_ptr(), weights, sizeof(weights));
     const auto graph = orb::ComputeGraph::make();
     orb::GraphVar* input = orb::SharedTensorInput::make(*graph, x);
     input->name("x=\"&\\\n");
-    orb::GraphVar* weight =
-        orb::SharedTensorInput::make(*graph, w, {}, orb::TensorRole::PARAMETER);
+    orb::GraphVar* weight = orb::SharedTensorInput::make(*graph, w, {}, orb::TensorRole::PARAMETER);
     weight->name("w");
     orb::OperatorConfig on_node;
     on_node.comp_nodes = {node};
