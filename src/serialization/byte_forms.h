@@ -1,6 +1,6 @@
 // The forms in which single fields stand in a graph file, over anything with `read(buffer, bytes)`,
-// `bytes_left()` and `fail(fault)`, or with `write(buffer, bytes)`. Fixed-width numbers are in host
-// byte order, little-endian on all targets.
+// `read_more(buffer, bytes)` for the rest of a field, `bytes_left()` and `fail(fault)`, or with
+// `write(buffer, bytes)`. Fixed-width numbers are in host byte order, little-endian on all targets.
 #pragma once
 
 #include <cmath>
@@ -36,13 +36,16 @@ template <typename Source>
 uint64_t read_varint(Source& source) {
     constexpr int MAX_BYTES = 10;
     uint64_t value = 0;
-    for (int i = 0; i < MAX_BYTES; ++i) {
-        const auto byte = read_word<uint8_t>(source);
+    auto byte = read_word<uint8_t>(source);
+    for (int i = 1;; ++i) {
         if (value >> 57 != 0)
             break;
         value = value << 7 | (byte & 0x7F);
         if ((byte & 0x80) == 0)
             return value;
+        if (i == MAX_BYTES)
+            break;
+        source.read_more(&byte, sizeof(byte));
     }
     source.fail(GraphFileFault::NUMBER);
 }
@@ -61,7 +64,8 @@ std::string read_text(Source& source, uint64_t bytes) {
     if (bytes > source.bytes_left())
         source.fail(GraphFileFault::TRUNCATED);
     std::string text(static_cast<size_t>(bytes), '\0');
-    source.read(text.data(), text.size());
+    if (!text.empty())
+        source.read(text.data(), text.size());
     return text;
 }
 template <typename Source>

@@ -26,7 +26,7 @@ struct GraphLoadConfig {
     // that is on no CPU is refused.
     std::function<CompNode(const CompNode::Locator&)> node_mapper;
     TensorValueLoader value_loader;
-    // What a tensor may take whose value is not in the file.
+    // What the tensors may take, together, whose values are not in the file.
     uint64_t max_bytes_without_value = uint64_t{1} << 30;
 };
 
@@ -43,6 +43,8 @@ public:
     virtual std::shared_ptr<DeviceTensorND> load_tensor_shared() = 0;
     virtual const GraphLoadConfig& config() const = 0;
 
+    // More bytes of the field that `read` began: errors are told where it begins.
+    virtual void read_more(void* buffer, size_t bytes) = 0;
     // As `load_tensor`, for a value that is needed on the host when the operator is made.
     virtual std::shared_ptr<HostTensorND> load_constant() = 0;
     // Of the tensor that was read last; empty for none.
@@ -79,7 +81,7 @@ class OprDumpContext {
 public:
     virtual ~OprDumpContext() = default;
     virtual void write(const void* buffer, size_t bytes) = 0;
-    // An empty name is not written.
+    // An empty name is not written, but for an input, which gets one by its position.
     virtual void dump_tensor(const std::string& name, const DeviceTensorND& tensor,
                              TensorMethod method) = 0;
     virtual const GraphDumpConfig& config() const = 0;

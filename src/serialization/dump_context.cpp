@@ -12,7 +12,6 @@ constexpr size_t NODE_INDEX_LIMIT = 64;
 constexpr size_t NODE_LIST_LIMIT = 64;
 constexpr size_t TENSOR_NODE_INDEX_LIMIT = 128;
 constexpr size_t TENSOR_NODE_TEXT_LIMIT = 128;
-constexpr unsigned DTYPE_FOLLOWS = 7;
 
 // The name under which the node was loaded, so that another machine may use another device for it.
 // One that could not be read stops the process.
@@ -33,7 +32,7 @@ unsigned rank_code(size_t rank) {
         case 4:
             return 2;
         default:
-            return 3;
+            return RANK_FOLLOWS;
     }
 }
 
@@ -62,14 +61,14 @@ void DumpContext::write(const void* buffer, size_t bytes) {
 void DumpContext::write_config_nodes(const std::vector<CompNode>& nodes) {
     if (nodes.size() != 1) {
         KERN_CHECK(nodes.size() < NODE_LIST_LIMIT);
-        write_word(*this, static_cast<uint8_t>(1 | nodes.size() << 2));
+        write_word(*this, static_cast<uint8_t>(NODE_LIST | nodes.size() << 2));
         for (CompNode node : nodes)
             write_string(*this, text_of(node));
         return;
     }
     const std::string text = text_of(nodes[0]);
     if (const auto place = m_nodes.find(text, NODE_INDEX_LIMIT)) {
-        write_word(*this, static_cast<uint8_t>(2 | *place << 2));
+        write_word(*this, static_cast<uint8_t>(NODE_INDEX | *place << 2));
         return;
     }
     write_word(*this, uint8_t{0});
@@ -77,23 +76,30 @@ void DumpContext::write_config_nodes(const std::vector<CompNode>& nodes) {
     m_nodes.add(text);
 }
 
-void DumpContext::dump_tensor(const std::string& name, const DeviceTensorND& tensor,
+void DumpContext::dump_tensor(const std::string& given_name, const DeviceTensorND& tensor,
                               TensorMethod method) {
+    // Whoever loads the graph has to find its inputs.
+    const bool needs_name = method == TensorMethod::INPUT && given_name.empty();
+    const std::string name =
+        needs_name ? "input" + std::to_string(m_result.inputs.size()) : given_name;
     const kern::TensorLayout& layout = tensor.layout();
     KERN_CHECK(layout.ndim != 0 && layout.format->is_default());
     const bool has_value = method != TensorMethod::INPUT;
-    KERN_CHECK(has_value || tensor.storage().use_count() == 0);
+    const bool has_memory = tensor.storage().use_count() != 0;
+    KERN_CHECK(has_value ? has_memory || layout.has_zero_axis() : !has_memory);
     const std::string node = text_of(tensor.comp_node());
     const bool on_first_node = m_nodes.find(node, 1).has_value();
     const unsigned dtype = dtype_code(layout.dtype);
     const unsigned rank = rank_code(layout.ndim);
-    write_word(*this, static_cast<uint8_t>((name.empty() ? 0 : 1) | (has_value ? 2 : 0) |
-                                           (on_first_node ? 4 : 0) | rank << 3 | dtype << 5));
+    write_word(*this, static_cast<uint8_t>((name.empty() ? 0 : TENSOR_HAS_NAME) |
+                                           (has_value ? TENSOR_HAS_VALUE : 0) |
+                                           (on_first_node ? TENSOR_ON_FIRST_NODE : 0) | rank << 3 |
+                                           dtype << 5));
     if (!name.empty())
         write_string(*this, name);
     if (!on_first_node)
         write_tensor_node(node);
-    if (rank == 3)
+    if (rank == RANK_FOLLOWS)
         write_varint(*this, layout.ndim);
     if (dtype == DTYPE_FOLLOWS)
         write_dtype(*this, layout.dtype);
@@ -113,7 +119,7 @@ unsigned DumpContext::dtype_code(kern::DType dtype) const {
 
 void DumpContext::write_tensor_node(const std::string& node) {
     if (const auto place = m_nodes.find(node, TENSOR_NODE_INDEX_LIMIT)) {
-        write_word(*this, static_cast<uint8_t>(0x80 | *place));
+        write_word(*this, static_cast<uint8_t>(TENSOR_NODE_INDEX | *place));
         return;
     }
     KERN_CHECK(node.size() < TENSOR_NODE_TEXT_LIMIT);

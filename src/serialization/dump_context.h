@@ -34,7 +34,7 @@ public:
                 const std::array<uint8_t, NR_LISTED_DTYPES>& dtypes);
 
     void write(const void* buffer, size_t bytes) override;
-    void dump_tensor(const std::string& name, const DeviceTensorND& tensor,
+    void dump_tensor(const std::string& given_name, const DeviceTensorND& tensor,
                      TensorMethod method) override;
     const GraphDumpConfig& config() const override { return m_config; }
 

@@ -25,7 +25,11 @@ public:
     DiskInput(FileHandle file, uint64_t size) : m_file(std::move(file)), m_size(size) {}
 
     void rewind() override { seek(0); }
-    void skip(uint64_t bytes) override { seek(m_position + bytes); }
+    void skip(uint64_t bytes) override {
+        if (bytes > bytes_left())
+            refuse(m_position);
+        seek(m_position + bytes);
+    }
     void read(void* buffer, size_t bytes) override {
         if (std::fread(buffer, 1, bytes, m_file.get()) != bytes)
             refuse(m_position);

@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "serialization/byte_forms.h"
 #include "serialization/file.h"
 #include "serialization/graph_file_error.h"
 
@@ -18,6 +17,11 @@ public:
         begin_field(bytes);
         m_file.read(buffer, bytes);
     }
+    // More bytes of the same field.
+    void read_more(void* buffer, size_t bytes) {
+        check_left(bytes);
+        m_file.read(buffer, bytes);
+    }
     std::shared_ptr<const uint8_t> read_shared(size_t bytes) {
         begin_field(bytes);
         return m_file.read_shared(bytes);
@@ -25,15 +29,6 @@ public:
     void skip(uint64_t bytes) {
         begin_field(bytes);
         m_file.skip(bytes);
-    }
-    // What the function reads, as one field.
-    template <typename Read>
-    auto read_field(const Read& read) {
-        m_field_begin = m_file.tell();
-        m_is_in_field = true;
-        const auto result = read(*this);
-        m_is_in_field = false;
-        return result;
     }
     uint64_t tell() const { return m_file.tell(); }
     uint64_t bytes_left() const { return m_file.bytes_left(); }
@@ -51,21 +46,17 @@ public:
 
 private:
     void begin_field(uint64_t bytes) {
-        if (!m_is_in_field && bytes != 0)
-            m_field_begin = m_file.tell();
+        m_field_begin = m_file.tell();
+        check_left(bytes);
+    }
+    void check_left(uint64_t bytes) const {
         if (bytes > m_file.bytes_left())
             fail(GraphFileFault::TRUNCATED);
     }
 
     InputFile& m_file;
     uint64_t m_field_begin = 0;
-    bool m_is_in_field = false;
     std::optional<uint64_t> m_record;
 };
-
-// A number is one field, of however many bytes.
-inline uint64_t read_varint(FileSource& source) {
-    return source.read_field(read_varint<FileSource>);
-}
 
 }  // namespace orb

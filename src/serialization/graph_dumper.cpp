@@ -1,8 +1,11 @@
 #include "serialization/graph_dumper.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
+#include <optional>
 #include <set>
+#include <string>
 #include <unordered_map>
 #include <utility>
 
@@ -15,10 +18,6 @@
 namespace orb {
 namespace {
 
-constexpr unsigned SELECT_BY_INDEX = 6;
-constexpr unsigned SELECT_LITERAL = 7;
-constexpr uint8_t HAS_NAMES = 0x10;
-constexpr size_t NR_INPUTS_FOLLOWS = 7;
 // Fills up the table of dtypes; tensors of this dtype are in the table on their own account.
 constexpr uint8_t UNUSED_DTYPE = 8;
 
@@ -191,8 +190,9 @@ void GraphWriter::write_operator(const GraphOperator& op) {
     const unsigned selector = type_selector(record.persist_id);
     const bool has_names = writes_names(op);
     const size_t nr_inputs = op.input().size();
-    write_word(*m_context, static_cast<uint8_t>(selector | (has_names ? HAS_NAMES : 0) |
-                                                std::min(nr_inputs, NR_INPUTS_FOLLOWS) << 5));
+    write_word(*m_context,
+               static_cast<uint8_t>(selector | (has_names ? HAS_NAMES : 0) |
+                                    std::min<size_t>(nr_inputs, NR_INPUTS_FOLLOWS) << 5));
     write_type(record.persist_id, selector);
     if (nr_inputs >= NR_INPUTS_FOLLOWS)
         write_varint(*m_context, nr_inputs);
@@ -209,7 +209,7 @@ void GraphWriter::write_operator(const GraphOperator& op) {
         write_names(outputs);
     if (m_config.keep_priorities)
         write_word(*m_context, op.priority());
-    write_word(*m_context, 'e');
+    write_word(*m_context, END_MARK);
     for (const GraphVar* var : outputs)
         m_var_places.emplace(var, m_var_places.size());
 }

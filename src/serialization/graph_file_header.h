@@ -1,7 +1,9 @@
-// What stands in a graph file ahead of its operators. docs/graph-file.md has the format.
+// The constants of the graph file format, and what stands ahead of its operators.
+// docs/graph-file.md has the format.
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -28,6 +30,25 @@ constexpr uint64_t GRAPH_HASH_SEED = 0x4B4E74B36B5D11;
 constexpr uint64_t graph_hash_of(uint64_t digest) {
     return digest == 0 ? 1 : digest;
 }
+
+// An operator's header byte: the selector of its type, whether names follow, the number of inputs.
+constexpr unsigned SELECT_BY_INDEX = 6;
+constexpr unsigned SELECT_LITERAL = 7;
+constexpr uint8_t HAS_NAMES = 0x10;
+constexpr unsigned NR_INPUTS_FOLLOWS = 7;
+constexpr char END_MARK = 'e';
+
+// The byte ahead of an operator's nodes, and of a tensor's, with what follows in the other bits.
+constexpr uint8_t NODE_LIST = 0x01;
+constexpr uint8_t NODE_INDEX = 0x02;
+constexpr uint8_t TENSOR_NODE_INDEX = 0x80;
+
+// A tensor's header byte, with the codes of its rank and dtype in the other bits.
+constexpr uint8_t TENSOR_HAS_NAME = 0x01;
+constexpr uint8_t TENSOR_HAS_VALUE = 0x02;
+constexpr uint8_t TENSOR_ON_FIRST_NODE = 0x04;
+constexpr unsigned RANK_FOLLOWS = 3;
+constexpr unsigned DTYPE_FOLLOWS = 7;
 
 constexpr size_t MAX_LISTED_TYPES = 6;
 constexpr size_t NR_LISTED_DTYPES = 7;

@@ -18,20 +18,10 @@ constexpr uint64_t MIN_OUTPUT_BYTES = 2;
 // The header byte of its operator, its own, one axis and the end mark.
 constexpr uint64_t MIN_SHARED_TENSOR_BYTES = 4;
 
-constexpr unsigned SELECT_BY_INDEX = 6;
-constexpr unsigned SELECT_LITERAL = 7;
-constexpr uint8_t HAS_NAMES = 0x10;
-constexpr unsigned NR_INPUTS_FOLLOWS = 7;
-
-constexpr uint8_t NODE_LIST = 0x01;
-constexpr uint8_t NODE_INDEX = 0x02;
-constexpr uint8_t TENSOR_NODE_INDEX = 0x80;
-
-constexpr uint8_t TENSOR_HAS_NAME = 0x01;
-constexpr uint8_t TENSOR_HAS_VALUE = 0x02;
-constexpr uint8_t TENSOR_ON_FIRST_NODE = 0x04;
-constexpr unsigned RANK_FOLLOWS = 3;
-constexpr unsigned DTYPE_FOLLOWS = 7;
+// So that memory stays in proportion to the file: of one operator, and of outputs that are listed
+// again.
+constexpr uint64_t MAX_INPUTS = 1024;
+constexpr uint64_t MAX_MORE_OUTPUTS = 1024;
 
 bool can_be_loaded(const Locator& locator) {
     using DeviceType = CompNode::DeviceType;
@@ -92,7 +82,8 @@ void GraphFileParser::read_type_list() {
 
 void GraphFileParser::read_dtype_operators() {
     auto& operators = m_header.dtype_operators;
-    for (uint64_t count = read_count(1); count != 0; --count)
+    uint64_t count = read_count(1 + MIN_OPERATOR_BYTES + 1);
+    for (operators.reserve(static_cast<size_t>(count)); count != 0; --count)
         operators.push_back(read_varint(m_source));
     std::sort(operators.begin(), operators.end());
     operators.erase(std::unique(operators.begin(), operators.end()), operators.end());
@@ -121,7 +112,9 @@ RecordHead GraphFileParser::read_head(bool allow_unknown) {
     uint64_t nr_inputs = byte >> 5;
     if (nr_inputs == NR_INPUTS_FOLLOWS)
         nr_inputs = read_count(1);
-    for (; nr_inputs != 0; --nr_inputs)
+    if (nr_inputs > MAX_INPUTS)
+        m_source.fail(Fault::COUNT);
+    for (head.inputs.reserve(static_cast<size_t>(nr_inputs)); nr_inputs != 0; --nr_inputs)
         head.inputs.push_back(read_input());
     if (m_header.has(graph_feature::NODES))
         head.nodes = read_config_nodes();
@@ -190,7 +183,7 @@ RecordTail GraphFileParser::read_tail(const RecordHead& head, size_t nr_outputs)
     }
     if (m_header.has(graph_feature::PRIORITIES))
         tail.priority = read_word<int32_t>(m_source);
-    if (read_word<char>(m_source) != 'e')
+    if (read_word<char>(m_source) != END_MARK)
         m_source.fail(Fault::END_MARK);
     m_nr_vars += nr_outputs;
     ++m_nr_records;
@@ -200,7 +193,10 @@ RecordTail GraphFileParser::read_tail(const RecordHead& head, size_t nr_outputs)
 
 std::vector<OutputRecord> GraphFileParser::read_outputs() {
     std::vector<OutputRecord> outputs;
-    for (uint64_t count = read_count(MIN_OUTPUT_BYTES); count != 0; --count) {
+    uint64_t count = read_count(MIN_OUTPUT_BYTES);
+    if (count > m_nr_vars + MAX_MORE_OUTPUTS)
+        m_source.fail(Fault::COUNT);
+    for (outputs.reserve(static_cast<size_t>(count)); count != 0; --count) {
         const uint64_t var = read_varint(m_source);
         if (var >= m_nr_vars)
             m_source.fail(Fault::INDEX);
@@ -260,14 +256,15 @@ void GraphFileParser::read_shape(TensorHeader& tensor, size_t rank, kern::DType 
 }
 
 // The memory that a file asks for is in proportion to its bytes, or below a limit.
-void GraphFileParser::check_value_size(const TensorHeader& tensor) const {
-    const bool is_in_file = tensor.has_value && !m_config.value_loader;
-    if (tensor.bytes <= m_source.bytes_left())
+void GraphFileParser::check_value_size(const TensorHeader& tensor) {
+    const bool is_in_file = tensor.bytes <= m_source.bytes_left();
+    if (tensor.has_value && is_in_file)
         return;
-    if (is_in_file)
+    if (tensor.has_value && !m_config.value_loader)
         m_source.fail(Fault::TRUNCATED);
-    if (tensor.bytes > m_config.max_bytes_without_value)
+    if (tensor.bytes > m_config.max_bytes_without_value - m_bytes_without_value)
         m_source.fail(Fault::VALUE);
+    m_bytes_without_value += tensor.bytes;
 }
 
 uint64_t GraphFileParser::count_shared_tensor() {

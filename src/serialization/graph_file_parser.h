@@ -84,7 +84,7 @@ private:
     const CompNode::Locator& node_at(uint64_t index) const;
     kern::DType read_tensor_dtype(unsigned code);
     void read_shape(TensorHeader& tensor, size_t rank, kern::DType dtype);
-    void check_value_size(const TensorHeader& tensor) const;
+    void check_value_size(const TensorHeader& tensor);
 
     FileSource m_source;
     const GraphLoadConfig& m_config;
@@ -94,6 +94,7 @@ private:
     uint64_t m_nr_records = 0;
     uint64_t m_nr_vars = 0;
     uint64_t m_nr_shared = 0;
+    uint64_t m_bytes_without_value = 0;
 };
 
 }  // namespace orb

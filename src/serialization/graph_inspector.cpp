@@ -16,6 +16,9 @@ public:
         : m_parser(parser), m_config(config), m_facts(facts) {}
 
     void read(void* buffer, size_t bytes) override { m_parser.source().read(buffer, bytes); }
+    void read_more(void* buffer, size_t bytes) override {
+        m_parser.source().read_more(buffer, bytes);
+    }
     std::shared_ptr<const uint8_t> read_shared(size_t bytes) override {
         return m_parser.source().read_shared(bytes);
     }
@@ -36,7 +39,7 @@ public:
         note_valued(TensorMethod::CONSTANT);
         return nullptr;
     }
-    const std::string& tensor_name() const override { return m_facts.tensors.back().header.name; }
+    const std::string& tensor_name() const override { return m_tensor_name; }
     uint64_t bytes_left() const override { return m_parser.source().bytes_left(); }
     GraphFileError error(GraphFileFault fault) const override {
         return m_parser.source().error(fault);
@@ -45,6 +48,7 @@ public:
 private:
     TensorHeader note_tensor(TensorMethod method) {
         TensorHeader header = m_parser.read_tensor_header();
+        m_tensor_name = header.name;
         m_facts.tensors.push_back({header, method, m_facts.operators.size()});
         if (header.has_value)
             m_parser.read_value(header, nullptr);
@@ -58,6 +62,7 @@ private:
     GraphFileParser& m_parser;
     const GraphLoadConfig& m_config;
     GraphFileFacts& m_facts;
+    std::string m_tensor_name;
 };
 
 void inspect_records(GraphFileParser& parser, InspectContext& context, GraphFileFacts& facts,

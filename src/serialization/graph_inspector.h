@@ -10,7 +10,7 @@
 
 namespace orb {
 
-// A tensor record; `method` CONSTANT stands for PARAMETER too.
+// A tensor record. An input that has a value is a PARAMETER.
 struct TensorFacts {
     TensorHeader header;
     TensorMethod method = TensorMethod::CONSTANT;

@@ -49,8 +49,10 @@ void load_operator(GraphFileParser& parser, LoadContext& context, VarTable& vars
     KERN_CHECK(op && (!head.record->type || op->type_record() == head.record->type));
     const std::vector<GraphVar*> outputs = op->kept_outputs();
     const RecordTail tail = parser.read_tail(head, outputs.size());
-    op->priority(tail.priority);
-    vars.append(outputs, tail, context.graph().nr_operators() != nr_operators);
+    const bool is_new = context.graph().nr_operators() != nr_operators;
+    if (is_new)
+        op->priority(tail.priority);
+    vars.append(outputs, tail, is_new);
 }
 
 }  // namespace
@@ -75,6 +77,10 @@ GraphLoadResult GraphLoader::load_or_throw(const GraphLoadConfig& config, bool r
         m_hash = parser.header().hash;
     if (m_hash != parser.header().hash)
         parser.source().fail(GraphFileFault::OTHER_HASH);
+    if (!m_nr_shared)
+        m_nr_shared = parser.header().nr_shared_tensors;
+    if (*m_nr_shared != parser.header().nr_shared_tensors)
+        parser.source().fail(GraphFileFault::SHARED_COUNT);
 
     GraphLoadResult result;
     result.graph = config.graph ? config.graph : ComputeGraph::make();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,14 +30,18 @@ public:
     // loader gives new operators that share the parameters' tensors with the first, or with equal
     // operators when it is into the same graph. The bytes must be those of a graph file, and for a
     // later load of the same model: anything else stops the process. `inspect_graph_file` judges
-    // files of strangers.
+    // files of strangers, and a `node_mapper` keeps their nodes from being made, of which a process
+    // can have only so many. Lack of memory and what the configuration's functions throw pass
+    // through; the graph has some of the operators then, and the loader can be used again.
     GraphLoadResult load(const GraphLoadConfig& config = {}, bool rewind = false);
 
 private:
     GraphLoadResult load_or_throw(const GraphLoadConfig& config, bool rewind);
 
     std::unique_ptr<InputFile> m_file;
-    uint64_t m_hash = 0;  // of the first load
+    // Of the first load.
+    uint64_t m_hash = 0;
+    std::optional<uint64_t> m_nr_shared;
     SharedTensorTable m_shared;
 };
 

@@ -37,6 +37,7 @@ std::shared_ptr<HostTensorND> LoadContext::load_constant() {
     const TensorHeader header = m_parser.read_tensor_header();
     if (!header.has_value)
         fail(GraphFileFault::VALUE);
+    m_tensor_name = header.name;
     return std::make_shared<HostTensorND>(read_host_tensor(header));
 }
 
@@ -49,7 +50,7 @@ std::shared_ptr<DeviceTensorND> LoadContext::load_tensor_shared() {
     auto tensor = m_shared.find(index, node);
     if (!tensor) {
         tensor = read_parameter(header, node);
-        m_shared.add(index, node, tensor);
+        m_new_shared.push_back({index, node, tensor});
     } else {
         m_parser.read_value(header, nullptr);
         // Its owner may have moved it since.
@@ -85,6 +86,10 @@ void LoadContext::finish_parameters() {
     for (auto& [node, block] : m_blocks)
         block.finish();
     m_blocks.clear();
+    // Only now: a load that fails leaves nothing behind that a later one would take for a value.
+    for (const NewShared& shared : m_new_shared)
+        m_shared.add(shared.index, shared.node, shared.tensor);
+    m_new_shared.clear();
 }
 
 void LoadContext::note_name(const TensorHeader& header,

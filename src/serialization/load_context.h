@@ -21,6 +21,9 @@ public:
                 std::shared_ptr<ComputeGraph> graph, SharedTensorTable& shared);
 
     void read(void* buffer, size_t bytes) override { m_parser.source().read(buffer, bytes); }
+    void read_more(void* buffer, size_t bytes) override {
+        m_parser.source().read_more(buffer, bytes);
+    }
     std::shared_ptr<const uint8_t> read_shared(size_t bytes) override {
         return m_parser.source().read_shared(bytes);
     }
@@ -53,6 +56,12 @@ private:
     std::unordered_map<CompNode, ParameterBlock, CompNodeHash> m_blocks;
     TensorMap m_tensors;
     std::string m_tensor_name;
+    struct NewShared {
+        uint64_t index;
+        CompNode node;
+        std::shared_ptr<DeviceTensorND> tensor;
+    };
+    std::vector<NewShared> m_new_shared;
 };
 
 }  // namespace orb

@@ -24,6 +24,7 @@ void OperatorRegistry::add(OperatorRecord record) {
         add_named(std::move(record));
         return;
     }
+    KERN_CHECK(record.name.empty());
     KERN_CHECK(record.type || (!record.dump && !record.copy));
     OperatorRecord& stored = store(std::move(record));
     if (stored.type)

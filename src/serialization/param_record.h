@@ -101,7 +101,7 @@ public:
 private:
     void skip(size_t bytes) {
         uint8_t unused[8];
-        m_context.read(unused, bytes);
+        m_context.read_more(unused, bytes);
     }
 
     OprLoadContext& m_context;

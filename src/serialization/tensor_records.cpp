@@ -29,11 +29,18 @@ std::shared_ptr<DeviceTensorND> read_tensor(OprLoadContext& context, TensorRole 
     return role == TensorRole::INPUT ? context.load_tensor() : context.load_tensor_shared();
 }
 
+// Empty for an operator whose name was made up.
+std::string own_name(const GraphOperator& op) {
+    if (op.output(0)->has_name())
+        return op.output(0)->name();
+    return op.config().name.value_or("");
+}
+
 void dump_shared(OprDumpContext& context, const GraphOperator& op) {
     KERN_CHECK(op.type_record() == &SharedTensorInput::TYPE);
     const auto& source = static_cast<const SharedTensorInput&>(op);
     const DeviceTensorND& tensor = source.get_device_value();
-    const std::string& name = op.output(0)->name();
+    const std::string name = own_name(op);
     write_word(context, static_cast<uint8_t>(source.role()));
     if (source.role() == TensorRole::INPUT) {
         // What the last run's caller put there is not part of the graph.

@@ -228,7 +228,6 @@ TEST(RoundTrip, GraphsOneAfterAnotherInAFile) {
     const Bytes one = Model().bytes();
     Bytes both = one;
     GraphDumper(OutputFile::to_memory(both)).dump({Model().output});
-    GraphLoader second(as_file(both));
     const auto file = as_file(both);
     const GraphFileFacts facts = inspect_graph_file(*file);
     EXPECT_EQ(facts.end, one.size());

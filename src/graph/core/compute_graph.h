@@ -71,8 +71,8 @@ public:
     virtual VarMemoryManager& memory_manager() = 0;
 
     // Takes the operator into the graph, or drops it in favour of an equal one that is there
-    // already. Returns the one that is in the graph. An exception (of a rule, say) leaves the graph
-    // without the operator.
+    // already. Returns the one that is in the graph. An exception of the operator (of a rule, say)
+    // leaves the graph without it.
     virtual GraphOperator* insert_operator(std::unique_ptr<GraphOperator> op) = 0;
 
     // A pass has put `by` in the place of `var`, which has its shape and dtype: equal expressions

@@ -9,6 +9,7 @@ void NodeOrderOptimizer::prefer_stream(GraphVar* var, int32_t stream) {
     const GraphOperator* op = var->owner_operator();
     KERN_CHECK(op->inserted() && !op->input().empty());
     KERN_CHECK(op->properties().flags & OperatorProperties::SINGLE_NODE);
+    KERN_CHECK(!var->comp_node().is_inline());
     m_choices.emplace_back(var, stream);
 }
 

@@ -18,6 +18,8 @@ class NodeOrderOptimizer final {
 public:
     // From the next compilation on; of several choices the last one counts. The var's operator runs
     // on one node, one with a worker, and has inputs: the memory of sources belongs to their node.
+    // An operator that is made after the compilation, from a moved var and without a node of its
+    // own, is on the var's new node for good.
     void prefer_stream(GraphVar* var, int32_t stream);
 
     // For the graph: moves all chosen vars, with the other outputs of their operators, and puts

@@ -41,7 +41,7 @@ void NodeWaits::wait_for(GraphVar* var, size_t reader, CompNode node, const Posi
         return;
     m_vars_with_event.push_back(var);
     // Tasks of a node run in order, so one wait covers all that was done before.
-    LastWait& last = last_wait(node, var->comp_node());
+    LastWait& last = m_last_waits[node][var->comp_node()];
     if (!last.event || last.position < writer->second) {
         last.position = writer->second;
         last.event = event_behind(writer->second, var->comp_node());
@@ -59,15 +59,6 @@ CompNodeEvent* NodeWaits::event_behind(size_t position, CompNode node) {
         return found->event.get();
     records.push_back({node.create_event(), node});
     return records.back().event.get();
-}
-
-NodeWaits::LastWait& NodeWaits::last_wait(CompNode node, CompNode other) {
-    const auto found = std::find_if(
-        m_last_waits.begin(), m_last_waits.end(),
-        [&](const LastWait& wait) { return wait.node == node && wait.other == other; });
-    if (found != m_last_waits.end())
-        return *found;
-    return m_last_waits.emplace_back(LastWait{node, other, 0, nullptr});
 }
 
 void NodeWaits::add_waits(size_t position, StepList& steps) const {

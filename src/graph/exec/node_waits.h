@@ -39,21 +39,20 @@ private:
         std::vector<Wait> waits;
         std::vector<Record> records;
     };
-    struct LastWait {  // of one node for another
-        CompNode node, other;
-        size_t position;  // of the operator that was waited for
-        CompNodeEvent* event;
+    struct LastWait {         // of one node for another
+        size_t position = 0;  // of the operator that was waited for
+        CompNodeEvent* event = nullptr;
     };
+    using WaitsForNodes = std::unordered_map<CompNode, LastWait, CompNodeHash>;
     using Positions = std::unordered_map<const GraphOperator*, size_t>;
 
     void wait_for_inputs(GraphOperator* op, const Positions& positions);
     void wait_for(GraphVar* var, size_t reader, CompNode node, const Positions& positions);
     CompNodeEvent* event_behind(size_t position, CompNode node);
-    LastWait& last_wait(CompNode node, CompNode other);
 
     std::vector<Place> m_places;  // by position in the order
     std::vector<GraphVar*> m_vars_with_event;
-    std::vector<LastWait> m_last_waits;  // few: one for each pair of nodes
+    std::unordered_map<CompNode, WaitsForNodes, CompNodeHash> m_last_waits;
 };
 
 }  // namespace orb

@@ -1,5 +1,7 @@
 #include "graph/exec/replay_function.h"
 
+#include <utility>
+
 #include "kernels/check.h"
 
 namespace orb {
@@ -22,7 +24,7 @@ void ReplayFunction::clear_device_memory() {
 }
 
 std::shared_ptr<void> ReplayFunction::on_node_finalize() {
-    const Recording gone = std::move(m_recording);
+    const Recording gone = std::exchange(m_recording, {});
     return nullptr;
 }
 
