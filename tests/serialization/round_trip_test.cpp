@@ -224,6 +224,59 @@ TEST(RoundTrip, ValueLoaderReadsInItsOwnWay) {
     EXPECT_EQ(nr_passed_over, 1u);
 }
 
+// A load that ends half-way leaves nothing behind that a later one would take for a value.
+TEST(RoundTrip, AfterALoadThatThrew) {
+    const Bytes bytes = Model().bytes();
+    GraphLoader loader(as_file(bytes));
+    GraphLoadConfig config;
+    config.value_loader = [](void*, const kern::TensorLayout&, InputFile&) { throw 1; };
+    EXPECT_THROW(loader.load(config), int);
+    EXPECT_EQ(values_of<float>(*loader.load({}, true).tensor_map.at("weights")),
+              (std::vector<float>{1, 2, 3, 4}));
+}
+
+// What has no name of its own is not given one, but for inputs: those must be found.
+TEST(RoundTrip, NamelessTensors) {
+    const auto graph = ComputeGraph::make();
+    const auto source = [&](TensorRole role) {
+        return SharedTensorInput::make(*graph, make_tensor<float>({1}, {1}), {}, role);
+    };
+    GraphDumpResult told;
+    const Bytes bytes = dumped(
+        {source(TensorRole::INPUT), source(TensorRole::PARAMETER), source(TensorRole::INPUT)}, {},
+        &told);
+    EXPECT_EQ(told.inputs, (std::vector<std::string>{"input0", "input1"}));
+    EXPECT_EQ(told.parameters, std::vector<std::string>{""});
+    EXPECT_EQ(loaded(bytes).tensor_map.size(), 2u);
+}
+
+// Without values a file of a few bytes could ask for any memory: all of them together have a limit.
+TEST(RoundTrip, TensorsWithoutValuesHaveALimitTogether) {
+    const auto graph = ComputeGraph::make();
+    std::vector<GraphVar*> inputs;
+    for (int i = 0; i < 3; ++i)
+        inputs.push_back(SharedTensorInput::make(
+            *graph, std::make_shared<DeviceTensorND>(node(), kern::TensorShape{1000},
+                                                     kern::DType::Float32())));
+    const Bytes bytes = dumped(inputs);
+    GraphLoadConfig config;
+    for (const uint64_t limit : {12000, 11999}) {
+        config.max_bytes_without_value = limit;
+        const auto file = as_file(bytes);
+        if (limit == 12000) {
+            EXPECT_EQ(inspect_graph_file(*file, config).tensors.size(), 3u);
+        } else {
+            EXPECT_THROW(inspect_graph_file(*file, config), GraphFileError);
+        }
+    }
+    // A parameter that has no value yet cannot be written.
+    GraphVar* unset = SharedTensorInput::make(
+        *graph,
+        std::make_shared<DeviceTensorND>(node(), kern::TensorShape{1000}, kern::DType::Float32()),
+        {}, TensorRole::PARAMETER);
+    EXPECT_DEATH(dumped({unset}), "");
+}
+
 TEST(RoundTrip, GraphsOneAfterAnotherInAFile) {
     const Bytes one = Model().bytes();
     Bytes both = one;
@@ -234,6 +287,9 @@ TEST(RoundTrip, GraphsOneAfterAnotherInAFile) {
     const GraphFileFacts next = inspect_graph_file(*file);
     EXPECT_EQ(next.end, both.size());
     EXPECT_EQ(graph_digest(*file, next), next.header.hash);
+    GraphLoader loader(as_file(both));
+    loader.load();
+    EXPECT_DEATH(loader.load(), "");  // another model
 }
 
 // Neither records nor their destruction may recurse.
