@@ -177,7 +177,7 @@ TEST(RoundTrip, ParametersOfANodeAreOneBlock) {
     for (CompNode where : {CompNode::default_cpu(), node(), worker_node(55)}) {
         const auto graph = ComputeGraph::make();
         std::vector<GraphVar*> outputs;
-        for (size_t length : {3, 100, 1}) {
+        for (size_t length : {3u, 100u, 1u}) {
             std::vector<float> values(length, static_cast<float>(length));
             outputs.push_back(SharedTensorInput::make(
                 *graph, make_tensor<float>({length}, values, where), {}, TensorRole::PARAMETER));
@@ -187,7 +187,7 @@ TEST(RoundTrip, ParametersOfANodeAreOneBlock) {
         config.node_mapper = [where](const CompNode::Locator&) { return where; };
         const GraphLoadResult result = loaded(dumped(outputs), config);
         const uint8_t* begin = result.tensor_map.at("p3")->raw_ptr();
-        for (size_t length : {3, 100, 1}) {
+        for (size_t length : {3u, 100u, 1u}) {
             const auto& tensor = *result.tensor_map.at("p" + std::to_string(length));
             EXPECT_EQ(values_of<float>(tensor),
                       std::vector<float>(length, static_cast<float>(length)));
@@ -260,7 +260,7 @@ TEST(RoundTrip, TensorsWithoutValuesHaveALimitTogether) {
                                                      kern::DType::Float32())));
     const Bytes bytes = dumped(inputs);
     GraphLoadConfig config;
-    for (const uint64_t limit : {12000, 11999}) {
+    for (const uint64_t limit : {12000u, 11999u}) {
         config.max_bytes_without_value = limit;
         const auto file = as_file(bytes);
         if (limit == 12000) {
