@@ -50,7 +50,7 @@ class AverageOptions(ctypes.Structure):
 
 
 TagPredicate = ctypes.CFUNCTYPE(c_int, c_void_p, c_void_p)
-NO_PREDICATE = ctypes.cast(None, TagPredicate)
+NO_PREDICATE = ctypes.cast(0, TagPredicate)
 
 # Arguments of the functions that return a status.
 ARGUMENTS = {
