@@ -33,7 +33,6 @@ build() {
     packages=(g++ cmake make ninja-build pkg-config python3 libxxhash-dev libcli11-dev
         googletest libbenchmark-dev)
     case $preset in
-        release) packages+=(python3-numpy python3-mypy) ;;
         clang) packages+=(clang) ;;
         armv7*) packages+=(g++-arm-linux-gnueabihf libc6-dev-armhf-cross qemu-user) ;;
     esac

@@ -4,7 +4,7 @@ Contiguous arrays go to the library where they are; others are copied first.
 """
 import operator
 import warnings
-from typing import Any, Optional, Sequence, Tuple, Union
+from typing import Any, Optional, Sequence, Union
 
 import numpy as np
 from numpy.typing import NDArray
@@ -67,25 +67,6 @@ def tag_array(tags: Optional[NDArray[Any]], rows: int, tag_bytes: int) -> Option
             f"not shape {tags.shape} of {tags.dtype}"
         )
     return np.ascontiguousarray(tags)
-
-
-def result_arrays(
-    out: Optional[Tuple[NDArray[Any], NDArray[Any]]], shape: Tuple[int, int]
-) -> Tuple[NDArray[np.uint64], NDArray[np.float32]]:
-    """The caller's arrays for ids and scores, or new ones."""
-    if out is None:
-        return np.empty(shape, np.uint64), np.empty(shape, np.float32)
-    ids, scores = out
-    for array, dtype, what in ((ids, np.uint64, "ids"), (scores, np.float32, "scores")):
-        if not isinstance(array, np.ndarray) or array.dtype != dtype:
-            raise TypeError(f"the {what} of out must be an array of {np.dtype(dtype)}")
-        if array.shape != shape:
-            raise ValueError(f"the {what} of out must have shape {shape}, not {array.shape}")
-        if not array.flags.c_contiguous or not array.flags.writeable:
-            raise ValueError(f"the {what} of out must be contiguous and writeable")
-    if np.shares_memory(ids, scores):
-        raise ValueError("the arrays of out must not share memory")
-    return ids, scores
 
 
 def refuse_not_finite(rows: NDArray[np.float32], what: str) -> None:

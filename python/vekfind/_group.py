@@ -6,7 +6,7 @@ import os
 import weakref
 from contextlib import contextmanager
 from types import TracebackType
-from typing import Any, Iterator, NamedTuple, Optional, Tuple, Type
+from typing import Any, Iterator, NamedTuple, Optional, Type
 
 import numpy as np
 from numpy.typing import DTypeLike, NDArray
@@ -115,7 +115,7 @@ class Group:
         if len(numbers) != len(rows):
             raise ValueError(f"{len(rows)} features, but {len(numbers)} ids")
         tag_rows = _arrays.tag_array(tags, len(rows), self.settings.tag_bytes)
-        options = _library.InsertOptions(encrypted, replace)
+        options = _library.InsertOptions(encrypted=encrypted, replace_existing=replace)
         with self._alone() as handle:
             status = LIBRARY.VEK_insert_features_to_feature_group(
                 handle,
@@ -143,15 +143,11 @@ class Group:
         threshold: float = 0.0,
         *,
         predicate: Optional[Predicate] = None,
-        sorted: bool = True,
         encrypted: bool = False,
         check_finite: bool = True,
-        out: Optional[Tuple[NDArray[np.uint64], NDArray[np.float32]]] = None,
     ) -> SearchResult:
         """The at most k rows most similar to each query, among those whose similarity is not below
-        the threshold and, in a group with tags, whose tag the predicate keeps. Without `sorted` a
-        result is a heap, the weakest first. `out` are arrays for ids and scores that are written
-        instead of new ones.
+        the threshold and, in a group with tags, whose tag the predicate keeps.
 
         The predicate is called for each pair of query and row. What it raises is raised after the
         search, which then keeps nothing more; it must not call into the group.
@@ -164,9 +160,10 @@ class Group:
             raise ValueError("the threshold is NaN")
         if predicate is not None and self.settings.tag_bytes == 0:
             raise ValueError("a predicate needs a group with tags")
-        ids, scores = _arrays.result_arrays(out, (len(rows), k))
+        ids = np.empty((len(rows), k), np.uint64)
+        scores = np.empty((len(rows), k), np.float32)
         result = _library.Result(scores=scores.ctypes.data, ids=ids.ctypes.data)
-        options = _library.SearchOptions(sorted, encrypted)
+        options = _library.SearchOptions(sorted=1, encrypted=encrypted)
 
         def call(handle: Optional[int], contexts: Optional[int], function: Any) -> None:
             arguments = (rows.ctypes.data, len(rows), k, threshold, contexts, function)
@@ -190,7 +187,7 @@ class Group:
         if len(rows) == 0:
             raise ValueError("no rows have no mean")
         average = np.empty(rows.shape[1], np.uint8)
-        options = _library.AverageOptions(1)
+        options = _library.AverageOptions(encrypted=1)
         with self._shared() as handle:
             status = LIBRARY.VEK_get_average_feature(
                 handle, rows.ctypes.data, len(rows), options, average.ctypes.data
