@@ -2,6 +2,7 @@
 import os
 import tempfile
 import unittest
+from dataclasses import replace
 
 import numpy as np
 
@@ -44,7 +45,7 @@ class Walk(unittest.TestCase):
             else:
                 # Every second column of an array that is twice as wide: not contiguous.
                 features = random.integers(-9, 10, (count, 2 * DIM)).astype(dtype)[:, ::2]
-                tags = random.integers(0, 5, count, np.uint32)
+                tags = random.integers(0, 5, count, np.uint32) * np.uint32(1000)
                 group.insert(features, ids, tags, replace=True)
                 model.rows.update(zip(ids.tolist(), zip(features, tags.tolist())))
             self.assertEqual(len(group), len(model.rows))
@@ -53,7 +54,7 @@ class Walk(unittest.TestCase):
 
     def compare(self, group, model, random):
         queries = random.integers(-9, 10, (3, DIM)).astype(group.settings.dtype)
-        k, wanted = int(random.integers(1, 50)), random.integers(0, 5, 3)
+        k, wanted = int(random.integers(1, 50)), random.integers(0, 5, 3) * 1000
         # Between two whole distances, so that no rounding decides.
         threshold = 1 / (1 + np.exp(SCALE * (random.integers(50, 300) + 0.5) + BIAS))
         filtered = random.random() < 0.5
@@ -102,13 +103,20 @@ class Walk(unittest.TestCase):
                 self.assertEqual(caught.exception.status, vekfind.Status.UNSUPPORTED)
 
     def test_normalized_features_are_compared_by_angle(self):
-        random = np.random.default_rng(1)
-        rows = random.standard_normal((50, DIM)).astype(np.float32)
+        rows = np.random.default_rng(1).standard_normal((50, DIM)).astype(np.float32)
+        units = rows / np.linalg.norm(rows, axis=1, keepdims=True)
+        queries = rows[:5] * np.float32(3)
+        by_angle = np.argsort(-units[:5] @ units.T, axis=1)
         group = vekfind.Group(DIM, scale=1, bias=-1, normalize=True)
         group.insert(rows, range(50))
-        units = rows / np.linalg.norm(rows, axis=1, keepdims=True)
-        ids, _ = group.search(rows[:5] * np.float32(3), 50)
-        np.testing.assert_array_equal(ids, np.argsort(-units[:5] @ units.T, axis=1))
+        np.testing.assert_array_equal(group.search(queries, 50).ids, by_angle)
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "group.vek")
+            group.save(path)
+            loaded = vekfind.Group.load(path)
+            np.testing.assert_array_equal(loaded.search(queries, 50).ids, by_angle)
+            loaded = vekfind.Group.load(path, normalize=False, scale=2)
+            self.assertEqual(loaded.settings, replace(group.settings, normalize=False, scale=2.0))
 
     def test_encrypted_rows_are_those_that_are_stored(self):
         group = vekfind.Group(DIM, scale=SCALE, bias=BIAS)

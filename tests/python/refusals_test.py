@@ -40,7 +40,7 @@ def table(group, tagged):
         (ValueError, "has no tags", lambda: group.insert(one, [1], tag)),
         (ValueError, "rows need them", lambda: tagged.insert(one, [1])),
         (ValueError, "1 entries of 2 bytes", lambda: tagged.insert(one, [1], tag.astype("u4"))),
-        (ValueError, "1 entries of 2 bytes", lambda: tagged.insert(one, [1], np.zeros((2, 1), "u1"))),
+        (ValueError, "1 entries of 2 bytes", lambda: tagged.insert(one, [1], tag.view("u1"))),
         (TypeError, "without objects", lambda: tagged.insert(one, [1], tag.astype(object))),
         (ValueError, "group with tags", lambda: group.search(one, 1, predicate=lambda q, t: True)),
         (ValueError, "k must not", lambda: group.search(one, -1)),
@@ -64,7 +64,8 @@ def table(group, tagged):
         (vekfind.VekfindError, "DUPLICATED_ID", lambda: group.insert(one, [7])),
         (vekfind.VekfindError, "INVALID_ID", lambda: group.insert(one, [vekfind.INVALID_ID])),
         (vekfind.VekfindError, "ID_NOT_FOUND", lambda: group.erase([7, 1])),
-        (vekfind.VekfindError, "UNKNOWN_ERROR", lambda: group.search(one, 2**30)),
+        (vekfind.VekfindError, "whole floats",
+         lambda: new.load(GOLDEN + "/good-odd-size.vek", scale=1, bias=1)),
     ]
 
 
