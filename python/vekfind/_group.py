@@ -75,7 +75,7 @@ class Group:
         constants = _files.read_constants(path)
         given = {"scale": scale, "bias": bias, "normalize": normalize}
         constants.update({name: value for name, value in given.items() if value is not None})
-        if "scale" not in constants or "bias" not in constants:
+        if constants.get("scale") is None or constants.get("bias") is None:
             raise ValueError(f"scale and bias are neither given nor in {os.fspath(path)}.json")
         group = cls.__new__(cls)
         group.settings = GroupSettings.checked(
@@ -153,7 +153,7 @@ class Group:
         search, which then keeps nothing more; it must not call into the group.
         """
         rows = self._rows(queries, "queries", encrypted, check_finite)
-        k = operator.index(k)
+        k, threshold = operator.index(k), float(threshold)
         if k < 0:
             raise ValueError(f"k must not be negative, as {k} is")
         if math.isnan(threshold):
@@ -183,10 +183,11 @@ class Group:
     def average(self, encrypted_rows: NDArray[np.uint8]) -> NDArray[np.uint8]:
         """The mean of encrypted features, encrypted: bytes of shape (n, bytes of a row) in, (bytes
         of a row,) out. Of the group only the row size counts."""
-        rows = self._rows(encrypted_rows, "features", encrypted=True, check_finite=False)
+        row_bytes = self.settings.row_bytes
+        rows = _arrays.feature_rows(encrypted_rows, row_bytes, np.dtype(np.uint8), "features")
         if len(rows) == 0:
             raise ValueError("no rows have no mean")
-        average = np.empty(rows.shape[1], np.uint8)
+        average = np.empty(row_bytes, np.uint8)
         options = _library.AverageOptions(encrypted=1)
         with self._shared() as handle:
             status = LIBRARY.VEK_get_average_feature(

@@ -56,7 +56,7 @@ class Walk(unittest.TestCase):
         queries = random.integers(-9, 10, (3, DIM)).astype(group.settings.dtype)
         k, wanted = int(random.integers(1, 50)), random.integers(0, 5, 3) * 1000
         # Between two whole distances, so that no rounding decides.
-        threshold = 1 / (1 + np.exp(SCALE * (random.integers(50, 300) + 0.5) + BIAS))
+        threshold = np.float32(1 / (1 + np.exp(SCALE * (random.integers(50, 300) + 0.5) + BIAS)))
         filtered = random.random() < 0.5
 
         def keep(query, tag):
