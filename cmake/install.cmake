@@ -1,4 +1,4 @@
-# What `cmake --install` gives: header, library, find_package(vekfind) and a pkg-config file. All of it
+# What `cmake --install` gives: headers, library, find_package(vekfind) and a pkg-config file. All of it
 # can be moved together after the installation.
 include(CMakePackageConfigHelpers)
 

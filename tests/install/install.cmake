@@ -1,9 +1,12 @@
-# Installs into an empty folder, then builds and runs the header's own example from there, once by
-# find_package and once by pkg-config. Arguments: BUILD_DIR, WORK_DIR, SOURCE_DIR (of this file),
-# README, GENERATOR, C_COMPILER, C_FLAGS, TOOLCHAIN_FILE, EMULATOR, PKG_CONFIG, VERSION, LIBDIR. The
-# toolchain and the emulator are empty when nothing is crossed.
+# Installs into an empty folder, then builds and runs the header's own example and that in C++ from
+# there, once by find_package and once by pkg-config. Arguments: BUILD_DIR, WORK_DIR, SOURCE_DIR (of
+# this file), README, CXX_EXAMPLE, GENERATOR, C_COMPILER, C_FLAGS, CXX_COMPILER, CXX_FLAGS,
+# TOOLCHAIN_FILE, EMULATOR, PKG_CONFIG, VERSION, LIBDIR. The toolchain and the emulator are empty when
+# nothing is crossed.
 cmake_minimum_required(VERSION 3.22)
-set(EXPECTED "id 8, similarity 0.953\n")
+set(example_prints "id 8, similarity 0.953\n")
+string(CONCAT search_prints "id 8, similarity 0.953; id 9, similarity 0.500\n"
+              "id 9, similarity 0.500\n" "VEK_DUPLICATED_ID: insert\n")
 
 function(run)
     execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
@@ -13,10 +16,10 @@ function(run)
     set(out "${out}" PARENT_SCOPE)
 endfunction()
 
-function(run_example way)
+function(run_example way name)
     run(${ARGN})
-    if(NOT out STREQUAL EXPECTED)
-        message(FATAL_ERROR "${way}: the example prints '${out}'")
+    if(NOT out STREQUAL ${name}_prints)
+        message(FATAL_ERROR "${way}: ${name} prints '${out}'")
     endif()
 endfunction()
 
@@ -38,13 +41,16 @@ string(FIND "${readme}" "${example}" place)
 if(place EQUAL -1)
     message(FATAL_ERROR "README.md shows another example than the header:\n${example}")
 endif()
-file(COPY ${SOURCE_DIR}/consumer/CMakeLists.txt DESTINATION ${WORK_DIR}/consumer)
+file(COPY ${SOURCE_DIR}/consumer/CMakeLists.txt ${CXX_EXAMPLE} DESTINATION ${WORK_DIR}/consumer)
 
 run(${CMAKE_COMMAND} -S ${WORK_DIR}/consumer -B ${WORK_DIR}/build -G ${GENERATOR}
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}
-    -DCMAKE_C_COMPILER=${C_COMPILER} "-DCMAKE_C_FLAGS=${C_FLAGS}")
+    -DCMAKE_C_COMPILER=${C_COMPILER} "-DCMAKE_C_FLAGS=${C_FLAGS}"
+    -DCMAKE_CXX_COMPILER=${CXX_COMPILER} "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run_example(find_package ${EMULATOR} ${WORK_DIR}/build/example)
+foreach(name example search)
+    run_example(find_package ${name} ${EMULATOR} ${WORK_DIR}/build/${name})
+endforeach()
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(${PKG_CONFIG} --modversion vekfind)
@@ -52,7 +58,11 @@ if(NOT out STREQUAL "${VERSION}\n")
     message(FATAL_ERROR "pkg-config names version ${out}")
 endif()
 run(${PKG_CONFIG} --cflags --libs vekfind)
-separate_arguments(flags UNIX_COMMAND "${C_FLAGS} ${out}")
-run(${C_COMPILER} -std=c99 ${WORK_DIR}/consumer/example.c -o ${WORK_DIR}/example ${flags})
-run_example(pkg-config ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR}
-            ${EMULATOR} ${WORK_DIR}/example)
+separate_arguments(c_flags UNIX_COMMAND "${C_FLAGS} ${out}")
+separate_arguments(cxx_flags UNIX_COMMAND "${CXX_FLAGS} ${out}")
+run(${C_COMPILER} -std=c99 ${WORK_DIR}/consumer/example.c -o ${WORK_DIR}/example ${c_flags})
+run(${CXX_COMPILER} -std=c++17 ${CXX_EXAMPLE} -o ${WORK_DIR}/search ${cxx_flags})
+foreach(name example search)
+    run_example(pkg-config ${name} ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${prefix}/${LIBDIR}
+                ${EMULATOR} ${WORK_DIR}/${name})
+endforeach()
