@@ -99,8 +99,8 @@ struct SearchResult {
 // comes out of it. What cannot be copied is passed by std::ref.
 using Predicate = std::function<bool(size_t query, View<const uint8_t> tag)>;
 
-// Owns a group. Const calls may run together, all others run alone: see "Threads" in vekfind.h. A
-// group that was moved from has no calls but assignment: they give VEK_NULL_POINTER.
+// Owns a group. Const calls may run together, but for dumps to one path; all others run alone: see
+// "Threads" in vekfind.h. Calls on a group that was moved from give VEK_NULL_POINTER.
 class Group {
 public:
     explicit Group(const Settings& settings) : Group(settings, nullptr) {}

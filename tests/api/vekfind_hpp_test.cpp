@@ -8,12 +8,11 @@
 using vekfind::Group;
 using Ids = std::vector<uint64_t>;
 using Floats = std::vector<float>;
-using Bytes = std::vector<uint8_t>;
 
 const vekfind::Settings PLAIN{2, 1, -4}, TAGGED{2, 1, -4, 1}, INT8{2, 1, -4, 0, true};
 const Ids IDS = {7, 8, 9};
 const Floats ROWS = {0, 0, 3, 4, 3, 1}, QUERIES = {3, 3, 0, 1};
-const Bytes TAGS = {'A', 'B', 'A'};
+const std::vector<uint8_t> TAGS = {'A', 'B', 'A'};
 const std::vector<int8_t> SMALL = {0, 0, 3, 4, 3, 1};
 
 TEST(Cpp, RefusesAndLeavesTheGroupAsItWas) {
@@ -34,7 +33,7 @@ TEST(Cpp, RefusesAndLeavesTheGroupAsItWas) {
         {VEK_INVALID_ARGUMENT, [&] { plain.insert(Ids(3), SMALL); }},
         {VEK_INVALID_ARGUMENT, [&] { plain.insert(Ids(2), bad); }},
         {VEK_INVALID_ARGUMENT, [&] { plain.insert(Ids(1), Floats(2, 2e19f)); }},
-        {VEK_INVALID_ARGUMENT, [&] { tagged.insert(Ids(1), Floats(2), Bytes(2)); }},
+        {VEK_INVALID_ARGUMENT, [&] { tagged.insert(Ids(1), Floats(2), TAGS); }},
         {VEK_NULL_POINTER, [&] { plain.insert(Ids(1), nothing); }},
         {VEK_ID_NOT_FOUND, [&] { plain.erase(Ids(1)); }},
         {VEK_INVALID_ARGUMENT, [&] { plain.search(QUERIES, SIZE_MAX / 2 + 2); }},
@@ -68,6 +67,7 @@ TEST(Cpp, FindsWhatTheCInterfaceFinds) {
     group.dump(path);
     group.clear();
     EXPECT_THROW(group.dump(path), vekfind::Error);
+    EXPECT_NE(std::remove((path + ".part").c_str()), 0);
     group = Group(path, TAGGED);
     Ids ids(5, 1), c_ids(5, 1);
     Floats scores(5, 1), c_scores(5, 1);
