@@ -60,8 +60,8 @@ private:
 struct Features {
     Features(const float* first, size_t count) : data(first), size(count), is_int8(false) {}
     Features(const int8_t* first, size_t count) : data(first), size(count), is_int8(true) {}
-    template <typename C, typename = decltype(Features(std::data(std::declval<C&>()), 0))>
-    Features(C&& c) : Features(std::data(c), std::size(c)) {}
+    template <typename C, typename = decltype(Features(std::data(std::declval<const C&>()), 0))>
+    Features(const C& c) : Features(std::data(c), std::size(c)) {}
 
     const void* data;
     size_t size;  // in elements

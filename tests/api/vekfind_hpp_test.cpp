@@ -12,7 +12,7 @@ using Floats = std::vector<float>;
 const vekfind::Settings PLAIN{2, 1, -4}, TAGGED{2, 1, -4, 1}, INT8{2, 1, -4, 0, true};
 const Ids IDS = {7, 8, 9};
 const Floats ROWS = {0, 0, 3, 4, 3, 1}, QUERIES = {3, 3, 0, 1};
-const std::vector<uint8_t> TAGS = {'A', 'B', 'A'};
+const std::vector<uint8_t> TAGS = {1, 2, 1};
 const std::vector<int8_t> SMALL = {0, 0, 3, 4, 3, 1};
 
 TEST(Cpp, RefusesAndLeavesTheGroupAsItWas) {
@@ -71,7 +71,7 @@ TEST(Cpp, FindsWhatTheCInterfaceFinds) {
     group = Group(path, TAGGED);
     Ids ids(5, 1), c_ids(5, 1);
     Floats scores(5, 1), c_scores(5, 1);
-    const auto pick = [](size_t query, auto tag) { return tag.data()[0] == (query ? 'B' : 'A'); };
+    const auto pick = [](size_t query, auto tag) { return tag.data()[0] == (query ? 2 : 1); };
     EXPECT_EQ(group.search(QUERIES, 1, {}, pick).ids, (Ids{9, 8}));
     group.search_into(QUERIES, 2, ids, scores, {0.1f});
     EXPECT_EQ(ids, (Ids{8, 9, 7, VEK_INVALID_ID_VALUE, 1}));
