@@ -243,7 +243,8 @@ kern::DType GraphFileParser::read_tensor_dtype(unsigned code) {
 void GraphFileParser::read_shape(TensorHeader& tensor, size_t rank, kern::DType dtype) {
     kern::TensorShape shape;
     shape.ndim = rank;
-    uint64_t bytes = dtype.is_low_bit() ? 1 : dtype.element_bytes();
+    // Of low-bit types the bits are counted as bytes: their number must fit, too.
+    uint64_t bytes = dtype.is_low_bit() ? dtype.low_bits() : dtype.element_bytes();
     for (size_t axis = 0; axis < rank; ++axis) {
         const uint64_t length = read_varint(m_source);
         if (__builtin_mul_overflow(bytes, std::max<uint64_t>(length, 1), &bytes) ||
