@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 #include "serialization/byte_forms.h"
 
@@ -22,13 +21,6 @@ constexpr uint64_t MIN_SHARED_TENSOR_BYTES = 4;
 // again.
 constexpr uint64_t MAX_INPUTS = 1024;
 constexpr uint64_t MAX_MORE_OUTPUTS = 1024;
-
-bool can_be_loaded(const Locator& locator) {
-    using DeviceType = CompNode::DeviceType;
-    constexpr int32_t UNSPECIFIED_DEVICE_LIMIT = INT32_MAX - 1023;
-    return locator.type == DeviceType::CPU ||
-           (locator.type == DeviceType::XPU && locator.device < UNSPECIFIED_DEVICE_LIMIT);
-}
 
 }  // namespace
 
@@ -170,7 +162,7 @@ const Locator& GraphFileParser::node_at(uint64_t index) const {
 Locator GraphFileParser::parse_node(const std::string& text) const {
     const auto locator = Locator::try_parse(text);
     // A mapper may know what to use instead.
-    if (!locator || (!m_config.node_mapper && !can_be_loaded(*locator)))
+    if (!locator || (!m_config.node_mapper && !locator->can_name_cpu()))
         m_source.fail(Fault::NODE);
     return *locator;
 }

@@ -48,6 +48,8 @@ public:
         // that do not fit, which it lets wrap.
         static std::optional<Locator> try_parse(const std::string& text);
         std::string to_string() const;
+        // Whether a logical locator of this kind can stand for a CPU node.
+        bool can_name_cpu() const;
         // The worker that executes what is asked of this logical locator.
         Locator to_physical() const;
         // From now on the logical device of the type stands for this physical one; for all threads.

@@ -48,13 +48,7 @@ CpuCompNodeImpl& node_at(size_t index) {
 void check_locators(const Locator& physical, const Locator& logical) {
     KERN_CHECK(physical.device >= 0 ||
                (physical.device == Locator::DEVICE_CPU_DEFAULT && physical.stream == 0));
-    KERN_CHECK(logical.device >= Locator::DEVICE_ANY ||
-               logical.device == Locator::DEVICE_CPU_DEFAULT);
-    constexpr int32_t unspecified_device_limit = INT32_MAX - 1023;
-    if (logical.type == CompNode::DeviceType::XPU)
-        KERN_CHECK(logical.device < unspecified_device_limit);
-    else
-        KERN_CHECK(logical.type == CompNode::DeviceType::CPU);
+    KERN_CHECK(logical.can_name_cpu());
 }
 
 // The worker of a numbered device, shared by all its nodes; none for an inline node.

@@ -141,6 +141,14 @@ std::string Locator::to_string() const {
     return TYPE_NAMES[type_index(type)] + device_text + ":" + stream_text(stream);
 }
 
+bool Locator::can_name_cpu() const {
+    constexpr int32_t UNSPECIFIED_DEVICE_LIMIT = INT32_MAX - 1023;
+    if (device < DEVICE_ANY && device != DEVICE_CPU_DEFAULT)
+        return false;
+    return type == DeviceType::CPU ||
+           (type == DeviceType::XPU && device < UNSPECIFIED_DEVICE_LIMIT);
+}
+
 Locator Locator::to_physical() const {
     const std::lock_guard<std::mutex> lock(device_maps_mutex);
     KERN_CHECK(stream >= 0);
