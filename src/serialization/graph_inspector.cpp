@@ -5,64 +5,41 @@
 
 #include "graph/core/hash.h"
 #include "kernels/check.h"
+#include "serialization/parser_context.h"
 
 namespace orb {
 namespace {
 
 // Gives load functions no tensors and no graph, and notes what they ask for.
-class InspectContext final : public OprLoadContext {
+class InspectContext final : public ParserContext {
 public:
     InspectContext(GraphFileParser& parser, const GraphLoadConfig& config, GraphFileFacts& facts)
-        : m_parser(parser), m_config(config), m_facts(facts) {}
+        : ParserContext(parser, config), m_facts(facts) {}
 
-    void read(void* buffer, size_t bytes) override { m_parser.source().read(buffer, bytes); }
-    void read_more(void* buffer, size_t bytes) override {
-        m_parser.source().read_more(buffer, bytes);
-    }
-    std::shared_ptr<const uint8_t> read_shared(size_t bytes) override {
-        return m_parser.source().read_shared(bytes);
-    }
     ComputeGraph& graph() override { KERN_FAIL(); }
     std::shared_ptr<DeviceTensorND> load_tensor() override {
-        const TensorHeader header = note_tensor(TensorMethod::INPUT);
-        if (header.has_value)
-            m_facts.tensors.back().method = TensorMethod::PARAMETER;
+        const TensorHeader header = read_tensor_header();
+        note(header, header.has_value ? TensorMethod::PARAMETER : TensorMethod::INPUT);
         return nullptr;
     }
     std::shared_ptr<DeviceTensorND> load_tensor_shared() override {
-        m_parser.count_shared_tensor();
-        note_valued(TensorMethod::SHARED);
+        parser().count_shared_tensor();
+        note(read_valued_header(), TensorMethod::SHARED);
         return nullptr;
     }
-    const GraphLoadConfig& config() const override { return m_config; }
     std::shared_ptr<HostTensorND> load_constant() override {
-        note_valued(TensorMethod::CONSTANT);
+        note(read_valued_header(), TensorMethod::CONSTANT);
         return nullptr;
-    }
-    const std::string& tensor_name() const override { return m_tensor_name; }
-    uint64_t bytes_left() const override { return m_parser.source().bytes_left(); }
-    GraphFileError error(GraphFileFault fault) const override {
-        return m_parser.source().error(fault);
     }
 
 private:
-    TensorHeader note_tensor(TensorMethod method) {
-        TensorHeader header = m_parser.read_tensor_header();
-        m_tensor_name = header.name;
+    void note(const TensorHeader& header, TensorMethod method) {
         m_facts.tensors.push_back({header, method, m_facts.operators.size()});
         if (header.has_value)
-            m_parser.read_value(header, nullptr);
-        return header;
-    }
-    void note_valued(TensorMethod method) {
-        if (!note_tensor(method).has_value)
-            fail(GraphFileFault::VALUE);
+            parser().read_value(header, nullptr);
     }
 
-    GraphFileParser& m_parser;
-    const GraphLoadConfig& m_config;
     GraphFileFacts& m_facts;
-    std::string m_tensor_name;
 };
 
 void inspect_records(GraphFileParser& parser, InspectContext& context, GraphFileFacts& facts,
@@ -79,6 +56,7 @@ void inspect_records(GraphFileParser& parser, InspectContext& context, GraphFile
         op.tail = parser.read_tail(op.head, op.nr_outputs);
         facts.operators.push_back(std::move(op));
     }
+    facts.operators_end = parser.source().tell();
     facts.outputs = parser.read_outputs();
 }
 

@@ -32,7 +32,8 @@ struct GraphFileFacts {
     // The operator that ended the inspection, because the length of its record cannot be known:
     // nothing stands here of it and of what follows.
     std::optional<RecordHead> stopped_at;
-    uint64_t begin = 0, end = 0;  // of the graph in the file
+    // Of the graph in the file, and where its outputs follow; 0 where the inspection stopped.
+    uint64_t begin = 0, end = 0, operators_end = 0;
 
     // The name that the file gives a var; empty for none.
     std::string var_name(uint64_t var) const;

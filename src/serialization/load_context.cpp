@@ -6,26 +6,25 @@ namespace orb {
 
 LoadContext::LoadContext(GraphFileParser& parser, const GraphLoadConfig& config,
                          std::shared_ptr<ComputeGraph> graph, SharedTensorTable& shared)
-    : m_parser(parser), m_config(config), m_graph(std::move(graph)), m_shared(shared) {}
+    : ParserContext(parser, config), m_graph(std::move(graph)), m_shared(shared) {}
 
 CompNode LoadContext::node_of(const CompNode::Locator& locator) {
-    return m_config.node_mapper ? m_config.node_mapper(locator)
+    return config().node_mapper ? config().node_mapper(locator)
                                 : CompNode::load(locator.to_physical(), locator);
 }
 
-HostTensorND LoadContext::read_host_tensor(const TensorHeader& header) {
-    HostTensorND tensor(node_of(header.node), header.layout, header.layout.dtype);
-    if (header.has_value)
-        m_parser.read_value(header, header.bytes == 0 ? nullptr : tensor.raw_ptr());
+HostTensorND LoadContext::read_host_tensor(const TensorHeader& header, CompNode node) {
+    HostTensorND tensor(node, header.layout, header.layout.dtype);
+    parser().read_value(header, header.bytes == 0 ? nullptr : tensor.raw_ptr());
     return tensor;
 }
 
 std::shared_ptr<DeviceTensorND> LoadContext::load_tensor() {
-    const TensorHeader header = m_parser.read_tensor_header();
+    const TensorHeader header = read_tensor_header();
     const CompNode node = node_of(header.node);
     auto tensor = std::make_shared<DeviceTensorND>(node, header.layout, header.layout.dtype);
     if (header.has_value) {
-        const HostTensorND value = read_host_tensor(header);
+        const HostTensorND value = read_host_tensor(header, node);
         tensor->copy_from(value);
         node.sync();
     }
@@ -34,25 +33,20 @@ std::shared_ptr<DeviceTensorND> LoadContext::load_tensor() {
 }
 
 std::shared_ptr<HostTensorND> LoadContext::load_constant() {
-    const TensorHeader header = m_parser.read_tensor_header();
-    if (!header.has_value)
-        fail(GraphFileFault::VALUE);
-    m_tensor_name = header.name;
-    return std::make_shared<HostTensorND>(read_host_tensor(header));
+    const TensorHeader header = read_valued_header();
+    return std::make_shared<HostTensorND>(read_host_tensor(header, node_of(header.node)));
 }
 
 std::shared_ptr<DeviceTensorND> LoadContext::load_tensor_shared() {
-    const uint64_t index = m_parser.count_shared_tensor();
-    const TensorHeader header = m_parser.read_tensor_header();
-    if (!header.has_value)
-        fail(GraphFileFault::VALUE);
+    const uint64_t index = parser().count_shared_tensor();
+    const TensorHeader header = read_valued_header();
     const CompNode node = node_of(header.node);
     auto tensor = m_shared.find(index, node);
     if (!tensor) {
         tensor = read_parameter(header, node);
         m_new_shared.push_back({index, node, tensor});
     } else {
-        m_parser.read_value(header, nullptr);
+        parser().read_value(header, nullptr);
         // Its owner may have moved it since.
         if (tensor->comp_node() != node) {
             auto moved = std::make_shared<DeviceTensorND>(node, tensor->dtype());
@@ -72,12 +66,12 @@ std::shared_ptr<DeviceTensorND> LoadContext::read_parameter(const TensorHeader& 
                                                             CompNode node) {
     auto tensor = std::make_shared<DeviceTensorND>(node, header.layout, header.layout.dtype);
     if (header.bytes == 0) {
-        m_parser.read_value(header, nullptr);
+        parser().read_value(header, nullptr);
     } else if (node == CompNode::default_cpu()) {
-        m_parser.read_value(header, tensor->raw_ptr());
+        parser().read_value(header, tensor->raw_ptr());
     } else {
         ParameterBlock& block = m_blocks.try_emplace(node, node).first->second;
-        m_parser.read_value(header, block.add(tensor, header.layout));
+        parser().read_value(header, block.add(tensor, header.layout));
     }
     return tensor;
 }
@@ -94,7 +88,6 @@ void LoadContext::finish_parameters() {
 
 void LoadContext::note_name(const TensorHeader& header,
                             const std::shared_ptr<DeviceTensorND>& tensor) {
-    m_tensor_name = header.name;
     if (!header.name.empty())
         m_tensors.emplace(header.name, tensor);
 }

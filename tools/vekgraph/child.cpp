@@ -83,21 +83,6 @@ private:
 
 constexpr int THREW = 3;
 
-uint64_t varint_bytes(uint64_t number) {
-    uint64_t bytes = 1;
-    for (; number >= 0x80; number >>= 7)
-        ++bytes;
-    return bytes;
-}
-
-// The list of outputs is the file's end.
-uint64_t end_of_operators(const orb::GraphFileFacts& facts) {
-    uint64_t bytes = varint_bytes(facts.outputs.size());
-    for (const orb::OutputRecord& output : facts.outputs)
-        bytes += varint_bytes(output.var) + varint_bytes(output.id);
-    return facts.end - bytes;
-}
-
 [[noreturn]] void work_as_child(const std::function<void(ChildProgress&)>& work,
                                 ChildProgress& progress) {
     const struct rlimit no_core = {0, 0};
@@ -181,7 +166,7 @@ std::optional<uint64_t> operator_at(const orb::GraphFileFacts& facts, uint64_t p
     const auto behind = std::lower_bound(
         operators.begin(), operators.end(), position,
         [](const orb::OperatorFacts& op, uint64_t offset) { return op.head.offset < offset; });
-    if (behind == operators.begin() || position >= end_of_operators(facts))
+    if (behind == operators.begin() || position >= facts.operators_end)
         return std::nullopt;
     return static_cast<uint64_t>(behind - operators.begin() - 1);
 }
