@@ -75,10 +75,12 @@ private:
     void write_header_without_digest();
     void write_lists();
     void write_operator(const GraphOperator& op);
-    unsigned type_selector(uint64_t id) const;
-    void write_type(uint64_t id, unsigned selector);
+    // In the list of types; its end for a type that is not in it yet.
+    size_t type_place(uint64_t id) const;
+    unsigned type_selector(size_t place) const;
+    void write_type(uint64_t id, size_t place);
+    bool writes_names(const GraphOperator& op, const std::vector<GraphVar*>& outputs) const;
     void write_names(const std::vector<GraphVar*>& vars);
-    bool writes_names(const GraphOperator& op) const;
     void write_outputs();
     void complete_header(uint64_t start);
 
@@ -187,13 +189,14 @@ void GraphWriter::write_lists() {
 
 void GraphWriter::write_operator(const GraphOperator& op) {
     const OperatorRecord& record = record_of(op);
-    const unsigned selector = type_selector(record.persist_id);
-    const bool has_names = writes_names(op);
+    const std::vector<GraphVar*> outputs = op.kept_outputs();
+    const size_t type = type_place(record.persist_id);
+    const bool has_names = writes_names(op, outputs);
     const size_t nr_inputs = op.input().size();
     write_word(*m_context,
-               static_cast<uint8_t>(selector | (has_names ? HAS_NAMES : 0) |
+               static_cast<uint8_t>(type_selector(type) | (has_names ? HAS_NAMES : 0) |
                                     std::min<size_t>(nr_inputs, NR_INPUTS_FOLLOWS) << 5));
-    write_type(record.persist_id, selector);
+    write_type(record.persist_id, type);
     if (nr_inputs >= NR_INPUTS_FOLLOWS)
         write_varint(*m_context, nr_inputs);
     for (const GraphVar* var : op.input())
@@ -204,7 +207,6 @@ void GraphWriter::write_operator(const GraphOperator& op) {
     if (!record.name.empty())
         write_string(*m_context, record.name);
     record.dump(*m_context, op);
-    const std::vector<GraphVar*> outputs = op.kept_outputs();
     if (has_names)
         write_names(outputs);
     if (m_config.keep_priorities)
@@ -214,30 +216,33 @@ void GraphWriter::write_operator(const GraphOperator& op) {
         m_var_places.emplace(var, m_var_places.size());
 }
 
-unsigned GraphWriter::type_selector(uint64_t id) const {
-    const auto place = static_cast<size_t>(std::find(m_type_ids.begin(), m_type_ids.end(), id) -
-                                           m_type_ids.begin());
+size_t GraphWriter::type_place(uint64_t id) const {
+    return static_cast<size_t>(std::find(m_type_ids.begin(), m_type_ids.end(), id) -
+                               m_type_ids.begin());
+}
+
+unsigned GraphWriter::type_selector(size_t place) const {
     if (place == m_type_ids.size())
         return SELECT_LITERAL;
     return place < m_nr_listed_types ? static_cast<unsigned>(place) : SELECT_BY_INDEX;
 }
 
-void GraphWriter::write_type(uint64_t id, unsigned selector) {
+void GraphWriter::write_type(uint64_t id, size_t place) {
+    const unsigned selector = type_selector(place);
     if (selector == SELECT_LITERAL) {
         write_word(*m_context, id);
         m_type_ids.push_back(id);
     } else if (selector == SELECT_BY_INDEX) {
-        const auto place = std::find(m_type_ids.begin(), m_type_ids.end(), id);
-        write_varint(*m_context, static_cast<uint64_t>(place - m_type_ids.begin()));
+        write_varint(*m_context, place);
     }
 }
 
-bool GraphWriter::writes_names(const GraphOperator& op) const {
+bool GraphWriter::writes_names(const GraphOperator& op,
+                               const std::vector<GraphVar*>& outputs) const {
     if (m_config.var_names == VarNames::NONE ||
         (m_config.var_names == VarNames::OUTPUTS && m_output_owners.count(&op) == 0))
         return false;
-    const std::vector<GraphVar*> vars = op.kept_outputs();
-    return std::any_of(vars.begin(), vars.end(),
+    return std::any_of(outputs.begin(), outputs.end(),
                        [](const GraphVar* var) { return var->has_name(); });
 }
 
