@@ -60,18 +60,6 @@ InputArray read_input(const orb::TensorHeader& input, const std::string& path) {
     return result;
 }
 
-void append_elements(const uint8_t* source, const kern::TensorLayout& layout, size_t axis,
-                     std::vector<uint8_t>& bytes) {
-    const size_t size = layout.dtype.element_bytes();
-    if (axis == layout.ndim) {
-        bytes.insert(bytes.end(), source, source + size);
-        return;
-    }
-    const ptrdiff_t step = layout.stride[axis] * static_cast<ptrdiff_t>(size);
-    for (size_t i = 0; i < layout.shape[axis]; ++i)
-        append_elements(source + static_cast<ptrdiff_t>(i) * step, layout, axis + 1, bytes);
-}
-
 }  // namespace
 
 std::vector<InputArray> read_inputs(const orb::GraphFileFacts& facts,
@@ -107,11 +95,11 @@ OutputArray array_of(const orb::DeviceTensorND& value) {
     OutputArray result{layout.dtype, layout, {}};
     if (layout.dtype.is_low_bit() || layout.is_empty())
         return result;
-    const uint8_t* source = value.raw_ptr();
-    if (layout.is_dense_raw())
-        result.bytes.assign(source, source + layout.dtype.byte_size(layout.element_count()));
-    else
-        append_elements(source, layout, 0, result.bytes);
+    orb::HostTensorND contiguous;
+    contiguous.copy_from(value);
+    value.comp_node().sync();
+    const uint8_t* source = contiguous.raw_ptr();
+    result.bytes.assign(source, source + layout.dtype.byte_size(layout.element_count()));
     return result;
 }
 

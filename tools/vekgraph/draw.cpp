@@ -88,11 +88,11 @@ std::vector<size_t> makers_of_vars(const Facts& facts) {
 
 // An arrow names its var where the file does, and the place among several outputs otherwise.
 std::string arrow_label(const Facts& facts, const std::vector<size_t>& makers, uint64_t var) {
+    const std::string name = facts.var_name(var);
     const orb::OperatorFacts& maker = facts.operators[makers[static_cast<size_t>(var)]];
-    const uint64_t output = var - maker.first_output;
-    if (output < maker.tail.names.size() && !maker.tail.names[static_cast<size_t>(output)].empty())
-        return maker.tail.names[static_cast<size_t>(output)];
-    return maker.nr_outputs > 1 ? "output " + std::to_string(output) : std::string();
+    if (!name.empty() || maker.nr_outputs == 1)
+        return name;
+    return "output " + std::to_string(var - maker.first_output);
 }
 
 void write_arrow(std::ostream& out, const Facts& facts, const std::vector<size_t>& makers,
