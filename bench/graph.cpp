@@ -9,7 +9,7 @@
 #include "graph/node/comp_node_env.h"
 #include "graph/opr/elementwise_operator.h"
 #include "graph/opr/shared_tensor_input.h"
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 
 namespace {
 

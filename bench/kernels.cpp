@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "bench/machine_limits.h"
-#include "kernels/elementwise.h"
-#include "kernels/matrix_mul.h"
-#include "kernels/reduce.h"
-#include "kernels/relayout.h"
+#include "kernels/operators/elementwise.h"
+#include "kernels/operators/matrix_mul.h"
+#include "kernels/operators/reduce.h"
+#include "kernels/operators/relayout.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "bench/arm/count_region.h"
-#include "kernels/matrix_mul.h"
+#include "kernels/operators/matrix_mul.h"
 
 namespace {
 

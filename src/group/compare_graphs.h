@@ -12,7 +12,7 @@
 #include "graph/core/compiled_function.h"
 #include "graph/core/compute_graph.h"
 #include "graph/tensor/tensor.h"
-#include "kernels/matrix_mul.h"
+#include "kernels/operators/matrix_mul.h"
 
 namespace vek {
 

@@ -7,7 +7,7 @@
 
 #include "group/score_map.h"
 #include "group/top_k_heap.h"
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 #include "store/adopted_memory.h"
 #include "vekfind/vekfind.h"
 

@@ -5,7 +5,7 @@
 
 #include "kernels/check.h"
 #include "kernels/checked_math.h"
-#include "kernels/relayout.h"
+#include "kernels/operators/relayout.h"
 
 namespace kern {
 namespace {

@@ -15,7 +15,7 @@
 #include <string>
 
 #include "kernels/dispatcher.h"
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 #include "kernels/workspace.h"
 
 namespace kern {

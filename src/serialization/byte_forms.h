@@ -11,7 +11,7 @@
 
 #include "graph/core/param_fields.h"
 #include "kernels/check.h"
-#include "kernels/dtype.h"
+#include "kernels/types/dtype.h"
 #include "serialization/graph_file_error.h"
 
 namespace orb {

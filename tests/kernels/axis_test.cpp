@@ -1,8 +1,8 @@
 // Cumsum, ArgMax and ArgMin: each line along an axis against the definition.
 #include <algorithm>
 
-#include "kernels/arg_max.h"
-#include "kernels/cumsum.h"
+#include "kernels/operators/arg_max.h"
+#include "kernels/operators/cumsum.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

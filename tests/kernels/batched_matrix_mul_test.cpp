@@ -1,4 +1,4 @@
-#include "kernels/batched_matrix_mul.h"
+#include "kernels/operators/batched_matrix_mul.h"
 
 #include "tests/kernels/dispatchers.h"
 #include "tests/kernels/matrix_mul_test_util.h"

@@ -1,4 +1,4 @@
-#include "kernels/cond_take.h"
+#include "kernels/operators/cond_take.h"
 
 #include "tests/kernels/dispatchers.h"
 #include "tests/kernels/kernel_test_util.h"

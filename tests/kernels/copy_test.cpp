@@ -3,7 +3,7 @@
 #include <numeric>
 
 #include "kernels/armv7/relayout.h"
-#include "kernels/relayout.h"
+#include "kernels/operators/relayout.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

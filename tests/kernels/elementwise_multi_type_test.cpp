@@ -1,6 +1,6 @@
 // Operators on integers of several widths and on quantised numbers: every level against one formula
 // per mode. Values are whole numbers or, of Float32, quarters: doubles hold them exactly.
-#include "kernels/elementwise_multi_type.h"
+#include "kernels/operators/elementwise_multi_type.h"
 
 #include <cmath>
 #include <functional>

@@ -1,10 +1,10 @@
 // Every elementwise mode on every dtype and in every form of broadcast: naive gives the formula,
 // and the other levels give what naive does.
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 
 #include <set>
 
-#include "kernels/image_format.h"
+#include "kernels/types/image_format.h"
 #include "tests/kernels/elementwise_reference.h"
 #include "tests/kernels/kernel_test_util.h"
 

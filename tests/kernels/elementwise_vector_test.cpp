@@ -3,7 +3,7 @@
 #include <set>
 
 #include "kernels/arm_common/elementwise_plan.h"
-#include "kernels/image_format.h"
+#include "kernels/types/image_format.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

@@ -3,19 +3,19 @@
 #include <typeindex>
 #include <typeinfo>
 
-#include "kernels/arg_max.h"
 #include "kernels/armv7/matrix_mul.h"
-#include "kernels/batched_matrix_mul.h"
-#include "kernels/cond_take.h"
-#include "kernels/cumsum.h"
-#include "kernels/elementwise.h"
-#include "kernels/elementwise_multi_type.h"
 #include "kernels/fallback/matrix_mul.h"
 #include "kernels/naive/matrix_mul.h"
 #include "kernels/naive/relayout.h"
-#include "kernels/reduce.h"
-#include "kernels/sorting.h"
-#include "kernels/type_cvt.h"
+#include "kernels/operators/arg_max.h"
+#include "kernels/operators/batched_matrix_mul.h"
+#include "kernels/operators/cond_take.h"
+#include "kernels/operators/cumsum.h"
+#include "kernels/operators/elementwise.h"
+#include "kernels/operators/elementwise_multi_type.h"
+#include "kernels/operators/reduce.h"
+#include "kernels/operators/sorting.h"
+#include "kernels/operators/type_cvt.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

@@ -1,4 +1,4 @@
-#include "kernels/image_format.h"
+#include "kernels/types/image_format.h"
 
 #include <thread>
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "kernels/check.h"
-#include "kernels/dtype_switch.h"
 #include "kernels/handle.h"
+#include "kernels/types/dtype_switch.h"
 #if defined(__x86_64__)
 #include "kernels/x86/cpu.h"
 #endif

@@ -1,14 +1,14 @@
 // Shapes, layouts and dtypes. A layout is what addresses it visits, in row-major order: views are
 // compared by these, over random lengths and strides, negative and zero ones among them.
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 #include <algorithm>
 #include <numeric>
 #include <set>
 
-#include "kernels/broadcast.h"
-#include "kernels/format.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/operators/broadcast.h"
+#include "kernels/types/format.h"
 #include "tests/kernels/kernel_test_util.h"
 #include "tests/threads.h"
 

@@ -1,9 +1,9 @@
 // The scores of real features have the same bits on every machine that runs these levels.
 #include <fstream>
 
-#include "kernels/elementwise.h"
-#include "kernels/matrix_mul.h"
-#include "kernels/reduce.h"
+#include "kernels/operators/elementwise.h"
+#include "kernels/operators/matrix_mul.h"
+#include "kernels/operators/reduce.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "kernels/matrix_mul.h"
+#include "kernels/operators/matrix_mul.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

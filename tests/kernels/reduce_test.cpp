@@ -1,4 +1,4 @@
-#include "kernels/reduce.h"
+#include "kernels/operators/reduce.h"
 
 #include <numeric>
 

@@ -1,16 +1,16 @@
 // What operators, layouts, dtypes and formats refuse. A refused call must stop at a check and not
 // crash later; the calls without an expectation are fine and must run.
-#include "kernels/arg_max.h"
-#include "kernels/batched_matrix_mul.h"
-#include "kernels/cond_take.h"
-#include "kernels/cumsum.h"
-#include "kernels/elementwise.h"
-#include "kernels/elementwise_multi_type.h"
-#include "kernels/image_format.h"
-#include "kernels/reduce.h"
-#include "kernels/relayout.h"
-#include "kernels/sorting.h"
-#include "kernels/type_cvt.h"
+#include "kernels/operators/arg_max.h"
+#include "kernels/operators/batched_matrix_mul.h"
+#include "kernels/operators/cond_take.h"
+#include "kernels/operators/cumsum.h"
+#include "kernels/operators/elementwise.h"
+#include "kernels/operators/elementwise_multi_type.h"
+#include "kernels/operators/reduce.h"
+#include "kernels/operators/relayout.h"
+#include "kernels/operators/sorting.h"
+#include "kernels/operators/type_cvt.h"
+#include "kernels/types/image_format.h"
 #include "tests/kernels/matrix_mul_test_util.h"
 
 namespace kern_test {

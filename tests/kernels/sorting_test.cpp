@@ -1,4 +1,4 @@
-#include "kernels/sorting.h"
+#include "kernels/operators/sorting.h"
 
 #include <algorithm>
 #include <numeric>

@@ -1,5 +1,5 @@
 // Conversions between all dtypes. Values of quantised types are the integers that they store.
-#include "kernels/type_cvt.h"
+#include "kernels/operators/type_cvt.h"
 #include "tests/kernels/kernel_test_util.h"
 
 namespace kern_test {

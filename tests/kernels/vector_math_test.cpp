@@ -3,7 +3,7 @@
 #include <cfloat>
 #include <cmath>
 
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 #include "kernels/simd/integers.h"
 #include "tests/kernels/kernel_test_util.h"
 

@@ -1,17 +1,18 @@
 # Who may include whom in src/: the layers of docs/architecture.md. Argument: SOURCE_DIR (of src/).
 #
 # A folder includes itself and the folders of its row. Sub-folders belong to their layer, except the
-# levels of src/kernels: each is apart and may use kernels and the level below it. Armv7 derives from
-# fallback where arm_common has nothing of its own. And those of src/graph, which are stages: each
-# may use the ones before it, so no two include each other.
+# levels of src/kernels: each is apart and may use the rooms of kernels and the level below it. Armv7
+# derives from fallback where arm_common has nothing of its own. And those of src/graph, which are
+# stages: each may use the ones before it, so no two include each other.
 cmake_minimum_required(VERSION 3.22)
 set(MAY_api group store PUBLIC)
 set(GRAPH graph/node graph/tensor graph/core graph/infer graph/memory graph/exec graph/construct
           graph/opr)
-set(MAY_group store ${GRAPH} kernels PUBLIC)
-set(MAY_store ${GRAPH} kernels PUBLIC)
-set(MAY_serialization ${GRAPH} kernels)
-set(MAY_graph/node kernels)
+set(KERNELS kernels kernels/types kernels/operators)
+set(MAY_group store ${GRAPH} ${KERNELS} kernels/simd PUBLIC)
+set(MAY_store ${GRAPH} ${KERNELS} PUBLIC)
+set(MAY_serialization ${GRAPH} ${KERNELS})
+set(MAY_graph/node ${KERNELS})
 set(MAY_graph/tensor ${MAY_graph/node} graph/node)
 set(MAY_graph/core ${MAY_graph/tensor} graph/tensor)
 set(MAY_graph/infer ${MAY_graph/core} graph/core)
@@ -19,17 +20,26 @@ set(MAY_graph/memory ${MAY_graph/infer} graph/infer)
 set(MAY_graph/exec ${MAY_graph/memory} graph/memory)
 set(MAY_graph/construct ${MAY_graph/exec} graph/exec)
 set(MAY_graph/opr ${MAY_graph/exec} graph/exec)
-set(MAY_kernels)
-set(MAY_kernels/naive kernels)
-set(MAY_kernels/fallback kernels kernels/naive)
-set(MAY_kernels/arm_common kernels kernels/fallback)
-set(MAY_kernels/armv7 kernels kernels/arm_common kernels/fallback)
-set(MAY_kernels/x86 kernels kernels/fallback)
+# Beside the levels src/kernels has rooms that every level may use. Dtypes and layouts stand on the
+# checks of the folder itself, and handles know layouts.
+set(MAY_kernels kernels/types)
+set(MAY_kernels/types kernels)
+set(MAY_kernels/simd)
+set(MAY_kernels/packing kernels kernels/types kernels/simd)
+set(MAY_kernels/operators kernels kernels/types kernels/packing)
+list(APPEND KERNELS kernels/simd kernels/packing)
+set(MAY_kernels/naive ${KERNELS})
+set(MAY_kernels/fallback ${KERNELS} kernels/naive)
+set(MAY_kernels/arm_common ${KERNELS} kernels/fallback)
+set(MAY_kernels/armv7 ${KERNELS} kernels/arm_common kernels/fallback)
+set(MAY_kernels/x86 ${KERNELS} kernels/fallback)
 # The one place that knows all levels: it chooses among them.
 set(MAY_kernels/operator_factory.cpp
-    kernels kernels/naive kernels/fallback kernels/arm_common kernels/armv7 kernels/x86)
+    ${KERNELS} kernels/naive kernels/fallback kernels/arm_common kernels/armv7 kernels/x86)
+# A handle keeps an operator for copies.
+set(MAY_kernels/handle.cpp kernels/operators)
 
-set(LAYER "api|group|store|serialization|graph/(node|tensor|core|infer|memory|exec|construct|opr)|kernels/(naive|fallback|arm_common|armv7|x86)|kernels")
+set(LAYER "api|group|store|serialization|graph/(node|tensor|core|infer|memory|exec|construct|opr)|kernels/(types|simd|packing|operators|naive|fallback|arm_common|armv7|x86)|kernels")
 
 file(GLOB_RECURSE files RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/*.h ${SOURCE_DIR}/*.cpp ${SOURCE_DIR}/*.inc)
 list(LENGTH files file_count)

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 namespace vekgraph {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 namespace vekgraph {
 

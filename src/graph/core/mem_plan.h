@@ -7,7 +7,7 @@
 #include <cstddef>
 
 #include "graph/tensor/storage.h"
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 namespace orb {
 

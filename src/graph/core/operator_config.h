@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "graph/node/comp_node.h"
-#include "kernels/dtype.h"
+#include "kernels/types/dtype.h"
 
 namespace orb {
 

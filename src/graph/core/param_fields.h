@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "kernels/dtype.h"
+#include "kernels/types/dtype.h"
 
 namespace orb {
 

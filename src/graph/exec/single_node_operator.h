@@ -6,7 +6,7 @@
 
 #include "graph/core/operator.h"
 #include "graph/memory/var_memory_manager.h"
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 
 namespace orb {
 

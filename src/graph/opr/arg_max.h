@@ -2,7 +2,7 @@
 #pragma once
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/arg_max.h"
+#include "kernels/operators/arg_max.h"
 
 namespace orb {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "graph/opr/matrix_multiply.h"
-#include "kernels/batched_matrix_mul.h"
+#include "kernels/operators/batched_matrix_mul.h"
 
 namespace orb {
 

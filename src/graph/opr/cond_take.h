@@ -3,7 +3,7 @@
 #pragma once
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/cond_take.h"
+#include "kernels/operators/cond_take.h"
 
 namespace orb {
 

@@ -9,7 +9,7 @@
 #include "graph/node/comp_node_env.h"
 #include "kernels/check.h"
 #include "kernels/handle.h"
-#include "kernels/type_cvt.h"
+#include "kernels/operators/type_cvt.h"
 
 namespace orb {
 namespace {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/cumsum.h"
+#include "kernels/operators/cumsum.h"
 
 namespace orb {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 
 namespace orb {
 

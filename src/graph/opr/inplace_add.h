@@ -4,7 +4,7 @@
 #pragma once
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 
 namespace orb {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "kernels/check.h"
-#include "kernels/quantise.h"
+#include "kernels/types/quantise.h"
 
 namespace orb {
 namespace {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/matrix_mul.h"
+#include "kernels/operators/matrix_mul.h"
 
 namespace orb {
 

@@ -5,7 +5,7 @@
 #include "graph/opr/elementwise_operator.h"
 #include "kernels/check.h"
 #include "kernels/handle.h"
-#include "kernels/quantise.h"
+#include "kernels/types/quantise.h"
 
 namespace orb {
 namespace {

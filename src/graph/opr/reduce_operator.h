@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/reduce.h"
+#include "kernels/operators/reduce.h"
 
 namespace orb {
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/sorting.h"
+#include "kernels/operators/sorting.h"
 
 namespace orb {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "graph/opr/kernel_operator.h"
-#include "kernels/type_cvt.h"
+#include "kernels/operators/type_cvt.h"
 
 namespace orb {
 

@@ -6,7 +6,7 @@
 #include "graph/node/comp_node_env.h"
 #include "graph/tensor/tensor.h"
 #include "kernels/check.h"
-#include "kernels/relayout.h"
+#include "kernels/operators/relayout.h"
 
 namespace orb {
 namespace {

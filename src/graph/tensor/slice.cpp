@@ -1,7 +1,7 @@
 #include "graph/tensor/slice.h"
 
 #include "kernels/check.h"
-#include "kernels/format.h"
+#include "kernels/types/format.h"
 
 namespace orb {
 namespace {

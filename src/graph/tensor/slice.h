@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 namespace orb {
 

@@ -7,8 +7,8 @@
 
 #include "graph/tensor/slice.h"
 #include "graph/tensor/storage.h"
-#include "kernels/format.h"
-#include "kernels/layout.h"
+#include "kernels/types/format.h"
+#include "kernels/types/layout.h"
 
 namespace orb {
 

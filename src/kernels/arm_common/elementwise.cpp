@@ -7,7 +7,7 @@
 #include "kernels/arm_common/vector_loop.h"
 #include "kernels/arm_common/vector_math.h"
 #include "kernels/check.h"
-#include "kernels/elementwise_formulas.h"
+#include "kernels/operators/elementwise_formulas.h"
 
 namespace kern::arm_common {
 namespace {

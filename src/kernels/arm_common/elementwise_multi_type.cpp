@@ -2,7 +2,7 @@
 
 #include "kernels/arm_common/elementwise_plan.h"
 #include "kernels/arm_common/wide_packet.h"
-#include "kernels/elementwise_multi_type_rules.h"
+#include "kernels/operators/elementwise_multi_type_rules.h"
 #include "kernels/simd/f32x4_functions.h"
 
 namespace kern::arm_common {

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <optional>
 
-#include "kernels/image_format.h"
+#include "kernels/types/image_format.h"
 
 namespace kern::arm_common {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "kernels/broadcast.h"
-#include "kernels/elementwise.h"
+#include "kernels/operators/broadcast.h"
+#include "kernels/operators/elementwise.h"
 
 namespace kern::arm_common {
 

@@ -1,8 +1,8 @@
 #include "kernels/arm_common/type_cvt.h"
 
 #include "kernels/arm_common/wide_packet.h"
-#include "kernels/quantise.h"
 #include "kernels/simd/f32x4_functions.h"
+#include "kernels/types/quantise.h"
 
 namespace kern::arm_common {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "kernels/armv7/float_small.h"
 #include "kernels/armv7/float_tile.h"
-#include "kernels/panel_packing.h"
+#include "kernels/packing/panel_packing.h"
 #include "kernels/simd/f32x4.h"
 #include "kernels/workspace.h"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 #include "kernels/simd/f32x4.h"
 
 namespace kern::armv7 {

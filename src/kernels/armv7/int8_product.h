@@ -7,7 +7,7 @@
 // of 32 bits.
 #pragma once
 
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::armv7 {
 

@@ -2,7 +2,7 @@
 // transposed. Stateless; a call works in its own workspace.
 #pragma once
 
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::armv7 {
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 namespace kern::fallback {
 

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "kernels/broadcast.h"
-#include "kernels/elementwise_formulas.h"
-#include "kernels/vectorise.h"
+#include "kernels/operators/broadcast.h"
+#include "kernels/operators/elementwise_formulas.h"
+#include "kernels/simd/vectorise.h"
 
 namespace kern::fallback {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "kernels/elementwise_multi_type_rules.h"
+#include "kernels/operators/elementwise_multi_type_rules.h"
 
 namespace kern::fallback {
 namespace {
@@ -35,7 +35,7 @@ void run(const Rule& rule, const BroadcastSet& inputs, void* output) {
             dispatch([rule, inputs, out = output.raw_ptr] { run(rule, inputs, out); });          \
         });                                                                                      \
     }
-#include "kernels/elementwise_multi_type_modes.inc"
+#include "kernels/operators/elementwise_multi_type_modes.inc"
 #undef KERN_MULTI_TYPE_MODE
 
 }  // namespace kern::fallback

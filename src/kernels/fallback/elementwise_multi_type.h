@@ -13,7 +13,7 @@ public:
 protected:
 #define KERN_MULTI_TYPE_MODE(number, NAME, method, arity) \
     void method(const BroadcastSet& inputs, const RawTensor& output) override;
-#include "kernels/elementwise_multi_type_modes.inc"
+#include "kernels/operators/elementwise_multi_type_modes.inc"
 #undef KERN_MULTI_TYPE_MODE
 };
 

@@ -2,7 +2,7 @@
 
 #include "kernels/fallback/packed_product.h"
 #include "kernels/fallback/row_accumulation.h"
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::fallback {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "kernels/checked_math.h"
-#include "kernels/panel_packing.h"
+#include "kernels/packing/panel_packing.h"
 #include "kernels/simd/f32x4.h"
 #include "kernels/workspace.h"
 

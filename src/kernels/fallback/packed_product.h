@@ -6,7 +6,7 @@
 // lane of its own, so its bits do not depend on the sizes or on its place in a tile.
 #pragma once
 
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::fallback {
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "kernels/dtype_switch.h"
 #include "kernels/fallback/reduce_lines.h"
 #include "kernels/naive/tensor_iterator.h"
-#include "kernels/reduce_policies.h"
+#include "kernels/operators/reduce_policies.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::fallback {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "kernels/dtype_switch.h"
 #include "kernels/fallback/copy_walk.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::fallback {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "kernels/vectorise.h"
+#include "kernels/simd/vectorise.h"
 
 namespace kern::fallback {
 namespace {

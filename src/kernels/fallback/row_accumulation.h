@@ -2,7 +2,7 @@
 // scaled by a row of A, so that B is read in the order of its memory. Sums wrap around.
 #pragma once
 
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::fallback {
 

@@ -1,6 +1,6 @@
 #include "kernels/fallback/type_cvt.h"
 
-#include "kernels/type_cvt_rules.h"
+#include "kernels/operators/type_cvt_rules.h"
 
 namespace kern::fallback {
 namespace {

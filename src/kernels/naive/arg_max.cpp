@@ -3,9 +3,9 @@
 #include <limits>
 #include <type_traits>
 
-#include "kernels/arithmetic.h"
-#include "kernels/dtype_switch.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/types/arithmetic.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // ArgMax and ArgMin, one line along the axis after another. Need no workspace.
 #pragma once
 
-#include "kernels/arg_max.h"
+#include "kernels/operators/arg_max.h"
 
 namespace kern::naive {
 

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "kernels/batched_matrix_mul.h"
+#include "kernels/operators/batched_matrix_mul.h"
 
 namespace kern::naive {
 

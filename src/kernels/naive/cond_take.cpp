@@ -5,8 +5,8 @@
 #include <type_traits>
 
 #include "kernels/checked_math.h"
-#include "kernels/dtype_switch.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // CondTake by a list of the selected positions in the workspace, with their number behind it.
 #pragma once
 
-#include "kernels/cond_take.h"
+#include "kernels/operators/cond_take.h"
 
 namespace kern::naive {
 

@@ -1,8 +1,8 @@
 #include "kernels/naive/cumsum.h"
 
-#include "kernels/arithmetic.h"
-#include "kernels/dtype_switch.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/types/arithmetic.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // Running sums, one line along the axis after another. Needs no workspace.
 #pragma once
 
-#include "kernels/cumsum.h"
+#include "kernels/operators/cumsum.h"
 
 namespace kern::naive {
 

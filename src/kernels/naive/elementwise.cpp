@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "kernels/broadcast.h"
-#include "kernels/elementwise_formulas.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/operators/broadcast.h"
+#include "kernels/operators/elementwise_formulas.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // Elementwise by one loop over the output, with a tensor iterator for each input.
 #pragma once
 
-#include "kernels/elementwise.h"
+#include "kernels/operators/elementwise.h"
 
 namespace kern::naive {
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "kernels/elementwise_multi_type_rules.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/operators/elementwise_multi_type_rules.h"
 
 namespace kern::naive {
 namespace {
@@ -39,7 +39,7 @@ void run(const Rule& rule, const BroadcastSet& inputs, const RawTensor& output) 
             });                                                                                  \
         });                                                                                      \
     }
-#include "kernels/elementwise_multi_type_modes.inc"
+#include "kernels/operators/elementwise_multi_type_modes.inc"
 #undef KERN_MULTI_TYPE_MODE
 
 }  // namespace kern::naive

@@ -1,7 +1,7 @@
 // ElementwiseMultiType by one loop over the output, with a tensor iterator for each input.
 #pragma once
 
-#include "kernels/elementwise_multi_type.h"
+#include "kernels/operators/elementwise_multi_type.h"
 
 namespace kern::naive {
 
@@ -12,7 +12,7 @@ public:
 protected:
 #define KERN_MULTI_TYPE_MODE(number, NAME, method, arity) \
     void method(const BroadcastSet& inputs, const RawTensor& output) override;
-#include "kernels/elementwise_multi_type_modes.inc"
+#include "kernels/operators/elementwise_multi_type_modes.inc"
 #undef KERN_MULTI_TYPE_MODE
 };
 

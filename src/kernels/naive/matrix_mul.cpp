@@ -2,9 +2,9 @@
 
 #include <type_traits>
 
-#include "kernels/arithmetic.h"
 #include "kernels/check.h"
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
+#include "kernels/types/arithmetic.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // Matrix product by a triple loop; no workspace.
 #pragma once
 
-#include "kernels/matrix_mul.h"
+#include "kernels/operators/matrix_mul.h"
 
 namespace kern::naive {
 

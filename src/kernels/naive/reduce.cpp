@@ -1,9 +1,9 @@
 #include "kernels/naive/reduce.h"
 
-#include "kernels/dtype_switch.h"
 #include "kernels/naive/tensor_iterator.h"
-#include "kernels/reduce_policies.h"
-#include "kernels/type_cvt.h"
+#include "kernels/operators/reduce_policies.h"
+#include "kernels/operators/type_cvt.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::naive {
 namespace {

@@ -2,7 +2,7 @@
 // the workspace holds a converted copy of that tensor.
 #pragma once
 
-#include "kernels/reduce.h"
+#include "kernels/operators/reduce.h"
 
 namespace kern::naive {
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "kernels/dtype_switch.h"
 #include "kernels/naive/tensor_iterator.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // Relayout element by element.
 #pragma once
 
-#include "kernels/relayout.h"
+#include "kernels/operators/relayout.h"
 
 namespace kern::naive {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "kernels/checked_math.h"
-#include "kernels/dtype_switch.h"
 #include "kernels/naive/sort_keys.h"
+#include "kernels/types/dtype_switch.h"
 
 namespace kern::naive {
 namespace {

@@ -1,7 +1,7 @@
 // Argsort by introspective sort and TopK by partition or heap, on the keys of sort_keys.h.
 #pragma once
 
-#include "kernels/sorting.h"
+#include "kernels/operators/sorting.h"
 
 namespace kern::naive {
 

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "kernels/layout.h"
+#include "kernels/types/layout.h"
 
 namespace kern::naive {
 

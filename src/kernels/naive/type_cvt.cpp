@@ -1,7 +1,7 @@
 #include "kernels/naive/type_cvt.h"
 
 #include "kernels/naive/tensor_iterator.h"
-#include "kernels/type_cvt_rules.h"
+#include "kernels/operators/type_cvt_rules.h"
 
 namespace kern::naive {
 namespace {

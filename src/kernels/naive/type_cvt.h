@@ -1,7 +1,7 @@
 // Type conversion of a source of any strides, element by element.
 #pragma once
 
-#include "kernels/type_cvt.h"
+#include "kernels/operators/type_cvt.h"
 
 namespace kern::naive {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "kernels/checked_math.h"
-#include "kernels/matrix_mul_args.h"
+#include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::x86 {
 namespace {

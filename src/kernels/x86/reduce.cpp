@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "kernels/axis_split.h"
 #include "kernels/fallback/reduce_lines.h"
-#include "kernels/reduce_policies.h"
+#include "kernels/operators/axis_split.h"
+#include "kernels/operators/reduce_policies.h"
 
 namespace kern::x86 {
 namespace {

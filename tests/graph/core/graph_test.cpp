@@ -1,7 +1,7 @@
 #include "graph/core/compute_graph.h"
 
 #include "graph/opr/elementwise_operator.h"
-#include "kernels/image_format.h"
+#include "kernels/types/image_format.h"
 #include "tests/graph/graph_test_util.h"
 
 namespace orb {

@@ -14,7 +14,7 @@
 #include "graph/node/task_recorder.h"
 #include "graph/tensor/tensor.h"
 #include "kernels/handle.h"
-#include "kernels/relayout.h"
+#include "kernels/operators/relayout.h"
 #include "tests/threads.h"
 
 namespace orb {

@@ -18,7 +18,7 @@
 #include "graph/node/cpu_comp_node.h"
 #include "graph/node/node_bound_object.h"
 #include "graph/tensor/tensor.h"
-#include "kernels/relayout.h"
+#include "kernels/operators/relayout.h"
 
 namespace orb {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "graph/tensor/tensor.h"
 #include "kernels/check.h"
-#include "kernels/image_format.h"
+#include "kernels/types/image_format.h"
 
 namespace orb {
 namespace {
