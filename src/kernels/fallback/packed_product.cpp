@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kernels/checked_math.h"
+#include "kernels/operators/convolution_patches.h"
 #include "kernels/packing/panel_packing.h"
 #include "kernels/simd/f32x4.h"
 #include "kernels/workspace.h"
@@ -79,6 +80,34 @@ void multiply_panels(const float* a, size_t rows, const float* b, size_t depth, 
     }
 }
 
+// A panel of B is used up before the next is packed, so all take the same place, which stays in the
+// nearest cache.
+template <typename Source>
+void multiply(const float* a_panels, size_t rows, const Source& b, size_t depth, float* b_panel,
+              float* c, ptrdiff_t c_row) {
+    for (size_t j = 0; j < b.count; j += PANEL_COLUMNS) {
+        const size_t columns = std::min(PANEL_COLUMNS, b.count - j);
+        pack_panel<PANEL_COLUMNS>(b.from(j), depth, b_panel);
+        for (size_t i = 0; i < rows; i += PANEL_ROWS)
+            multiply_panels(a_panels + i * depth, std::min(PANEL_ROWS, rows - i), b_panel, depth,
+                            at_step(c, i, c_row) + j, c_row, columns);
+    }
+}
+
+// Where the panels of A and the one of B lie in a workspace.
+struct Panels {
+    float* a;
+    float* b;
+
+    Panels(size_t rows, size_t depth, void* workspace) {
+        uint8_t* base = align_up(workspace, PANEL_ALIGNMENT);
+        void* a_area = base;
+        void* b_area = base + panel_bytes(rows, PANEL_ROWS, depth) + PANEL_ALIGNMENT;
+        a = static_cast<float*>(a_area);
+        b = static_cast<float*>(b_area);
+    }
+};
+
 }  // namespace
 
 size_t packed_product_workspace(size_t rows, size_t columns, size_t depth) {
@@ -90,27 +119,25 @@ size_t packed_product_workspace(size_t rows, size_t columns, size_t depth) {
 void packed_product(const MatrixMulArgs& args, void* workspace) {
     if (args.rows == 0 || args.columns == 0)
         return;
-    uint8_t* base = align_up(workspace, PANEL_ALIGNMENT);
-    void* a_area = base;
-    void* b_area = base + panel_bytes(args.rows, PANEL_ROWS, args.depth) + PANEL_ALIGNMENT;
-    auto* a_panels = static_cast<float*>(a_area);
-    auto* b_panel = static_cast<float*>(b_area);
+    const Panels panels(args.rows, args.depth, workspace);
+    const Lines<float> a{static_cast<const float*>(args.a), args.rows, args.a_row, args.a_k};
+    const Lines<float> b{static_cast<const float*>(args.b), args.columns, args.b_column, args.b_k};
+    pack_panels<PANEL_ROWS>(a, args.depth, panels.a);
+    multiply(panels.a, args.rows, b, args.depth, panels.b, static_cast<float*>(args.c), args.c_row);
+}
 
-    const auto* a = static_cast<const float*>(args.a);
-    const auto* b = static_cast<const float*>(args.b);
-    auto* c = static_cast<float*>(args.c);
-    const Lines<float> a_lines{a, args.rows, args.a_row, args.a_k};
-    const Lines<float> b_lines{b, args.columns, args.b_column, args.b_k};
-    pack_panels<PANEL_ROWS>(a_lines, args.depth, a_panels);
-    // A panel of B is used up before the next is packed, so all take the same place, which stays in
-    // the nearest cache.
-    for (size_t j = 0; j < args.columns; j += PANEL_COLUMNS) {
-        const size_t columns = std::min(PANEL_COLUMNS, args.columns - j);
-        pack_panel<PANEL_COLUMNS>(b_lines.from(j), args.depth, b_panel);
-        for (size_t i = 0; i < args.rows; i += PANEL_ROWS)
-            multiply_panels(a_panels + i * args.depth, std::min(PANEL_ROWS, args.rows - i), b_panel,
-                            args.depth, at_step(c, i, args.c_row) + j, args.c_row, columns);
-    }
+size_t packed_patches_workspace(const ConvolutionSizeRecord& size) {
+    return packed_product_workspace(size.ocpg, PANEL_COLUMNS, size.depth());
+}
+
+void packed_patches_product(const ConvolutionRunRecord& run, void* workspace) {
+    const size_t depth = run.depth();
+    const Panels panels(run.ocpg, depth, workspace);
+    pack_panels<PANEL_ROWS>(filter_lines(run), depth, panels.a);
+    for (size_t image = 0; image < run.n; ++image)
+        multiply(panels.a, run.ocpg, image_patches(run, image), depth, panels.b,
+                 static_cast<float*>(run.dst) + image * run.dst_image_step,
+                 static_cast<ptrdiff_t>(run.dst_plane()));
 }
 
 }  // namespace kern::fallback

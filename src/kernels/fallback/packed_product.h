@@ -6,6 +6,7 @@
 // lane of its own, so its bits do not depend on the sizes or on its place in a tile.
 #pragma once
 
+#include "kernels/operators/convolution.h"
 #include "kernels/operators/matrix_mul_args.h"
 
 namespace kern::fallback {
@@ -15,5 +16,9 @@ size_t packed_product_workspace(size_t rows, size_t columns, size_t depth);
 
 // `workspace` needs no alignment.
 void packed_product(const MatrixMulArgs& args, void* workspace);
+
+// The same with filters for A, and for B the patches of one image after the other.
+size_t packed_patches_workspace(const ConvolutionSizeRecord& size);
+void packed_patches_product(const ConvolutionRunRecord& run, void* workspace);
 
 }  // namespace kern::fallback

@@ -1,54 +1,11 @@
 #include "kernels/naive/matrix_mul.h"
 
-#include <type_traits>
-
 #include "kernels/check.h"
+#include "kernels/naive/product_policies.h"
 #include "kernels/operators/matrix_mul_args.h"
-#include "kernels/types/arithmetic.h"
 
 namespace kern::naive {
 namespace {
-
-// Policies: the stored types, and the type that one element of C is accumulated in. `add_product`
-// rounds the product and the sum to the accumulator's precision.
-
-template <typename Element, typename Accumulator>
-struct FloatProduct {
-    using In = Element;
-    using Sum = Accumulator;
-    using Out = Element;
-
-    static Sum add_product(Sum sum, In a, In b) {
-        return narrow<Sum>(widen(sum) + widen(a) * widen(b));
-    }
-    static Out finish(Sum sum) { return narrow<Out>(widen(sum)); }
-};
-
-// Signed bytes into integers that wrap around.
-template <typename Output>
-struct Int8Product {
-    using In = int8_t;
-    using Sum = std::make_unsigned_t<Output>;
-    using Out = Output;
-
-    static Sum add_product(Sum sum, In a, In b) {
-        return static_cast<Sum>(sum + static_cast<Sum>(a * b));
-    }
-    static Out finish(Sum sum) { return static_cast<Out>(sum); }
-};
-
-struct Asymm8Product {
-    using In = uint8_t;
-    using Sum = uint32_t;
-    using Out = int32_t;
-    int32_t a_zero_point;
-    int32_t b_zero_point;
-
-    Sum add_product(Sum sum, In a, In b) const {
-        return sum + static_cast<uint32_t>((a - a_zero_point) * (b - b_zero_point));
-    }
-    static Out finish(Sum sum) { return static_cast<Out>(sum); }
-};
 
 template <typename Policy>
 typename Policy::Sum dot(const Policy& policy, const typename Policy::In* a, ptrdiff_t a_step,
@@ -65,7 +22,7 @@ typename Policy::Sum dot(const Policy& policy, const typename Policy::In* a, ptr
 }
 
 template <typename Policy>
-Task multiply(const MatrixMulArgs& args, const Policy& policy = {}) {
+Task multiply(const MatrixMulArgs& args, const Policy& policy) {
     return [args, policy] {
         const auto* a = static_cast<const typename Policy::In*>(args.a);
         const auto* b = static_cast<const typename Policy::In*>(args.b);
@@ -79,26 +36,22 @@ Task multiply(const MatrixMulArgs& args, const Policy& policy = {}) {
     };
 }
 
-uint8_t zero_point(DType dtype) {
-    return dtype.param<Quantized8AsymmParam>().zero_point;
-}
-
 // The arguments have been checked, so an integer data type tells the dtypes.
 Task select_kernel(MatrixMulDataType data_type, DType a, DType b, const MatrixMulArgs& args) {
     const bool half = a == DType::Float16();
     switch (data_type) {
         case MatrixMulDataType::DEFAULT:
-            return half ? multiply<FloatProduct<Float16, Float16>>(args)
-                        : multiply<FloatProduct<float, float>>(args);
+            return half ? multiply(args, FloatProduct<Float16, Float16>())
+                        : multiply(args, FloatProduct<float, float>());
         case MatrixMulDataType::FLOAT_IO16_CO32:
-            return half ? multiply<FloatProduct<Float16, float>>(args)
-                        : multiply<FloatProduct<float, float>>(args);
+            return half ? multiply(args, FloatProduct<Float16, float>())
+                        : multiply(args, FloatProduct<float, float>());
         case MatrixMulDataType::INT8_TO_INT16:
-            return multiply<Int8Product<int16_t>>(args);
+            return multiply(args, Int8Product<int16_t>());
         case MatrixMulDataType::INT8_TO_INT32:
-            return multiply<Int8Product<int32_t>>(args);
+            return multiply(args, Int8Product<int32_t>());
         case MatrixMulDataType::ASYMM8_TO_S32:
-            return multiply<Asymm8Product>(args, {zero_point(a), zero_point(b)});
+            return multiply(args, Asymm8Product(a, b));
     }
     KERN_FAIL();
 }

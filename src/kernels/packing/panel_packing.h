@@ -101,9 +101,10 @@ void pack_panel(const Lines<float>& lines, size_t depth, float* panel) {
         packing::copy_lines<WIDTH>(lines.from(std::min(lane, lines.count)), depth, panel + lane);
 }
 
-// Packs all lines, panel behind panel. Returns the number of values packed, with the zeros.
-template <size_t WIDTH>
-size_t pack_panels(const Lines<float>& lines, size_t depth, float* panels) {
+// Packs all lines of a source, of this kind or another one that `pack_panel` takes, panel behind
+// panel. Returns the number of values packed, with the zeros.
+template <size_t WIDTH, typename Source>
+size_t pack_panels(const Source& lines, size_t depth, float* panels) {
     size_t line = 0;
     for (; line < lines.count; line += WIDTH)
         pack_panel<WIDTH>(lines.from(line), depth, panels + line * depth);
