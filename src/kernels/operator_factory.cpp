@@ -27,6 +27,7 @@
 #include "kernels/naive/sorting.h"
 #include "kernels/naive/type_cvt.h"
 #if defined(__x86_64__)
+#include "kernels/x86/convolution_forward.h"
 #include "kernels/x86/cpu.h"
 #include "kernels/x86/matrix_mul.h"
 #include "kernels/x86/reduce.h"

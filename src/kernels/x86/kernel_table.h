@@ -62,11 +62,31 @@ static constexpr size_t int8_workspace(size_t a_count, size_t depth) {
 using SumSquares = void (*)(const float* first, size_t row_step, size_t row_count, size_t length,
                             float* results);
 
+// C = A x B, or C + A x B, over a stretch of depth: the lines of A, contiguous along k, by a panel
+// of columns of B, in which the values of one k stand side by side. Each element of C is one chain
+// of fused multiply-adds in the order of k, so a product that is cut along k has the same bits.
+struct PanelProduct {
+    const float* a;  // lines are PANEL_A_STEP elements apart
+    size_t a_count;
+    const float* b;  // KernelTable::panel_columns values for each k, from a cache line on
+    size_t columns;  // that are real, at least one; the others are not written
+    size_t depth;    // at most PANEL_DEPTH
+    float* c;
+    ptrdiff_t c_row;
+    bool adds;  // to what is in C
+};
+constexpr size_t PANEL_DEPTH = 256;
+// A constant, so that the lines of a tile need one address. Not a power of two, or the lines would
+// meet in the nearest cache.
+constexpr size_t PANEL_A_STEP = PANEL_DEPTH + 16;
+
 struct KernelTable {
     const char* name;
+    size_t panel_columns;
     void (*float_product)(const Product& product);
     void (*int8_product)(const Product& product);
     SumSquares sum_squares;
+    void (*panel_product)(const PanelProduct& product);
 };
 
 // Stops the process on NONE.
@@ -77,11 +97,13 @@ void float_product(const Product& product);
 void int8_product(const Product& product);
 void sum_squares(const float* first, size_t row_step, size_t row_count, size_t length,
                  float* results);
+void panel_product(const PanelProduct& product);
 }  // namespace avx2
 
 namespace avx512 {
 void float_product(const Product& product);
 void int8_product(const Product& product);
+void panel_product(const PanelProduct& product);
 }  // namespace avx512
 
 }  // namespace kern::x86

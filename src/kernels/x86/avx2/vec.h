@@ -15,12 +15,28 @@ constexpr size_t LANES = 8;
 
 // Accumulators of a tile; with what is multiplied they fit into 16 registers.
 constexpr size_t TILE_RESULTS = 12;
+// The same of a tile of two vectors a line.
+constexpr size_t PANEL_TILE_LINES = 6;
 
 inline Vec zero() {
     return _mm256_setzero_ps();
 }
 inline Vec load(const float* source) {
     return _mm256_loadu_ps(source);
+}
+inline Vec broadcast(float value) {
+    return _mm256_set1_ps(value);
+}
+inline __m256i first_lanes(size_t count) {
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count < 8 ? count : 8)),
+                              _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+}
+// The first `count` lanes, which may be all or more; the others are zeros, or not written.
+inline Vec load_first(const float* source, size_t count) {
+    return _mm256_maskload_ps(source, first_lanes(count));
+}
+inline void store_first(float* target, size_t count, Vec value) {
+    _mm256_maskstore_ps(target, first_lanes(count), value);
 }
 inline Vec add(Vec a, Vec b) {
     return _mm256_add_ps(a, b);
@@ -30,8 +46,7 @@ inline Vec multiply_add(Vec a, Vec b, Vec sum) {
 }
 // The products of the first `count` lanes, read from memory; the other lanes keep their sums.
 inline Vec multiply_add_first(const float* a, const float* b, size_t count, Vec sum) {
-    const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count)),
-                                            _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+    const __m256i mask = first_lanes(count);
     const Vec all = _mm256_fmadd_ps(_mm256_maskload_ps(a, mask), _mm256_maskload_ps(b, mask), sum);
     return _mm256_blendv_ps(sum, all, _mm256_castsi256_ps(mask));
 }

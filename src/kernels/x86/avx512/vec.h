@@ -15,12 +15,26 @@ constexpr size_t LANES = 16;
 
 // Accumulators of a tile; with what is multiplied they fit into 32 registers.
 constexpr size_t TILE_RESULTS = 16;
+// The same of a tile of two vectors a line.
+constexpr size_t PANEL_TILE_LINES = 14;
 
 inline Vec zero() {
     return _mm512_setzero_ps();
 }
 inline Vec load(const float* source) {
     return _mm512_loadu_ps(source);
+}
+inline Vec broadcast(float value) {
+    return _mm512_set1_ps(value);
+}
+// The first `count` lanes, which may be all or more; the others are zeros, or not written.
+inline Vec load_first(const float* source, size_t count) {
+    return _mm512_maskz_loadu_ps(static_cast<__mmask16>((1ull << (count < 16 ? count : 16)) - 1),
+                                 source);
+}
+inline void store_first(float* target, size_t count, Vec value) {
+    _mm512_mask_storeu_ps(target, static_cast<__mmask16>((1ull << (count < 16 ? count : 16)) - 1),
+                          value);
 }
 inline Vec add(Vec a, Vec b) {
     return _mm512_add_ps(a, b);
