@@ -74,11 +74,32 @@ struct PanelProduct {
     float* c;
     ptrdiff_t c_row;
     bool adds;  // to what is in C
+    // Two cache lines for each k of what is packed next, to be on their way by then. A row of one
+    // channel is too short for the hardware to see the next one coming.
+    const float* later;
+    ptrdiff_t later_step;
 };
-constexpr size_t PANEL_DEPTH = 256;
+constexpr size_t PANEL_DEPTH = 192;
 // A constant, so that the lines of a tile need one address. Not a power of two, or the lines would
 // meet in the nearest cache.
 constexpr size_t PANEL_A_STEP = PANEL_DEPTH + 16;
+
+// One tap of the filter as a panel sees it: what the panel's columns meet, channel after channel.
+// Columns that belong to no piece meet the padding and become zeros.
+struct PatchPiece {
+    size_t begin, end;  // columns of the panel
+    ptrdiff_t offset;   // of what the first of them meets, from a channel's first element
+};
+struct PatchTap {
+    const PatchPiece* pieces;
+    size_t nr_pieces;
+    ptrdiff_t stride;  // elements from one column to the next
+    const float* channel;
+    size_t plane;  // elements from one channel to the next
+    size_t nr_channels;
+    float* panel;
+    size_t panel_step;  // elements of the panel from one channel to the next
+};
 
 struct KernelTable {
     const char* name;
@@ -87,6 +108,7 @@ struct KernelTable {
     void (*int8_product)(const Product& product);
     SumSquares sum_squares;
     void (*panel_product)(const PanelProduct& product);
+    void (*pack_tap)(const PatchTap& tap);
 };
 
 // Stops the process on NONE.
@@ -98,12 +120,14 @@ void int8_product(const Product& product);
 void sum_squares(const float* first, size_t row_step, size_t row_count, size_t length,
                  float* results);
 void panel_product(const PanelProduct& product);
+void pack_tap(const PatchTap& tap);
 }  // namespace avx2
 
 namespace avx512 {
 void float_product(const Product& product);
 void int8_product(const Product& product);
 void panel_product(const PanelProduct& product);
+void pack_tap(const PatchTap& tap);
 }  // namespace avx512
 
 }  // namespace kern::x86

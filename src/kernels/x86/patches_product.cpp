@@ -21,17 +21,69 @@ size_t depth_block(size_t depth) {
     return (depth + blocks - 1) / blocks;
 }
 
+// The stretches are too short for the hardware to see the next one coming.
 void copy_filters(const Lines<float>& filters, size_t depth, float* target) {
-    for (size_t line = 0; line < filters.count; ++line)
-        std::memcpy(target + line * PANEL_A_STEP, at_step(filters.first, line, filters.line_step),
-                    depth * sizeof(float));
+    constexpr size_t AHEAD = 8, LINE = 64 / sizeof(float);
+    for (size_t line = 0; line < filters.count; ++line) {
+        const float* source = at_step(filters.first, line, filters.line_step);
+        if (line + AHEAD < filters.count) {
+            const float* later = at_step(source, AHEAD, filters.line_step);
+            for (size_t k = 0; k < depth; k += LINE)
+                __builtin_prefetch(later + k);
+        }
+        std::memcpy(target + line * PANEL_A_STEP, source, depth * sizeof(float));
+    }
 }
 
+// What the panel's columns meet at one tap: a piece for each row of outputs that they belong to.
+size_t pieces_of(const ImagePatches& patches, size_t columns, size_t y, size_t x,
+                 PatchPiece* pieces) {
+    const PatchAxis& axis = patches.columns;
+    const auto rows = static_cast<ptrdiff_t>(patches.rows.length);
+    const auto length = static_cast<ptrdiff_t>(axis.length);
+    size_t count = 0, row = patches.first_output / patches.row_outputs;
+    size_t output = patches.first_output % patches.row_outputs;
+    for (size_t column = 0; column < columns; ++row, output = 0) {
+        const size_t end = std::min(columns, column + patches.row_outputs - output);
+        const ptrdiff_t image_row = patches.rows.element(row, y);
+        ptrdiff_t left = axis.element(output, x);
+        PatchPiece piece{column, end, 0};
+        column = end;
+        if (image_row < 0 || image_row >= rows)
+            continue;
+        for (; left < 0 && piece.begin < piece.end; ++piece.begin)
+            left += axis.stride;
+        const auto last = [&] {
+            return left + static_cast<ptrdiff_t>(piece.end - 1 - piece.begin) * axis.stride;
+        };
+        while (piece.begin < piece.end && last() >= length)
+            --piece.end;
+        piece.offset = image_row * length + left;
+        if (piece.begin < piece.end)
+            pieces[count++] = piece;
+    }
+    return count;
+}
+
+// A panel of `depth` steps, one tap after the other.
 void pack(const KernelTable& kernels, const ImagePatches& patches, size_t depth, float* panel) {
-    if (kernels.panel_columns == MOST_COLUMNS)
-        pack_panel<MOST_COLUMNS>(patches, depth, panel);
-    else
-        pack_panel<MOST_COLUMNS / 2>(patches, depth, panel);
+    const size_t columns = std::min(kernels.panel_columns, patches.count);
+    const size_t taps = patches.taps();
+    PatchPiece pieces[MOST_COLUMNS];
+    PatchTap tap{};
+    tap.pieces = pieces;
+    tap.stride = patches.columns.stride;
+    tap.plane = patches.rows.length * patches.columns.length;
+    tap.panel_step = taps * kernels.panel_columns;
+    for (size_t i = 0; i < std::min(taps, depth); ++i) {
+        const size_t k = patches.first_k + i, place = k % taps;
+        tap.nr_channels = (depth - i + taps - 1) / taps;
+        tap.channel = patches.image + k / taps * tap.plane;
+        tap.panel = panel + i * kernels.panel_columns;
+        tap.nr_pieces = pieces_of(patches, columns, place / patches.columns.taps,
+                                  place % patches.columns.taps, pieces);
+        kernels.pack_tap(tap);
+    }
 }
 
 // The panels of one image. `product` has A, the depth and where the image's results begin.
@@ -40,6 +92,15 @@ void multiply_image(const KernelTable& kernels, const ImagePatches& patches, flo
     for (size_t j = 0; j < patches.count; j += kernels.panel_columns) {
         product.columns = std::min(kernels.panel_columns, patches.count - j);
         pack(kernels, patches.from(j), product.depth, panel);
+        product.later = panel;
+        product.later_step = 0;
+        if (patches.taps() == 1 && patches.count - j > kernels.panel_columns) {
+            const auto plane = patches.rows.length * patches.columns.length;
+            const size_t next = patches.first_output + j + kernels.panel_columns;
+            product.later = patches.image + patches.first_k * plane +
+                            patches.rows.element(next / patches.row_outputs, 0) * patches.columns.length + patches.columns.element(next % patches.row_outputs, 0);
+            product.later_step = static_cast<ptrdiff_t>(plane);
+        }
         kernels.panel_product(product);
         product.c += product.columns;
     }

@@ -27,16 +27,34 @@ inline Vec load(const float* source) {
 inline Vec broadcast(float value) {
     return _mm256_set1_ps(value);
 }
-inline __m256i first_lanes(size_t count) {
-    return _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count < 8 ? count : 8)),
-                              _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+// Lanes that are read or written; the others are zeros, or stay as they are.
+using Mask = __m256i;
+// Those from `begin` to `end`, which may lie outside the vector.
+inline Mask lanes(ptrdiff_t begin, ptrdiff_t end) {
+    const auto clamp = [](ptrdiff_t lane) {
+        return _mm256_set1_epi32(static_cast<int>(lane < 0 ? 0 : lane > 8 ? 8 : lane));
+    };
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    return _mm256_andnot_si256(_mm256_cmpgt_epi32(clamp(begin), lane),
+                               _mm256_cmpgt_epi32(clamp(end), lane));
 }
-// The first `count` lanes, which may be all or more; the others are zeros, or not written.
-inline Vec load_first(const float* source, size_t count) {
-    return _mm256_maskload_ps(source, first_lanes(count));
+inline Vec load(const float* source, Mask mask) {
+    return _mm256_maskload_ps(source, mask);
 }
-inline void store_first(float* target, size_t count, Vec value) {
-    _mm256_maskstore_ps(target, first_lanes(count), value);
+inline void store(float* target, Mask mask, Vec value) {
+    _mm256_maskstore_ps(target, mask, value);
+}
+inline void store(float* target, Vec value) {
+    _mm256_storeu_ps(target, value);
+}
+// Each lane is zero in one of them.
+inline Vec merge(Vec a, Vec b) {
+    return _mm256_or_ps(a, b);
+}
+// The even lanes of both.
+inline Vec even_lanes(Vec low, Vec high) {
+    const Vec mixed = _mm256_shuffle_ps(low, high, 0x88);
+    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(mixed), 0xd8));
 }
 inline Vec add(Vec a, Vec b) {
     return _mm256_add_ps(a, b);
@@ -46,7 +64,7 @@ inline Vec multiply_add(Vec a, Vec b, Vec sum) {
 }
 // The products of the first `count` lanes, read from memory; the other lanes keep their sums.
 inline Vec multiply_add_first(const float* a, const float* b, size_t count, Vec sum) {
-    const __m256i mask = first_lanes(count);
+    const Mask mask = lanes(0, static_cast<ptrdiff_t>(count));
     const Vec all = _mm256_fmadd_ps(_mm256_maskload_ps(a, mask), _mm256_maskload_ps(b, mask), sum);
     return _mm256_blendv_ps(sum, all, _mm256_castsi256_ps(mask));
 }
