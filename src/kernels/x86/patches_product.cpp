@@ -11,44 +11,68 @@ namespace kern::x86 {
 namespace {
 
 constexpr size_t ALIGNMENT = alignment_of(HandleLevel::X86);
-// Filters that stay in the second-level cache while all patches pass by.
-constexpr size_t FILTER_BLOCK = 512;
-constexpr size_t MOST_COLUMNS = 32;
+constexpr size_t CACHE_LINE = 64 / sizeof(float);
+constexpr size_t MOST_PANEL_COLUMNS = 32;
+// Outputs whose panels, and filters that, stay in the second-level cache while they meet.
+constexpr size_t OUTPUT_BLOCK = 256;
+constexpr size_t FILTER_BLOCK = 112;
 
-// A stretch of depth that is not much longer than others: the last would be short.
-size_t depth_block(size_t depth) {
-    const size_t blocks = (depth + PANEL_DEPTH - 1) / PANEL_DEPTH;
-    return (depth + blocks - 1) / blocks;
+// The length of blocks that are as equal as they can be: a short last one would be slow.
+size_t equal_blocks(size_t length, size_t most) {
+    const size_t blocks = std::max<size_t>((length + most - 1) / most, 1);
+    return std::max<size_t>((length + blocks - 1) / blocks, 1);
 }
 
-// The stretches are too short for the hardware to see the next one coming.
-void copy_filters(const Lines<float>& filters, size_t depth, float* target) {
-    constexpr size_t AHEAD = 8, LINE = 64 / sizeof(float);
-    for (size_t line = 0; line < filters.count; ++line) {
-        const float* source = at_step(filters.first, line, filters.line_step);
-        if (line + AHEAD < filters.count) {
-            const float* later = at_step(source, AHEAD, filters.line_step);
-            for (size_t k = 0; k < depth; k += LINE)
-                __builtin_prefetch(later + k);
-        }
-        std::memcpy(target + line * PANEL_A_STEP, source, depth * sizeof(float));
+// What the whole call works on. Outputs are numbered through all images, so that a panel may hold
+// those of several small ones.
+struct Call {
+    const ConvolutionRunRecord& run;
+    const KernelTable& kernels;
+    ImagePatches patches;  // of the first image
+    size_t outputs;        // of an image
+    float* panels;
+    float* filters;
+    float* results;  // of a panel that holds outputs of several images
+
+    Call(const ConvolutionRunRecord& record, void* workspace)
+        : run(record),
+          kernels(kernel_table(instruction_set())),
+          patches(image_patches(record, 0)),
+          outputs(record.dst_plane()) {
+        void* base = align_up(workspace, ALIGNMENT);
+        panels = static_cast<float*>(base);
+        filters = panels + PANEL_DEPTH * OUTPUT_BLOCK;
+        results = filters + PANEL_A_STEP * FILTER_BLOCK;
     }
-}
+    size_t plane() const { return patches.rows.length * patches.columns.length; }
+    // From an image's first channel on.
+    ptrdiff_t offset(size_t output) const {
+        const size_t image = output / outputs, place = output % outputs;
+        return static_cast<ptrdiff_t>(image * run.src_image_step) +
+               patches.rows.element(place / patches.row_outputs, 0) *
+                   static_cast<ptrdiff_t>(patches.columns.length) +
+               patches.columns.element(place % patches.row_outputs, 0);
+    }
+};
 
-// What the panel's columns meet at one tap: a piece for each row of outputs that they belong to.
-size_t pieces_of(const ImagePatches& patches, size_t columns, size_t y, size_t x,
+// What `columns` outputs from `first` on meet at one tap: a piece for each row of outputs.
+size_t pieces_of(const Call& call, size_t first, size_t columns, size_t y, size_t x,
                  PatchPiece* pieces) {
-    const PatchAxis& axis = patches.columns;
-    const auto rows = static_cast<ptrdiff_t>(patches.rows.length);
+    const PatchAxis& axis = call.patches.columns;
+    const auto rows = static_cast<ptrdiff_t>(call.patches.rows.length);
     const auto length = static_cast<ptrdiff_t>(axis.length);
-    size_t count = 0, row = patches.first_output / patches.row_outputs;
-    size_t output = patches.first_output % patches.row_outputs;
+    const size_t row_outputs = call.patches.row_outputs, nr_rows = call.outputs / row_outputs;
+    size_t count = 0, image = first / call.outputs;
+    size_t row = first % call.outputs / row_outputs, output = first % row_outputs;
     for (size_t column = 0; column < columns; ++row, output = 0) {
-        const size_t end = std::min(columns, column + patches.row_outputs - output);
-        const ptrdiff_t image_row = patches.rows.element(row, y);
+        if (row == nr_rows) {
+            row = 0;
+            ++image;
+        }
+        const ptrdiff_t image_row = call.patches.rows.element(row, y);
         ptrdiff_t left = axis.element(output, x);
-        PatchPiece piece{column, end, 0};
-        column = end;
+        PatchPiece piece{column, std::min(columns, column + row_outputs - output), 0};
+        column = piece.end;
         if (image_row < 0 || image_row >= rows)
             continue;
         for (; left < 0 && piece.begin < piece.end; ++piece.begin)
@@ -58,88 +82,137 @@ size_t pieces_of(const ImagePatches& patches, size_t columns, size_t y, size_t x
         };
         while (piece.begin < piece.end && last() >= length)
             --piece.end;
-        piece.offset = image_row * length + left;
+        piece.offset =
+            static_cast<ptrdiff_t>(image * call.run.src_image_step) + image_row * length + left;
         if (piece.begin < piece.end)
             pieces[count++] = piece;
     }
     return count;
 }
 
-// A panel of `depth` steps, one tap after the other.
-void pack(const KernelTable& kernels, const ImagePatches& patches, size_t depth, float* panel) {
-    const size_t columns = std::min(kernels.panel_columns, patches.count);
-    const size_t taps = patches.taps();
-    PatchPiece pieces[MOST_COLUMNS];
+// A panel of outputs from `first` on, from step k on, one tap after the other.
+void pack(const Call& call, size_t first, size_t columns, size_t k, size_t depth, float* panel) {
+    const size_t taps = call.patches.taps(), width = call.kernels.panel_columns;
+    PatchPiece pieces[MOST_PANEL_COLUMNS];
     PatchTap tap{};
     tap.pieces = pieces;
-    tap.stride = patches.columns.stride;
-    tap.plane = patches.rows.length * patches.columns.length;
-    tap.panel_step = taps * kernels.panel_columns;
+    tap.stride = call.patches.columns.stride;
+    tap.plane = call.plane();
+    tap.panel_step = taps * width;
     for (size_t i = 0; i < std::min(taps, depth); ++i) {
-        const size_t k = patches.first_k + i, place = k % taps;
+        const size_t place = (k + i) % taps;
         tap.nr_channels = (depth - i + taps - 1) / taps;
-        tap.channel = patches.image + k / taps * tap.plane;
-        tap.panel = panel + i * kernels.panel_columns;
-        tap.nr_pieces = pieces_of(patches, columns, place / patches.columns.taps,
-                                  place % patches.columns.taps, pieces);
-        kernels.pack_tap(tap);
+        tap.channel = call.patches.image + (k + i) / taps * tap.plane;
+        tap.panel = panel + i * width;
+        tap.nr_pieces = pieces_of(call, first, columns, place / call.patches.columns.taps,
+                                  place % call.patches.columns.taps, pieces);
+        call.kernels.pack_tap(tap);
     }
 }
 
-// The panels of one image. `product` has A, the depth and where the image's results begin.
-void multiply_image(const KernelTable& kernels, const ImagePatches& patches, float* panel,
-                    PanelProduct product) {
-    for (size_t j = 0; j < patches.count; j += kernels.panel_columns) {
-        product.columns = std::min(kernels.panel_columns, patches.count - j);
-        pack(kernels, patches.from(j), product.depth, panel);
-        product.later = panel;
-        product.later_step = 0;
-        if (patches.taps() == 1 && patches.count - j > kernels.panel_columns) {
-            const auto plane = patches.rows.length * patches.columns.length;
-            const size_t next = patches.first_output + j + kernels.panel_columns;
-            product.later = patches.image + patches.first_k * plane +
-                            patches.rows.element(next / patches.row_outputs, 0) * patches.columns.length + patches.columns.element(next % patches.row_outputs, 0);
-            product.later_step = static_cast<ptrdiff_t>(plane);
+// The stretches are too short for the hardware to see the next one coming.
+void copy_filters(const Lines<float>& filters, size_t depth, float* target) {
+    constexpr size_t AHEAD = 8;
+    for (size_t line = 0; line < filters.count; ++line) {
+        const float* source = at_step(filters.first, line, filters.line_step);
+        if (line + AHEAD < filters.count) {
+            const float* later = at_step(source, AHEAD, filters.line_step);
+            for (size_t k = 0; k < depth; k += CACHE_LINE)
+                __builtin_prefetch(later + k);
         }
-        kernels.panel_product(product);
-        product.c += product.columns;
+        std::memcpy(target + line * PANEL_A_STEP, source, depth * sizeof(float));
+    }
+}
+
+// Moves the results of a panel, those of channel after channel, to where they belong or back.
+template <typename Move>
+void move_results(const Call& call, size_t channel, size_t channels, size_t first, size_t columns,
+                  Move move) {
+    for (size_t column = 0; column < columns;) {
+        const size_t image = (first + column) / call.outputs;
+        const size_t place = (first + column) % call.outputs;
+        const size_t count = std::min(columns - column, call.outputs - place);
+        float* dst = static_cast<float*>(call.run.dst) + image * call.run.dst_image_step +
+                     channel * call.outputs + place;
+        for (size_t i = 0; i < channels; ++i)
+            move(dst + i * call.outputs, call.results + i * MOST_PANEL_COLUMNS + column, count);
+        column += count;
+    }
+}
+
+// `product` has all but C. Outputs of several images are computed side by side.
+void multiply_panel(const Call& call, size_t channel, size_t first, PanelProduct product) {
+    const size_t place = first % call.outputs;
+    if (place + product.columns <= call.outputs) {
+        product.c = static_cast<float*>(call.run.dst) +
+                    first / call.outputs * call.run.dst_image_step + channel * call.outputs + place;
+        product.c_row = static_cast<ptrdiff_t>(call.outputs);
+        call.kernels.panel_product(product);
+        return;
+    }
+    product.c = call.results;
+    product.c_row = MOST_PANEL_COLUMNS;
+    if (product.adds)
+        move_results(
+            call, channel, product.a_count, first, product.columns,
+            [](const float* dst, float* result, size_t count) { std::copy_n(dst, count, result); });
+    call.kernels.panel_product(product);
+    move_results(
+        call, channel, product.a_count, first, product.columns,
+        [](float* dst, const float* result, size_t count) { std::copy_n(result, count, dst); });
+}
+
+// All filters by `count` outputs from `first` on, over a stretch of depth. On the way, what the
+// next block of outputs packs is prefetched, two cache lines of each channel a panel.
+void multiply_block(const Call& call, size_t first, size_t count, size_t k, size_t depth) {
+    const size_t width = call.kernels.panel_columns, all = call.run.n * call.outputs;
+    for (size_t j = 0; j < count; j += width)
+        pack(call, first + j, std::min(width, count - j), k, depth, call.panels + j * PANEL_DEPTH);
+    PanelProduct product{};
+    product.depth = depth;
+    product.adds = k > 0;
+    const size_t filters = equal_blocks(call.run.ocpg, FILTER_BLOCK);
+    for (size_t channel = 0; channel < call.run.ocpg; channel += filters) {
+        const auto block = filter_lines(call.run).block(channel, filters, k);
+        copy_filters(block, depth, call.filters);
+        product.a = call.filters;
+        product.a_count = block.count;
+        for (size_t j = 0; j < count; j += width) {
+            product.b = call.panels + j * PANEL_DEPTH;
+            product.columns = std::min(width, count - j);
+            product.later = product.b;
+            if (call.patches.taps() == 1 && channel == 0 && first + count + j < all) {
+                product.later = call.patches.image + call.offset(first + count + j) +
+                                static_cast<ptrdiff_t>(k * call.plane());
+                product.later_step = static_cast<ptrdiff_t>(call.plane());
+            }
+            multiply_panel(call, channel, first + j, product);
+            product.later_step = 0;
+        }
     }
 }
 
 }  // namespace
 
-size_t patches_workspace(const ConvolutionSizeRecord& size) {
-    const size_t filters = std::min(size.ocpg, FILTER_BLOCK) * PANEL_A_STEP;
-    return (filters + PANEL_DEPTH * MOST_COLUMNS) * sizeof(float) + ALIGNMENT;
+size_t patches_workspace(const ConvolutionSizeRecord&) {
+    constexpr size_t ELEMENTS =
+        PANEL_DEPTH * OUTPUT_BLOCK + (PANEL_A_STEP + MOST_PANEL_COLUMNS) * FILTER_BLOCK;
+    return ELEMENTS * sizeof(float) + ALIGNMENT;
 }
 
 void multiply_patches(const ConvolutionRunRecord& run, void* workspace) {
-    const KernelTable& kernels = kernel_table(instruction_set());
-    void* base = align_up(workspace, ALIGNMENT);
-    auto* panel = static_cast<float*>(base);
-    float* filters = panel + PANEL_DEPTH * MOST_COLUMNS;
-    const size_t depth = run.depth(), stretch = depth_block(std::max(depth, size_t{1}));
-    PanelProduct product{};
-    product.a = filters;
-    product.b = panel;
-    product.c_row = static_cast<ptrdiff_t>(run.dst_plane());
-    size_t k = 0;
-    do {  // once for a depth of 0, which leaves zeros
-        product.depth = std::min(stretch, depth - k);
-        product.adds = k > 0;
-        for (size_t channel = 0; channel < run.ocpg; channel += FILTER_BLOCK) {
-            const auto block = filter_lines(run).block(channel, FILTER_BLOCK, k);
-            copy_filters(block, product.depth, filters);
-            product.a_count = block.count;
-            for (size_t image = 0; image < run.n; ++image) {
-                product.c = static_cast<float*>(run.dst) + image * run.dst_image_step +
-                            channel * run.dst_plane();
-                multiply_image(kernels, image_patches(run, image).block(0, run.dst_plane(), k),
-                               panel, product);
-            }
-        }
-        k += product.depth;
-    } while (k < depth);
+    const Call call(run, workspace);
+    const size_t outputs = run.n * call.outputs, depth = run.depth();
+    const size_t block = round_up(equal_blocks(outputs, OUTPUT_BLOCK), call.kernels.panel_columns);
+    const size_t stretch = equal_blocks(depth, PANEL_DEPTH);
+    for (size_t first = 0; first < outputs; first += block) {
+        const size_t count = std::min(block, outputs - first);
+        size_t k = 0;
+        do {  // once for a depth of 0, which leaves zeros
+            multiply_block(call, first, count, k, std::min(stretch, depth - k));
+            k += stretch;
+        } while (k < depth);
+    }
 }
 
 }  // namespace kern::x86

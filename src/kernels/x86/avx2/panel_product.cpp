@@ -1,4 +1,4 @@
-#include "kernels/x86/avx2/vec.h"
+#include "kernels/x86/avx2/ymm.h"
 #include "kernels/x86/kernel_table.h"
 
 #include "kernels/x86/panel_product.inc"
@@ -6,7 +6,11 @@
 namespace kern::x86 {
 
 void avx2::panel_product(const PanelProduct& product) {
-    multiply_panel(product);
+    constexpr size_t REGISTERS = 16, COLUMNS = 16;
+    if (product.columns > Ymm::LANES)
+        multiply_panel<Ymm, 2, REGISTERS, COLUMNS>(product);
+    else
+        multiply_panel<Ymm, 1, REGISTERS, COLUMNS>(product);
 }
 
 }  // namespace kern::x86

@@ -15,46 +15,12 @@ constexpr size_t LANES = 8;
 
 // Accumulators of a tile; with what is multiplied they fit into 16 registers.
 constexpr size_t TILE_RESULTS = 12;
-// The same of a tile of two vectors a line.
-constexpr size_t PANEL_TILE_LINES = 6;
 
 inline Vec zero() {
     return _mm256_setzero_ps();
 }
 inline Vec load(const float* source) {
     return _mm256_loadu_ps(source);
-}
-inline Vec broadcast(float value) {
-    return _mm256_set1_ps(value);
-}
-// Lanes that are read or written; the others are zeros, or stay as they are.
-using Mask = __m256i;
-// Those from `begin` to `end`, which may lie outside the vector.
-inline Mask lanes(ptrdiff_t begin, ptrdiff_t end) {
-    const auto clamp = [](ptrdiff_t lane) {
-        return _mm256_set1_epi32(static_cast<int>(lane < 0 ? 0 : lane > 8 ? 8 : lane));
-    };
-    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    return _mm256_andnot_si256(_mm256_cmpgt_epi32(clamp(begin), lane),
-                               _mm256_cmpgt_epi32(clamp(end), lane));
-}
-inline Vec load(const float* source, Mask mask) {
-    return _mm256_maskload_ps(source, mask);
-}
-inline void store(float* target, Mask mask, Vec value) {
-    _mm256_maskstore_ps(target, mask, value);
-}
-inline void store(float* target, Vec value) {
-    _mm256_storeu_ps(target, value);
-}
-// Each lane is zero in one of them.
-inline Vec merge(Vec a, Vec b) {
-    return _mm256_or_ps(a, b);
-}
-// The even lanes of both.
-inline Vec even_lanes(Vec low, Vec high) {
-    const Vec mixed = _mm256_shuffle_ps(low, high, 0x88);
-    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(mixed), 0xd8));
 }
 inline Vec add(Vec a, Vec b) {
     return _mm256_add_ps(a, b);
@@ -64,7 +30,8 @@ inline Vec multiply_add(Vec a, Vec b, Vec sum) {
 }
 // The products of the first `count` lanes, read from memory; the other lanes keep their sums.
 inline Vec multiply_add_first(const float* a, const float* b, size_t count, Vec sum) {
-    const Mask mask = lanes(0, static_cast<ptrdiff_t>(count));
+    const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count)),
+                                            _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
     const Vec all = _mm256_fmadd_ps(_mm256_maskload_ps(a, mask), _mm256_maskload_ps(b, mask), sum);
     return _mm256_blendv_ps(sum, all, _mm256_castsi256_ps(mask));
 }

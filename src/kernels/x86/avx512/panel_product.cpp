@@ -1,12 +1,22 @@
-#include "kernels/x86/avx512/vec.h"
+#include "kernels/x86/avx2/ymm.h"
+#include "kernels/x86/avx512/zmm.h"
 #include "kernels/x86/kernel_table.h"
 
 #include "kernels/x86/panel_product.inc"
 
 namespace kern::x86 {
 
+// The last panel of an image may have few columns: narrow vectors do not compute the others.
 void avx512::panel_product(const PanelProduct& product) {
-    multiply_panel(product);
+    constexpr size_t REGISTERS = 32, COLUMNS = 32;
+    if (product.columns > 3 * Ymm::LANES)
+        multiply_panel<Zmm, 2, REGISTERS, COLUMNS>(product);
+    else if (product.columns > 2 * Ymm::LANES)
+        multiply_panel<Ymm, 3, REGISTERS, COLUMNS>(product);
+    else if (product.columns > Ymm::LANES)
+        multiply_panel<Ymm, 2, REGISTERS, COLUMNS>(product);
+    else
+        multiply_panel<Ymm, 1, REGISTERS, COLUMNS>(product);
 }
 
 }  // namespace kern::x86

@@ -1,4 +1,4 @@
-#include "kernels/x86/avx512/vec.h"
+#include "kernels/x86/avx512/zmm.h"
 #include "kernels/x86/kernel_table.h"
 
 #include "kernels/x86/patch_packing.inc"
@@ -6,7 +6,7 @@
 namespace kern::x86 {
 
 void avx512::pack_tap(const PatchTap& tap) {
-    pack(tap);
+    pack<Zmm>(tap);
 }
 
 }  // namespace kern::x86

@@ -15,45 +15,12 @@ constexpr size_t LANES = 16;
 
 // Accumulators of a tile; with what is multiplied they fit into 32 registers.
 constexpr size_t TILE_RESULTS = 16;
-// The same of a tile of two vectors a line.
-constexpr size_t PANEL_TILE_LINES = 14;
 
 inline Vec zero() {
     return _mm512_setzero_ps();
 }
 inline Vec load(const float* source) {
     return _mm512_loadu_ps(source);
-}
-inline Vec broadcast(float value) {
-    return _mm512_set1_ps(value);
-}
-// Lanes that are read or written; the others are zeros, or stay as they are.
-using Mask = __mmask16;
-// Those from `begin` to `end`, which may lie outside the vector.
-inline Mask lanes(ptrdiff_t begin, ptrdiff_t end) {
-    const auto below = [](ptrdiff_t lane) {
-        return lane <= 0 ? 0u : lane >= 16 ? 0xffffu : (1u << lane) - 1;
-    };
-    return static_cast<Mask>(below(end) & ~below(begin));
-}
-inline Vec load(const float* source, Mask mask) {
-    return _mm512_maskz_loadu_ps(mask, source);
-}
-inline void store(float* target, Mask mask, Vec value) {
-    _mm512_mask_storeu_ps(target, mask, value);
-}
-inline void store(float* target, Vec value) {
-    _mm512_storeu_ps(target, value);
-}
-// Each lane is zero in one of them.
-inline Vec merge(Vec a, Vec b) {
-    return _mm512_or_ps(a, b);
-}
-// The even lanes of both.
-inline Vec even_lanes(Vec low, Vec high) {
-    const __m512i order =
-        _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
-    return _mm512_permutex2var_ps(low, order, high);
 }
 inline Vec add(Vec a, Vec b) {
     return _mm512_add_ps(a, b);
