@@ -84,22 +84,25 @@ constexpr size_t PANEL_DEPTH = 192;
 // meet in the nearest cache.
 constexpr size_t PANEL_A_STEP = PANEL_DEPTH + 16;
 
-// One tap of the filter as a panel sees it: what the panel's columns meet, channel after channel.
-// Columns that belong to no piece meet the padding and become zeros.
+// One tap of the filter as a block of outputs sees it: what they meet, channel after channel, goes
+// into panels. Columns that belong to no piece meet the padding and become zeros.
 struct PatchPiece {
-    size_t begin, end;  // columns of the panel
+    size_t begin, end;  // columns of the block
     ptrdiff_t offset;   // of what the first of them meets, from a channel's first element
 };
 struct PatchTap {
-    const PatchPiece* pieces;
+    const PatchPiece* pieces;  // from left to right
     size_t nr_pieces;
-    ptrdiff_t stride;  // elements from one column to the next
+    size_t nr_columns;  // at most PATCH_COLUMNS, up to whole panels
+    ptrdiff_t stride;   // elements from one column to the next
     const float* channel;
     size_t plane;  // elements from one channel to the next
     size_t nr_channels;
-    float* panel;
-    size_t panel_step;  // elements of the panel from one channel to the next
+    float* panels;
+    size_t k_step;      // elements of a panel from one channel to the next
+    size_t panel_step;  // and from a panel to the next
 };
+constexpr size_t PATCH_COLUMNS = 256;
 
 struct KernelTable {
     const char* name;

@@ -14,7 +14,7 @@ constexpr size_t ALIGNMENT = alignment_of(HandleLevel::X86);
 constexpr size_t CACHE_LINE = 64 / sizeof(float);
 constexpr size_t MOST_PANEL_COLUMNS = 32;
 // Outputs whose panels, and filters that, stay in the second-level cache while they meet.
-constexpr size_t OUTPUT_BLOCK = 256;
+constexpr size_t OUTPUT_BLOCK = PATCH_COLUMNS;
 constexpr size_t FILTER_BLOCK = 112;
 
 // The length of blocks that are as equal as they can be: a short last one would be slow.
@@ -90,20 +90,22 @@ size_t pieces_of(const Call& call, size_t first, size_t columns, size_t y, size_
     return count;
 }
 
-// A panel of outputs from `first` on, from step k on, one tap after the other.
-void pack(const Call& call, size_t first, size_t columns, size_t k, size_t depth, float* panel) {
+// The panels of `columns` outputs from `first` on, from step k on, one tap after the other.
+void pack(const Call& call, size_t first, size_t columns, size_t k, size_t depth) {
     const size_t taps = call.patches.taps(), width = call.kernels.panel_columns;
-    PatchPiece pieces[MOST_PANEL_COLUMNS];
+    PatchPiece pieces[OUTPUT_BLOCK];
     PatchTap tap{};
     tap.pieces = pieces;
+    tap.nr_columns = round_up(columns, width);
     tap.stride = call.patches.columns.stride;
     tap.plane = call.plane();
-    tap.panel_step = taps * width;
+    tap.k_step = taps * width;
+    tap.panel_step = PANEL_DEPTH * width;
     for (size_t i = 0; i < std::min(taps, depth); ++i) {
         const size_t place = (k + i) % taps;
         tap.nr_channels = (depth - i + taps - 1) / taps;
         tap.channel = call.patches.image + (k + i) / taps * tap.plane;
-        tap.panel = panel + i * width;
+        tap.panels = call.panels + i * width;
         tap.nr_pieces = pieces_of(call, first, columns, place / call.patches.columns.taps,
                                   place % call.patches.columns.taps, pieces);
         call.kernels.pack_tap(tap);
@@ -166,8 +168,7 @@ void multiply_panel(const Call& call, size_t channel, size_t first, PanelProduct
 // next block of outputs packs is prefetched, two cache lines of each channel a panel.
 void multiply_block(const Call& call, size_t first, size_t count, size_t k, size_t depth) {
     const size_t width = call.kernels.panel_columns, all = call.run.n * call.outputs;
-    for (size_t j = 0; j < count; j += width)
-        pack(call, first + j, std::min(width, count - j), k, depth, call.panels + j * PANEL_DEPTH);
+    pack(call, first, count, k, depth);
     PanelProduct product{};
     product.depth = depth;
     product.adds = k > 0;
