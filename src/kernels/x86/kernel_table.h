@@ -74,10 +74,14 @@ struct PanelProduct {
     float* c;
     ptrdiff_t c_row;
     bool adds;  // to what is in C
-    // Two cache lines for each k of what is packed next, to be on their way by then. A row of one
-    // channel is too short for the hardware to see the next one coming.
-    const float* later;
-    ptrdiff_t later_step;
+    // What will be needed next, to be on its way by then: short stretches of memory, which the
+    // hardware does not see coming. One cache line for each k, `step` elements after the one
+    // before; after every 16 of them `jump` more. A tile begins `line_step` further on for each of
+    // the lines before it.
+    struct Prefetch {
+        const float* first;
+        ptrdiff_t step, jump, line_step;
+    } later;
 };
 constexpr size_t PANEL_DEPTH = 192;
 // A constant, so that the lines of a tile need one address. Not a power of two, or the lines would

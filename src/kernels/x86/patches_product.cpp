@@ -164,8 +164,21 @@ void multiply_panel(const Call& call, size_t channel, size_t first, PanelProduct
         [](float* dst, const float* result, size_t count) { std::copy_n(result, count, dst); });
 }
 
-// All filters by `count` outputs from `first` on, over a stretch of depth. On the way, what the
-// next block of outputs packs is prefetched, two cache lines of each channel a panel.
+// While a panel is multiplied, the next block of filters is on its way into the cache: tile after
+// tile the lines that take the place of its own.
+PanelProduct::Prefetch filters_later(const Lines<float>& filters) {
+    constexpr auto LINE = static_cast<ptrdiff_t>(CACHE_LINE);
+    return {filters.first, filters.line_step, LINE - LINE * filters.line_step, filters.line_step};
+}
+
+// Or what the next block of outputs packs, if taps do not share it: a line of each channel, by each
+// tile further on.
+PanelProduct::Prefetch outputs_later(const Call& call, size_t first, size_t k) {
+    return {call.patches.image + call.offset(first) + static_cast<ptrdiff_t>(k * call.plane()),
+            static_cast<ptrdiff_t>(call.plane()), 0, 1};
+}
+
+// All filters by `count` outputs from `first` on, over a stretch of depth.
 void multiply_block(const Call& call, size_t first, size_t count, size_t k, size_t depth) {
     const size_t width = call.kernels.panel_columns, all = call.run.n * call.outputs;
     pack(call, first, count, k, depth);
@@ -178,17 +191,16 @@ void multiply_block(const Call& call, size_t first, size_t count, size_t k, size
         copy_filters(block, depth, call.filters);
         product.a = call.filters;
         product.a_count = block.count;
+        const size_t next = channel + filters;
         for (size_t j = 0; j < count; j += width) {
             product.b = call.panels + j * PANEL_DEPTH;
             product.columns = std::min(width, count - j);
-            product.later = product.b;
-            if (call.patches.taps() == 1 && channel == 0 && first + count + j < all) {
-                product.later = call.patches.image + call.offset(first + count + j) +
-                                static_cast<ptrdiff_t>(k * call.plane());
-                product.later_step = static_cast<ptrdiff_t>(call.plane());
-            }
+            product.later = {product.b, 0, 0, 0};
+            if (j == 0 && next < call.run.ocpg)
+                product.later = filters_later(filter_lines(call.run).block(next, filters, k));
+            else if (channel == 0 && call.patches.taps() == 1 && first + count + j < all)
+                product.later = outputs_later(call, first + count + j, k);
             multiply_panel(call, channel, first + j, product);
-            product.later_step = 0;
         }
     }
 }
