@@ -63,14 +63,15 @@ using SumSquares = void (*)(const float* first, size_t row_step, size_t row_coun
                             float* results);
 
 // C = A x B, or C + A x B, over a stretch of depth: the lines of A, contiguous along k, by a panel
-// of columns of B, in which the values of one k stand side by side. Each element of C is one chain
+// of columns of B, of which the values of one k stand side by side. Each element of C is one chain
 // of fused multiply-adds in the order of k, so a product that is cut along k has the same bits.
 struct PanelProduct {
     const float* a;  // lines are PANEL_A_STEP elements apart
     size_t a_count;
-    const float* b;  // KernelTable::panel_columns values for each k, from a cache line on
-    size_t columns;  // that are real, at least one; the others are not written
-    size_t depth;    // at most PANEL_DEPTH
+    const float* b;
+    ptrdiff_t b_step;  // elements from one k to the next
+    size_t columns;    // from 1 to KernelTable::panel_columns; nothing beside them is touched
+    size_t depth;      // at most PANEL_DEPTH
     float* c;
     ptrdiff_t c_row;
     bool adds;  // to what is in C

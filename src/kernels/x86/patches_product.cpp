@@ -16,6 +16,7 @@ constexpr size_t MOST_PANEL_COLUMNS = 32;
 // Outputs whose panels, and filters that, stay in the second-level cache while they meet.
 constexpr size_t OUTPUT_BLOCK = PATCH_COLUMNS;
 constexpr size_t FILTER_BLOCK = 112;
+constexpr size_t SMALL_IMAGE = 128;
 
 // The length of blocks that are as equal as they can be: a short last one would be slow.
 size_t equal_blocks(size_t length, size_t most) {
@@ -30,6 +31,7 @@ struct Call {
     const KernelTable& kernels;
     ImagePatches patches;  // of the first image
     size_t outputs;        // of an image
+    bool is_pointwise;     // what outputs meet is multiplied where it lies
     float* panels;
     float* filters;
     float* results;  // of a panel that holds outputs of several images
@@ -38,20 +40,23 @@ struct Call {
         : run(record),
           kernels(kernel_table(instruction_set())),
           patches(image_patches(record, 0)),
-          outputs(record.dst_plane()) {
+          outputs(record.dst_plane()),
+          // Small images waste less of a panel's columns when they are packed together.
+          is_pointwise(record.taps() == 1 && outputs == plane() && patches.rows.length == 1 &&
+                       (record.n == 1 || outputs >= SMALL_IMAGE)) {
         void* base = align_up(workspace, ALIGNMENT);
         panels = static_cast<float*>(base);
         filters = panels + PANEL_DEPTH * OUTPUT_BLOCK;
         results = filters + PANEL_A_STEP * FILTER_BLOCK;
     }
     size_t plane() const { return patches.rows.length * patches.columns.length; }
-    // From an image's first channel on.
-    ptrdiff_t offset(size_t output) const {
+    // What the first tap of an output meets, in the channel of step k, where all taps are alike.
+    const float* met_by(size_t output, size_t k) const {
         const size_t image = output / outputs, place = output % outputs;
-        return static_cast<ptrdiff_t>(image * run.src_image_step) +
-               patches.rows.element(place / patches.row_outputs, 0) *
-                   static_cast<ptrdiff_t>(patches.columns.length) +
-               patches.columns.element(place % patches.row_outputs, 0);
+        return patches.image + image * run.src_image_step + k * plane() +
+               (patches.rows.element(place / patches.row_outputs, 0) *
+                    static_cast<ptrdiff_t>(patches.columns.length) +
+                patches.columns.element(place % patches.row_outputs, 0));
     }
 };
 
@@ -171,19 +176,21 @@ PanelProduct::Prefetch filters_later(const Lines<float>& filters) {
     return {filters.first, filters.line_step, LINE - LINE * filters.line_step, filters.line_step};
 }
 
-// Or what the next block of outputs packs, if taps do not share it: a line of each channel, by each
+// Or what outputs from `first` on meet, if taps do not share it: a line of each channel, by each
 // tile further on.
 PanelProduct::Prefetch outputs_later(const Call& call, size_t first, size_t k) {
-    return {call.patches.image + call.offset(first) + static_cast<ptrdiff_t>(k * call.plane()),
-            static_cast<ptrdiff_t>(call.plane()), 0, 1};
+    return {call.met_by(first, k), static_cast<ptrdiff_t>(call.plane()), 0, 1};
 }
 
 // All filters by `count` outputs from `first` on, over a stretch of depth.
 void multiply_block(const Call& call, size_t first, size_t count, size_t k, size_t depth) {
     const size_t width = call.kernels.panel_columns, all = call.run.n * call.outputs;
-    pack(call, first, count, k, depth);
+    const size_t ahead = call.is_pointwise ? width : count;
+    if (!call.is_pointwise)
+        pack(call, first, count, k, depth);
     PanelProduct product{};
     product.depth = depth;
+    product.b_step = static_cast<ptrdiff_t>(call.is_pointwise ? call.plane() : width);
     product.adds = k > 0;
     const size_t filters = equal_blocks(call.run.ocpg, FILTER_BLOCK);
     for (size_t channel = 0; channel < call.run.ocpg; channel += filters) {
@@ -193,13 +200,14 @@ void multiply_block(const Call& call, size_t first, size_t count, size_t k, size
         product.a_count = block.count;
         const size_t next = channel + filters;
         for (size_t j = 0; j < count; j += width) {
-            product.b = call.panels + j * PANEL_DEPTH;
+            product.b =
+                call.is_pointwise ? call.met_by(first + j, k) : call.panels + j * PANEL_DEPTH;
             product.columns = std::min(width, count - j);
             product.later = {product.b, 0, 0, 0};
             if (j == 0 && next < call.run.ocpg)
                 product.later = filters_later(filter_lines(call.run).block(next, filters, k));
-            else if (channel == 0 && call.patches.taps() == 1 && first + count + j < all)
-                product.later = outputs_later(call, first + count + j, k);
+            else if (channel == 0 && call.patches.taps() == 1 && first + j + ahead < all)
+                product.later = outputs_later(call, first + j + ahead, k);
             multiply_panel(call, channel, first + j, product);
         }
     }
@@ -215,16 +223,19 @@ size_t patches_workspace(const ConvolutionSizeRecord&) {
 
 void multiply_patches(const ConvolutionRunRecord& run, void* workspace) {
     const Call call(run, workspace);
-    const size_t outputs = run.n * call.outputs, depth = run.depth();
+    const size_t depth = run.depth(), stretch = equal_blocks(depth, PANEL_DEPTH);
+    // Blocks of an image, or of all images together.
+    const size_t outputs = call.is_pointwise ? call.outputs : run.n * call.outputs;
     const size_t block = round_up(equal_blocks(outputs, OUTPUT_BLOCK), call.kernels.panel_columns);
-    const size_t stretch = equal_blocks(depth, PANEL_DEPTH);
-    for (size_t first = 0; first < outputs; first += block) {
-        const size_t count = std::min(block, outputs - first);
-        size_t k = 0;
-        do {  // once for a depth of 0, which leaves zeros
-            multiply_block(call, first, count, k, std::min(stretch, depth - k));
-            k += stretch;
-        } while (k < depth);
+    for (size_t start = 0; start < run.n * call.outputs; start += outputs) {
+        for (size_t first = 0; first < outputs; first += block) {
+            size_t k = 0;
+            do {  // once for a depth of 0, which leaves zeros
+                multiply_block(call, start + first, std::min(block, outputs - first), k,
+                               std::min(stretch, depth - k));
+                k += stretch;
+            } while (k < depth);
+        }
     }
 }
 

@@ -6,11 +6,11 @@
 namespace kern::x86 {
 
 void avx2::panel_product(const PanelProduct& product) {
-    constexpr size_t REGISTERS = 16, COLUMNS = 16;
+    constexpr size_t REGISTERS = 16;
     if (product.columns > Ymm::LANES)
-        multiply_panel<Ymm, 2, REGISTERS, COLUMNS>(product);
+        multiply_panel<Ymm, 2, REGISTERS>(product);
     else
-        multiply_panel<Ymm, 1, REGISTERS, COLUMNS>(product);
+        multiply_panel<Ymm, 1, REGISTERS>(product);
 }
 
 }  // namespace kern::x86

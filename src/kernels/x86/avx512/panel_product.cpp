@@ -8,15 +8,15 @@ namespace kern::x86 {
 
 // The last panel of an image may have few columns: narrow vectors do not compute the others.
 void avx512::panel_product(const PanelProduct& product) {
-    constexpr size_t REGISTERS = 32, COLUMNS = 32;
+    constexpr size_t REGISTERS = 32;
     if (product.columns > 3 * Ymm::LANES)
-        multiply_panel<Zmm, 2, REGISTERS, COLUMNS>(product);
+        multiply_panel<Zmm, 2, REGISTERS>(product);
     else if (product.columns > 2 * Ymm::LANES)
-        multiply_panel<Ymm, 3, REGISTERS, COLUMNS>(product);
+        multiply_panel<Ymm, 3, REGISTERS>(product);
     else if (product.columns > Ymm::LANES)
-        multiply_panel<Ymm, 2, REGISTERS, COLUMNS>(product);
+        multiply_panel<Ymm, 2, REGISTERS>(product);
     else
-        multiply_panel<Ymm, 1, REGISTERS, COLUMNS>(product);
+        multiply_panel<Ymm, 1, REGISTERS>(product);
 }
 
 }  // namespace kern::x86
