@@ -130,10 +130,12 @@ if(programs)
     file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/file-formats.md ${PROJECT_SOURCE_DIR}/docs/graph-file.md
          ${PROJECT_SOURCE_DIR}/docs/vekfind*.md)
     set(summaries " * vekgraph inspects, checks, draws and runs graph files")
+    set(needs ${needs_runtime})
     if(TARGET vekfind_command)
+        string(APPEND needs ", ${needs_library}")
         string(PREPEND summaries " * vekfind builds, searches, converts and calibrates groups\n")
     endif()
-    debian_package(vekfind-tools utils "${needs_runtime}, ${needs_library}"
+    debian_package(vekfind-tools utils "${needs}"
 "exact one-to-many search over feature vectors - programs
 Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all
 those that a group holds.
@@ -141,6 +143,8 @@ those that a group holds.
 This package has the programs:
 ${summaries}"
                    ${PROJECT_SOURCE_DIR}/README.md ${pages})
+    install(FILES ${PROJECT_SOURCE_DIR}/tests/golden/graph/good-add.graph RENAME add.graph
+            DESTINATION share/doc/vekfind-tools/examples COMPONENT vekfind-tools EXCLUDE_FROM_ALL)
     foreach(program IN LISTS programs)
         install_program(vekfind-tools ${program})
     endforeach()
