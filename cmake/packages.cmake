@@ -140,8 +140,9 @@ if(programs)
 Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all
 those that a group holds.
 
-This package has the programs:
-${summaries}"
+This package has the programs
+${summaries}
+and their manual pages."
                    ${PROJECT_SOURCE_DIR}/README.md ${pages})
     install(FILES ${PROJECT_SOURCE_DIR}/tests/golden/graph/good-add.graph RENAME add.graph
             DESTINATION share/doc/vekfind-tools/examples COMPONENT vekfind-tools EXCLUDE_FROM_ALL)
@@ -158,6 +159,7 @@ those that a group holds.
 This package has vekfind-mpi, which holds a part of the rows on each machine
 and searches them together with MPI.")
     install_program(vekfind-mpi vekfind_mpi)
+    set(CPACK_DEBIAN_VEKFIND-MPI_PACKAGE_RECOMMENDS openmpi-bin)
     set(CPACK_DEBIAN_VEKFIND-MPI_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
     set(CPACK_DEBIAN_VEKFIND-TOOLS_PACKAGE_SUGGESTS vekfind-mpi)
