@@ -2,7 +2,8 @@
 # apart from those of `cmake --install`: Debian's folder for libraries has the machine in its name.
 set(debian_architectures x86_64-linux-gnu=amd64 arm-linux-gnueabihf=armhf)
 set(machine ${CMAKE_LIBRARY_ARCHITECTURE})
-if(NOT "${debian_architectures}" MATCHES "${machine}=([a-z0-9]+)" OR NOT VEKFIND_RELEASE_TIME)
+if(NOT machine OR NOT VEKFIND_RELEASE_TIME
+   OR NOT "${debian_architectures}" MATCHES "${machine}=([a-z0-9]+)")
     return()
 endif()
 set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_MATCH_1})
