@@ -42,6 +42,11 @@ set(debian_version ${PROJECT_VERSION}-${VEKFIND_DEBIAN_REVISION})
 set(runtime_package libvekfind${PROJECT_VERSION_MAJOR})
 set(needs_library "${runtime_package} (>= ${PROJECT_VERSION})")
 
+# package_files(PACKAGE FOLDER FILE...): files of a package, in a folder below /usr.
+function(package_files package folder)
+    install(FILES ${ARGN} DESTINATION ${folder} COMPONENT ${package} EXCLUDE_FROM_ALL)
+endfunction()
+
 # debian_package(NAME SECTION DEPENDS DESCRIPTION [FILE...]): a component and its package. The first
 # line of the description is the summary; the files go into its folder in /usr/share/doc.
 macro(debian_package name section depends description)
@@ -51,8 +56,8 @@ macro(debian_package name section depends description)
     set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
     set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}")
     set(CPACK_COMPONENT_${upper}_DESCRIPTION "${description}")
-    install(FILES ${package_sources}/copyright ${VEKFIND_DEBIAN_CHANGELOG} ${ARGN}
-            DESTINATION share/doc/${name} COMPONENT ${name} EXCLUDE_FROM_ALL)
+    package_files(${name} share/doc/${name} ${package_sources}/copyright
+                  ${VEKFIND_DEBIAN_CHANGELOG} ${ARGN})
 endmacro()
 
 # install_program(PACKAGE PROGRAM): the program, which finds the library without a path of its own,
@@ -67,13 +72,18 @@ function(install_program package program)
     install(CODE "
         execute_process(COMMAND gzip -9nc ${page} OUTPUT_FILE ${PROJECT_BINARY_DIR}/${name}.1.gz
                         COMMAND_ERROR_IS_FATAL ANY)" ${rule})
-    install(FILES ${PROJECT_BINARY_DIR}/${name}.1.gz DESTINATION share/man/man1 ${rule})
+    package_files(${package} share/man/man1 ${PROJECT_BINARY_DIR}/${name}.1.gz)
 endfunction()
+
+set(in_short "exact one-to-many search over feature vectors")
+string(CONCAT what_it_is
+       "Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all\n"
+       "those that a group holds.")
 
 install_library(${libdir} ${runtime_package} libvekfind-dev EXCLUDE_FROM_ALL)
 
 debian_package(${runtime_package} libs "${needs_runtime}"
-"exact one-to-many search over feature vectors
+"${in_short}
 Which stored faces, objects or pictures are most like this one? A program
 inserts feature vectors, of 32-bit floats or of 8-bit integers, into a group
 under 64-bit ids, and asks for the most similar ones above a threshold. Each
@@ -87,9 +97,8 @@ string(TOUPPER ${runtime_package} upper)
 set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA ${shlibs} ${package_sources}/libvekfind/triggers)
 
 debian_package(libvekfind-dev libdevel "${runtime_package} (= ${debian_version})"
-"exact one-to-many search over feature vectors - development files
-Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all
-those that a group holds.
+"${in_short} - development files
+${what_it_is}
 
 This package has the headers for C and for C++17, the files for pkg-config and
 for CMake's find_package(vekfind), documentation and examples."
@@ -97,15 +106,14 @@ for CMake's find_package(vekfind), documentation and examples."
 include(cmake/header_example.cmake)
 header_example(${PROJECT_SOURCE_DIR}/include/vekfind/vekfind.h example)
 file(WRITE ${PROJECT_BINARY_DIR}/example.c "${example}")
-install(FILES ${PROJECT_BINARY_DIR}/example.c ${PROJECT_SOURCE_DIR}/examples/search.cpp
-        DESTINATION share/doc/libvekfind-dev/examples COMPONENT libvekfind-dev EXCLUDE_FROM_ALL)
+package_files(libvekfind-dev share/doc/libvekfind-dev/examples ${PROJECT_BINARY_DIR}/example.c
+              ${PROJECT_SOURCE_DIR}/examples/search.cpp)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs
         DESTINATION share/doc/libvekfind-dev COMPONENT libvekfind-dev EXCLUDE_FROM_ALL)
 
 debian_package(python3-vekfind python "python3:any, python3-numpy, ${needs_library}"
-"exact one-to-many search over feature vectors - Python package
-Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all
-those that a group holds.
+"${in_short} - Python package
+${what_it_is}
 
 This package has the Python module vekfind, with NumPy arrays over the C
 interface of ${runtime_package}."
@@ -119,10 +127,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vekfind DESTINATION lib/python3/d
 set(metadata ${PROJECT_BINARY_DIR}/vekfind-${PROJECT_VERSION}.egg-info)
 file(WRITE ${metadata} "Metadata-Version: 2.1\nName: vekfind\nVersion: ${PROJECT_VERSION}\n"
                        "Requires-Dist: numpy\n")
-install(FILES ${metadata} DESTINATION lib/python3/dist-packages
-        COMPONENT python3-vekfind EXCLUDE_FROM_ALL)
-install(FILES ${PROJECT_SOURCE_DIR}/examples/search.py
-        DESTINATION share/doc/python3-vekfind/examples COMPONENT python3-vekfind EXCLUDE_FROM_ALL)
+package_files(python3-vekfind lib/python3/dist-packages ${metadata})
+package_files(python3-vekfind share/doc/python3-vekfind/examples
+              ${PROJECT_SOURCE_DIR}/examples/search.py)
 
 # The program for several machines is apart, so that the others do not need MPI.
 set(programs ${VEKFIND_PROGRAMS})
@@ -137,25 +144,24 @@ if(programs)
         string(PREPEND summaries " * vekfind builds, searches, converts and calibrates groups\n")
     endif()
     debian_package(vekfind-tools utils "${needs}"
-"exact one-to-many search over feature vectors - programs
-Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all
-those that a group holds.
+"${in_short} - programs
+${what_it_is}
 
 This package has the programs
 ${summaries}
 and their manual pages."
                    ${PROJECT_SOURCE_DIR}/README.md ${pages})
-    install(FILES ${PROJECT_SOURCE_DIR}/tests/golden/graph/good-add.graph RENAME add.graph
-            DESTINATION share/doc/vekfind-tools/examples COMPONENT vekfind-tools EXCLUDE_FROM_ALL)
+    configure_file(${PROJECT_SOURCE_DIR}/tests/golden/graph/good-add.graph
+                   ${PROJECT_BINARY_DIR}/add.graph COPYONLY)
+    package_files(vekfind-tools share/doc/vekfind-tools/examples ${PROJECT_BINARY_DIR}/add.graph)
     foreach(program IN LISTS programs)
         install_program(vekfind-tools ${program})
     endforeach()
 endif()
 if(TARGET vekfind_mpi)
     debian_package(vekfind-mpi utils "${needs_library}"
-"exact one-to-many search over feature vectors - on several machines
-Feature vectors, of 32-bit floats or of 8-bit integers, are compared with all
-those that a group holds.
+"${in_short} - on several machines
+${what_it_is}
 
 This package has vekfind-mpi, which holds a part of the rows on each machine
 and searches them together with MPI.")
