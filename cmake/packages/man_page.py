@@ -22,15 +22,9 @@ def sections(text):
 
 
 def entries(section):
-    """Pairs of a name and its text, which may go on in the lines below."""
-    found = []
-    for line in section.splitlines():
-        match = re.match(r"  (\S.*?)(?:  +(.*))?$", line)
-        if match:
-            found.append([match[1], match[2] or ""])
-        elif line.strip() and found:
-            found[-1][1] += " " + line.strip()
-    return found
+    """Pairs of a name and its text. Texts begin at column 30; a longer name has it in the next line."""
+    found = re.findall(r"^  (?:(\S.*)\n {30}(.*)|(\S.{0,27})(.*))$", section, re.MULTILINE)
+    return [(long or short.rstrip(), below or beside) for long, below, short, beside in found]
 
 
 def roff(text):
