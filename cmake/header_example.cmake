@@ -1,5 +1,5 @@
-# header_example(HEADER RESULT): the C program that the public header shows, from its #include to the
-# end of its only function, without the comment's frame.
+# header_example(HEADER RESULT): the C program that the public header shows, from its #include to
+# the end of its only function, without the comment's frame.
 function(header_example header result)
     file(READ ${header} text)
     string(FIND "${text}" " *     #include <stdio.h>" begin)

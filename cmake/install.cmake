@@ -1,5 +1,5 @@
-# What `cmake --install` gives: headers, library, find_package(vekfind) and a pkg-config file. All of it
-# can be moved together after the installation.
+# What `cmake --install` gives: headers, library, find_package(vekfind) and a pkg-config file. All
+# of it can be moved together after the installation.
 include(CMakePackageConfigHelpers)
 
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vekfindConfigVersion.cmake
@@ -9,7 +9,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vekfindConfigVersion.cmak
 # library that programs run with and all that building them takes.
 function(install_library libdir runtime development)
     set(rest COMPONENT ${development} ${ARGN})
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${rest})
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${rest})
     install(TARGETS vekfind EXPORT vekfind-${development}
             LIBRARY DESTINATION ${libdir} COMPONENT ${runtime} NAMELINK_COMPONENT ${development}
                     ${ARGN})

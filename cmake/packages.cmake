@@ -135,8 +135,8 @@ package_files(python3-vekfind share/doc/python3-vekfind/examples
 set(programs ${VEKFIND_PROGRAMS})
 list(REMOVE_ITEM programs vekfind_mpi)
 if(programs)
-    file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/file-formats.md ${PROJECT_SOURCE_DIR}/docs/graph-file.md
-         ${PROJECT_SOURCE_DIR}/docs/vekfind*.md)
+    set(docs ${PROJECT_SOURCE_DIR}/docs)
+    file(GLOB pages ${docs}/file-formats.md ${docs}/graph-file.md ${docs}/vekfind*.md)
     set(summaries " * vekgraph inspects, checks, draws and runs graph files")
     set(needs ${needs_runtime})
     if(TARGET vekfind_command)

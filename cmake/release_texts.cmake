@@ -1,5 +1,5 @@
-# Texts that are made from others: Debian's changelog from CHANGELOG.md, man pages from the programs'
-# help. Without Python there are none, and no packages.
+# Texts that are made from others: Debian's changelog from CHANGELOG.md, man pages from the
+# programs' help. Without Python there are none, and no packages.
 set(VEKFIND_PROGRAMS)  # what is installed and packaged, of what the build makes
 foreach(program vekgraph vekfind_command vekfind_mpi)
     if(TARGET ${program})

@@ -32,7 +32,7 @@ def main(changelog, output, revision):
         _, *parts = re.split(r"^## (\S+) \((\S+)\)\n", file.read(), flags=re.MULTILINE)
     utc = datetime.timezone.utc
     dates = [datetime.datetime.fromisoformat(day).replace(tzinfo=utc) for day in parts[1::3]]
-    text = "\n".join(entry(*versions, revision) for versions in zip(parts[0::3], dates, parts[2::3]))
+    text = "\n".join(entry(*version, revision) for version in zip(parts[0::3], dates, parts[2::3]))
     with open(output, "wb") as file:
         file.write(gzip.compress(text.encode(), 9, mtime=0))
     print(int(dates[0].timestamp()), end="")
