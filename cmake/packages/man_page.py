@@ -22,7 +22,7 @@ def sections(text):
 
 
 def entries(section):
-    """Pairs of a name and its text, which begins at column 30, a line below where names are long."""
+    """Pairs of a name and its text, which begins at column 30, or a line below a long name."""
     found = re.findall(r"^  (?:(\S.*)\n {30}(.*)|(\S.{0,27})(.*))$", section, re.MULTILINE)
     return [(long or short.rstrip(), below or beside) for long, below, short, beside in found]
 
