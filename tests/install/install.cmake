@@ -4,6 +4,7 @@
 # TOOLCHAIN_FILE, EMULATOR, PKG_CONFIG, VERSION, LIBDIR. The toolchain and the emulator are empty when
 # nothing is crossed.
 cmake_minimum_required(VERSION 3.22)
+include(${CMAKE_CURRENT_LIST_DIR}/../../cmake/header_example.cmake)
 set(example_prints "id 8, similarity 0.953\n")
 string(CONCAT search_prints "id 8, similarity 0.953; id 9, similarity 0.500\n"
               "id 9, similarity 0.500\n" "VEK_DUPLICATED_ID: insert\n")
@@ -28,13 +29,7 @@ set(prefix ${WORK_DIR}/moved)
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/installed)
 file(RENAME ${WORK_DIR}/installed ${prefix})
 
-file(READ ${prefix}/include/vekfind/vekfind.h header)
-string(FIND "${header}" " *     #include <stdio.h>" begin)
-string(SUBSTRING "${header}" ${begin} -1 example)
-string(FIND "${example}" "\n *     }\n" length)  # the first end of a function
-string(SUBSTRING "${example}" 0 ${length} example)
-string(APPEND example "\n *     }\n")
-string(REGEX REPLACE "\n \\*(     )?" "\n" example "\n${example}")
+header_example(${prefix}/include/vekfind/vekfind.h example)
 file(WRITE ${WORK_DIR}/consumer/example.c "${example}")
 file(READ ${README} readme)
 string(FIND "${readme}" "${example}" place)
