@@ -109,6 +109,21 @@ struct PatchTap {
 };
 constexpr size_t PATCH_COLUMNS = 256;
 
+// One channel under one filter. Each output is one chain of fused multiply-adds in the order of the
+// filter's memory; what meets the padding counts as zero.
+struct PlaneConvolution {
+    const float* src;
+    size_t ih, iw;
+    const float* filter;
+    size_t fh, fw;  // fw at most PLANE_TAPS
+    float* dst;
+    size_t oh, ow;
+    size_t stride_h, stride_w;  // stride_w 1 or 2
+    size_t pad_h, pad_w;
+    size_t dilate_h, dilate_w;
+};
+constexpr size_t PLANE_TAPS = 16;
+
 struct KernelTable {
     const char* name;
     size_t panel_columns;
@@ -117,6 +132,7 @@ struct KernelTable {
     SumSquares sum_squares;
     void (*panel_product)(const PanelProduct& product);
     void (*pack_tap)(const PatchTap& tap);
+    void (*convolve_plane)(const PlaneConvolution& plane);
 };
 
 // Stops the process on NONE.
@@ -129,6 +145,7 @@ void sum_squares(const float* first, size_t row_step, size_t row_count, size_t l
                  float* results);
 void panel_product(const PanelProduct& product);
 void pack_tap(const PatchTap& tap);
+void convolve_plane(const PlaneConvolution& plane);
 }  // namespace avx2
 
 namespace avx512 {
@@ -136,6 +153,7 @@ void float_product(const Product& product);
 void int8_product(const Product& product);
 void panel_product(const PanelProduct& product);
 void pack_tap(const PatchTap& tap);
+void convolve_plane(const PlaneConvolution& plane);
 }  // namespace avx512
 
 }  // namespace kern::x86
