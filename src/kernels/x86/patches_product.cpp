@@ -15,8 +15,10 @@ constexpr size_t CACHE_LINE = 64 / sizeof(float);
 constexpr size_t MOST_PANEL_COLUMNS = 32;
 // Outputs whose panels, and filters that, stay in the second-level cache while they meet.
 constexpr size_t OUTPUT_BLOCK = PATCH_COLUMNS;
-constexpr size_t FILTER_BLOCK = 112;
+constexpr size_t TILE_LINES = 14;
+constexpr size_t FILTER_BLOCK = 8 * TILE_LINES;
 constexpr size_t SMALL_IMAGE = 128;
+constexpr size_t SHALLOW = 128;
 
 // The length of blocks that are as equal as they can be: a short last one would be slow.
 size_t equal_blocks(size_t length, size_t most) {
@@ -196,19 +198,25 @@ void multiply_block(const Call& call, size_t first, size_t count, size_t k, size
     for (size_t channel = 0; channel < call.run.ocpg; channel += filters) {
         const auto block = filter_lines(call.run).block(channel, filters, k);
         copy_filters(block, depth, call.filters);
-        product.a = call.filters;
-        product.a_count = block.count;
-        const size_t next = channel + filters;
-        for (size_t j = 0; j < count; j += width) {
-            product.b =
-                call.is_pointwise ? call.met_by(first + j, k) : call.panels + j * PANEL_DEPTH;
-            product.columns = std::min(width, count - j);
-            product.later = {product.b, 0, 0, 0};
-            if (j == 0 && next < call.run.ocpg)
-                product.later = filters_later(filter_lines(call.run).block(next, filters, k));
-            else if (channel == 0 && call.patches.taps() == 1 && first + j + ahead < all)
-                product.later = outputs_later(call, first + j + ahead, k);
-            multiply_panel(call, channel, first + j, product);
+        // Where few products make a result, writing takes longest: each row goes from left to
+        // right.
+        const size_t lines =
+            call.run.depth() <= SHALLOW ? equal_blocks(block.count, TILE_LINES) : block.count;
+        for (size_t line = 0; line < block.count; line += lines) {
+            product.a = call.filters + line * PANEL_A_STEP;
+            product.a_count = std::min(lines, block.count - line);
+            const size_t next = channel + line + filters;
+            for (size_t j = 0; j < count; j += width) {
+                product.b =
+                    call.is_pointwise ? call.met_by(first + j, k) : call.panels + j * PANEL_DEPTH;
+                product.columns = std::min(width, count - j);
+                product.later = {product.b, 0, 0, 0};
+                if (j == 0 && next < call.run.ocpg)
+                    product.later = filters_later(filter_lines(call.run).block(next, filters, k));
+                else if (channel + line == 0 && call.patches.taps() == 1 && first + j + ahead < all)
+                    product.later = outputs_later(call, first + j + ahead, k);
+                multiply_panel(call, channel + line, first + j, product);
+            }
         }
     }
 }
