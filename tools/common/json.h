@@ -5,9 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "kernels/layout.h"
-
-namespace vekgraph {
+namespace tools {
 
 class JsonWriter {
 public:
@@ -22,7 +20,6 @@ public:
     void value(int32_t number);
     void value(double number);
     void value(bool flag);
-    void value(const kern::TensorShape& shape);
     void null();
 
     void begin_object() { begin('{'); }
@@ -42,4 +39,4 @@ private:
     bool m_needs_comma = false;
 };
 
-}  // namespace vekgraph
+}  // namespace tools

@@ -1,9 +1,11 @@
-#include "npy.h"
+#include "common/npy.h"
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <optional>
+
+#include "common/failure.h"
+#include "common/output_file.h"
 
 namespace npy {
 namespace {
@@ -18,7 +20,9 @@ const TypeRow TYPES[] = {
     {ElementType::FLOAT16, "float16", "<f2", 2}, {ElementType::FLOAT32, "float32", "<f4", 4},
     {ElementType::FLOAT64, "float64", "<f8", 8}, {ElementType::INT8, "int8", "|i1", 1},
     {ElementType::UINT8, "uint8", "|u1", 1},     {ElementType::INT16, "int16", "<i2", 2},
-    {ElementType::INT32, "int32", "<i4", 4},
+    {ElementType::INT32, "int32", "<i4", 4},     {ElementType::INT64, "int64", "<i8", 8},
+    {ElementType::UINT16, "uint16", "<u2", 2},   {ElementType::UINT32, "uint32", "<u4", 4},
+    {ElementType::UINT64, "uint64", "<u8", 8},
 };
 
 const TypeRow& row_of(ElementType type) {
@@ -33,24 +37,24 @@ constexpr size_t HEADER_ALIGNMENT = 64;
 // The header is a Python dictionary of three known keys. `base` is where it begins in the file.
 class HeaderParser {
 public:
-    HeaderParser(const std::string& path, const std::string& text, size_t base)
-        : m_path(path), m_text(text), m_base(base) {}
+    HeaderParser(const tools::InputFile& file, const std::string& text, uint64_t base)
+        : m_file(file), m_text(text), m_base(base) {}
 
-    Array parse() {
-        Array array;
+    Header parse() {
+        Header header;
         bool has_type = false, has_order = false, has_shape = false;
         expect('{');
         while (!skip('}')) {
             const std::string key = read_string();
             expect(':');
             if (key == "descr") {
-                array.type = read_type();
+                header.type = read_type();
                 has_type = true;
             } else if (key == "fortran_order") {
                 read_order();
                 has_order = true;
             } else if (key == "shape") {
-                array.shape = read_shape();
+                header.shape = read_shape();
                 has_shape = true;
             } else {
                 fail("the header has an unknown key");
@@ -60,13 +64,11 @@ public:
         }
         if (!has_type || !has_order || !has_shape)
             fail("the header lacks a key");
-        return array;
+        return header;
     }
 
 private:
-    [[noreturn]] void fail(const char* text) const {
-        throw Error(m_path + ": byte " + std::to_string(m_base + m_position) + ": " + text);
-    }
+    [[noreturn]] void fail(const char* text) const { m_file.fail(m_base + m_position, text); }
     char peek() {
         while (m_position < m_text.size() && std::strchr(" \t\n", m_text[m_position]))
             ++m_position;
@@ -112,8 +114,8 @@ private:
             fail("fortran_order is neither True nor False");
         m_position += 5;
     }
-    std::vector<size_t> read_shape() {
-        std::vector<size_t> shape;
+    std::vector<uint64_t> read_shape() {
+        std::vector<uint64_t> shape;
         expect('(');
         while (!skip(')')) {
             shape.push_back(read_length());
@@ -122,95 +124,39 @@ private:
         }
         return shape;
     }
-    size_t read_length() {
+    uint64_t read_length() {
         if (peek() < '0' || peek() > '9')
             fail("the shape is not a tuple of lengths");
-        size_t length = 0;
+        uint64_t length = 0;
         for (; m_position < m_text.size(); ++m_position) {
             const char digit = m_text[m_position];
             if (digit < '0' || digit > '9')
                 break;
-            if (__builtin_mul_overflow(length, size_t{10}, &length) ||
-                __builtin_add_overflow(length, static_cast<size_t>(digit - '0'), &length))
+            if (__builtin_mul_overflow(length, uint64_t{10}, &length) ||
+                __builtin_add_overflow(length, static_cast<uint64_t>(digit - '0'), &length))
                 fail("a length is too large");
         }
         return length;
     }
 
-    const std::string& m_path;
+    const tools::InputFile& m_file;
     const std::string& m_text;
-    size_t m_base;
+    uint64_t m_base;
     size_t m_position = 0;
 };
 
-// Nothing where the product, also without axes of length 0, is more than memory can hold.
-std::optional<size_t> array_bytes(ElementType type, const std::vector<size_t>& shape) {
-    size_t bound = bytes_of(type);
+// Nothing where the product, also without axes of length 0, is more than a file can hold.
+std::optional<uint64_t> array_bytes(ElementType type, const std::vector<uint64_t>& shape) {
+    uint64_t bound = bytes_of(type);
     bool is_empty = false;
-    for (size_t length : shape) {
+    for (uint64_t length : shape) {
         is_empty |= length == 0;
-        if (__builtin_mul_overflow(bound, std::max<size_t>(length, 1), &bound) ||
-            bound > PTRDIFF_MAX)
+        if (__builtin_mul_overflow(bound, std::max<uint64_t>(length, 1), &bound) ||
+            bound > INT64_MAX)
             return std::nullopt;
     }
     return is_empty ? 0 : bound;
 }
-
-class Reader {
-public:
-    explicit Reader(const std::string& path) : m_path(path), m_file(path, std::ios::binary) {
-        m_file.seekg(0, std::ios::end);
-        const std::streamoff size = m_file.tellg();
-        m_file.seekg(0);
-        if (!m_file || size < 0)
-            throw Error(path + ": cannot be read");
-        m_size = static_cast<uint64_t>(size);
-    }
-
-    Array read() {
-        char start[MAGIC_BYTES + 2];
-        read_bytes(start, sizeof(start));
-        if (std::memcmp(start, MAGIC, MAGIC_BYTES) != 0)
-            fail(0, "this is not a .npy file");
-        const auto version = static_cast<uint8_t>(start[MAGIC_BYTES]);
-        if (version < 1 || version > 3)
-            fail(MAGIC_BYTES, "the version is none of 1 to 3");
-        uint8_t length[4] = {};
-        read_bytes(length, version == 1 ? 2 : 4);
-        const uint64_t header_bytes = length[0] | uint64_t{length[1]} << 8 |
-                                      uint64_t{length[2]} << 16 | uint64_t{length[3]} << 24;
-        const auto base = static_cast<size_t>(m_position);
-        if (header_bytes > m_size - m_position)
-            fail(m_position, "the file ends in the header");
-        std::string header(static_cast<size_t>(header_bytes), '\0');
-        read_bytes(header.data(), header.size());
-        Array array = HeaderParser(m_path, header, base).parse();
-        const auto bytes = array_bytes(array.type, array.shape);
-        if (!bytes || *bytes != m_size - m_position)
-            fail(m_position, "the elements are not as many bytes as the shape says");
-        array.bytes.resize(*bytes);
-        read_bytes(array.bytes.data(), *bytes);
-        return array;
-    }
-
-private:
-    [[noreturn]] void fail(uint64_t offset, const char* text) const {
-        throw Error(m_path + ": byte " + std::to_string(offset) + ": " + text);
-    }
-    void read_bytes(void* buffer, size_t bytes) {
-        if (bytes > m_size - m_position)
-            fail(m_position, "the file ends here");
-        if (bytes != 0 &&
-            !m_file.read(static_cast<char*>(buffer), static_cast<std::streamsize>(bytes)))
-            fail(m_position, "the file cannot be read here");
-        m_position += bytes;
-    }
-
-    const std::string& m_path;
-    std::ifstream m_file;
-    uint64_t m_size = 0;
-    uint64_t m_position = 0;
-};
 
 }  // namespace
 
@@ -222,33 +168,78 @@ size_t bytes_of(ElementType type) {
     return row_of(type).bytes;
 }
 
+Header read_header(const tools::InputFile& file) {
+    char start[MAGIC_BYTES + 2];
+    file.read_at(0, start, sizeof(start));
+    if (std::memcmp(start, MAGIC, MAGIC_BYTES) != 0)
+        file.fail(0, "this is not a .npy file");
+    const auto version = static_cast<uint8_t>(start[MAGIC_BYTES]);
+    if (version < 1 || version > 3)
+        file.fail(MAGIC_BYTES, "the version is none of 1 to 3");
+    uint8_t length[4] = {};
+    const size_t length_bytes = version == 1 ? 2 : 4;
+    file.read_at(sizeof(start), length, length_bytes);
+    const uint64_t text_bytes = length[0] | uint64_t{length[1]} << 8 | uint64_t{length[2]} << 16 |
+                                uint64_t{length[3]} << 24;
+    const uint64_t base = sizeof(start) + length_bytes;
+    if (text_bytes > file.size() - base)
+        file.fail(base, "the file ends in the header");
+    std::string text(static_cast<size_t>(text_bytes), '\0');
+    file.read_at(base, text.data(), text.size());
+    Header header = HeaderParser(file, text, base).parse();
+    header.offset = base + text_bytes;
+    const auto bytes = array_bytes(header.type, header.shape);
+    if (!bytes || *bytes != file.size() - header.offset)
+        file.fail(header.offset, "the elements are not as many bytes as the shape says");
+    header.bytes = *bytes;
+    return header;
+}
+
 Array read(const std::string& path) {
-    return Reader(path).read();
+    const tools::InputFile file(path);
+    const Header header = read_header(file);
+    if (header.bytes > PTRDIFF_MAX)
+        throw tools::BadFile(path + ": the array is larger than memory can be");
+    Array array;
+    array.type = header.type;
+    for (uint64_t length : header.shape) {
+        if (length > SIZE_MAX)
+            throw tools::BadFile(path + ": an axis is longer than memory can be");
+        array.shape.push_back(static_cast<size_t>(length));
+    }
+    array.bytes.resize(static_cast<size_t>(header.bytes));
+    file.read_at(header.offset, array.bytes.data(), array.bytes.size());
+    return array;
+}
+
+std::string header_text(ElementType type, const std::vector<uint64_t>& shape) {
+    std::string text =
+        std::string("{'descr': '") + row_of(type).descr + "', 'fortran_order': False, 'shape': (";
+    for (size_t axis = 0; axis < shape.size(); ++axis)
+        text += (axis == 0 ? "" : " ") + std::to_string(shape[axis]) + ",";
+    if (shape.size() > 1)
+        text.pop_back();
+    text += "), }";
+    // The elements begin at a multiple of the alignment, behind a line's end.
+    while ((MAGIC_BYTES + 4 + text.size() + 1) % HEADER_ALIGNMENT != 0)
+        text += ' ';
+    text += '\n';
+    const char start[] = {1, 0, static_cast<char>(text.size() & 0xFF),
+                          static_cast<char>(text.size() >> 8)};
+    return std::string(MAGIC, MAGIC_BYTES) + std::string(start, sizeof(start)) + text;
 }
 
 void write(const std::string& path, ElementType type, const std::vector<size_t>& shape,
            const void* bytes) {
-    const auto count = array_bytes(type, shape);
-    if (!count)
-        throw Error(path + ": the shape is too large");
-    std::string header =
-        std::string("{'descr': '") + row_of(type).descr + "', 'fortran_order': False, 'shape': (";
-    for (size_t axis = 0; axis < shape.size(); ++axis)
-        header += (axis == 0 ? "" : " ") + std::to_string(shape[axis]) + ",";
-    if (shape.size() > 1)
-        header.pop_back();
-    header += "), }";
-    // The elements begin at a multiple of the alignment, behind a line's end.
-    while ((MAGIC_BYTES + 4 + header.size() + 1) % HEADER_ALIGNMENT != 0)
-        header += ' ';
-    header += '\n';
-    const char start[] = {1, 0, static_cast<char>(header.size() & 0xFF),
-                          static_cast<char>(header.size() >> 8)};
-    std::ofstream file(path, std::ios::binary);
-    file.write(MAGIC, MAGIC_BYTES).write(start, sizeof(start)) << header;
-    file.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(*count));
-    if (!file.flush())
-        throw Error(path + ": cannot be written");
+    const std::vector<uint64_t> lengths(shape.begin(), shape.end());
+    const auto count = array_bytes(type, lengths);
+    if (!count || *count > PTRDIFF_MAX)
+        throw tools::BadFile(path + ": the shape is too large");
+    const std::string header = header_text(type, lengths);
+    tools::OutputFile file(path);
+    file.write(header.data(), header.size());
+    file.write(bytes, static_cast<size_t>(*count));
+    file.commit(header.size() + *count);
 }
 
 }  // namespace npy

@@ -1,11 +1,11 @@
-#include "vekgraph/json.h"
+#include "common/json.h"
 
 #include <cmath>
 #include <cstdio>
 
-#include "vekgraph/text.h"
+#include "common/text.h"
 
-namespace vekgraph {
+namespace tools {
 
 JsonWriter& JsonWriter::key(const char* name) {
     separate();
@@ -44,13 +44,6 @@ void JsonWriter::value(double number) {
 void JsonWriter::value(bool flag) {
     separate();
     m_out << (flag ? "true" : "false");
-}
-
-void JsonWriter::value(const kern::TensorShape& shape) {
-    begin_array();
-    for (size_t axis = 0; axis < shape.ndim; ++axis)
-        value(uint64_t{shape[axis]});
-    end_array();
 }
 
 void JsonWriter::null() {
@@ -96,4 +89,4 @@ void JsonWriter::write_string(const std::string& text) {
     m_out << '"';
 }
 
-}  // namespace vekgraph
+}  // namespace tools
