@@ -118,7 +118,7 @@ void OutputFile::write_by_name(const std::function<void(const std::string&)>& wr
     m_file = file;
 }
 
-void OutputFile::commit(uint64_t expected_bytes) {
+void OutputFile::flush(uint64_t expected_bytes) {
     struct stat status;
     if (::fstat(m_file, &status) != 0 || ::fsync(m_file) != 0)
         fail("cannot be written");
@@ -126,6 +126,10 @@ void OutputFile::commit(uint64_t expected_bytes) {
     if (length != expected_bytes)
         throw BadFile(m_path + ": " + std::to_string(length) + " of " +
                       std::to_string(expected_bytes) + " bytes were written; is the disk full?");
+}
+
+void OutputFile::commit(uint64_t expected_bytes) {
+    flush(expected_bytes);
     if (m_was_there && ::fchmod(m_file, m_mode) != 0)
         fail("cannot be given the old file's mode");
     if (::rename(m_name.c_str(), m_target.c_str()) != 0)

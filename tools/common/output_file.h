@@ -27,8 +27,10 @@ public:
     // Has the file written by its name. What the callback leaves as NAME.part is removed, too: the
     // group's dump writes there first.
     void write_by_name(const std::function<void(const std::string&)>& write);
-    // To be called once, last. BadFile where the file has another length: a disk may be full
-    // without a failing write.
+    // To the disk, where the file has to have this length: a disk may be full without a failing
+    // write.
+    void flush(uint64_t expected_bytes);
+    // To be called once, last: flushes, and takes the place of the old file.
     void commit(uint64_t expected_bytes);
     void commit() { commit(m_nr_written); }
 

@@ -1,6 +1,6 @@
 // Features as text: one row a line, numbers separated by commas, semicolons or blanks. A first line
 // without any number holds the columns' names.
-#include <cfloat>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>

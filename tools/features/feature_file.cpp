@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -12,14 +11,6 @@
 
 namespace features {
 namespace {
-
-std::string lower_case_suffix(const std::string& path) {
-    const size_t dot = path.find_last_of("./");
-    std::string suffix = dot == std::string::npos || path[dot] == '/' ? "" : path.substr(dot);
-    for (char& letter : suffix)
-        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-    return suffix;
-}
 
 std::unique_ptr<FeatureFile> open_by_content(const std::string& path) {
     const tools::InputFile file(path);
@@ -67,9 +58,17 @@ void round_doubles(FeatureFile& file, uint64_t first, size_t count, float* rows)
 
 }  // namespace
 
-std::unique_ptr<FeatureFile> open_features(const std::string& path) {
+std::string lower_case_suffix(const std::string& path) {
+    const size_t dot = path.find_last_of("./");
+    std::string suffix = dot == std::string::npos || path[dot] == '/' ? "" : path.substr(dot);
+    for (char& letter : suffix)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    return suffix;
+}
+
+std::unique_ptr<FeatureFile> open_features(const std::string& path, bool allow_empty) {
     auto file = open_by_name(path);
-    if (file->nr_rows() == 0)
+    if (file->nr_rows() == 0 && !allow_empty)
         throw tools::BadFile(path + ": there are no rows in it");
     return file;
 }

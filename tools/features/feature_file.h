@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -19,7 +20,8 @@ public:
     virtual ~FeatureFile() = default;
 
     const std::string& path() const { return m_path; }
-    const char* format() const { return m_format; }  // such as ".npy"
+    const char* format() const { return m_format; }  // ".npy", ".fvecs", ".bvecs", ".csv", "group"
+    bool is_group() const { return std::strcmp(m_format, "group") == 0; }
     ElementType type() const { return m_type; }
     size_t dim() const { return m_dim; }  // at least 1
     uint64_t nr_rows() const { return m_nr_rows; }
@@ -39,8 +41,8 @@ protected:
 };
 
 // .npy, .fvecs, .bvecs, .csv and group files (.vek, their features as FLOAT32) by name; .npy and
-// group files by content, too.
-std::unique_ptr<FeatureFile> open_features(const std::string& path);
+// group files by content, too. A file without rows is refused, or not.
+std::unique_ptr<FeatureFile> open_features(const std::string& path, bool allow_empty = false);
 
 // Any file as floats: doubles are rounded (refused are numbers beyond float), integers keep their
 // value.
@@ -50,6 +52,9 @@ void read_floats(FeatureFile& file, uint64_t first, size_t count, float* rows);
 // -128, which the library's 8-bit products may not meet, becomes -127. The number of elements that
 // were changed so is returned. Floats are refused.
 uint64_t read_int8(FeatureFile& file, uint64_t first, size_t count, int8_t* rows);
+
+// ".npy" of "a/b.NPY"; empty where there is none.
+std::string lower_case_suffix(const std::string& path);
 
 // Rows that make a piece of about 4 MiB, at least one.
 size_t rows_per_piece(size_t row_bytes);

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <vector>
 
-#include "features/ids.h"
-
 namespace features {
 namespace {
 
@@ -78,6 +76,12 @@ void GroupFile::read_features(uint64_t first, size_t count, float* rows) const {
 void GroupFile::read_tags(uint64_t first, size_t count, uint8_t* tags) const {
     const uint64_t begin = features_offset() + m_nr_rows * m_feature_size;
     m_file.read_at(begin + first * m_tag_size, tags, count * m_tag_size);
+}
+
+Tags GroupFile::read_all_tags() const {
+    Tags tags{m_tag_size, std::vector<uint8_t>(static_cast<size_t>(m_nr_rows * m_tag_size))};
+    read_tags(0, static_cast<size_t>(m_nr_rows), tags.bytes.data());
+    return tags;
 }
 
 uint64_t group_file_bytes(uint64_t nr_rows, size_t dim, uint32_t tag_size) {

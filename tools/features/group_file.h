@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/input_file.h"
+#include "features/ids.h"
 
 namespace features {
 
@@ -30,6 +31,7 @@ public:
     // Of the rows [first, first + count), row after row; any thread may read.
     void read_features(uint64_t first, size_t count, float* rows) const;
     void read_tags(uint64_t first, size_t count, uint8_t* tags) const;
+    Tags read_all_tags() const;
 
 private:
     // The bytes of the version, which may be missing.

@@ -53,7 +53,7 @@ void prepare(float* rows, size_t count, size_t dim, const Preparation& preparati
              const std::string& path, uint64_t first_row) {
     for (size_t i = 0; i < count; ++i) {
         float* const row = rows + i * dim;
-        if (!preparation.allow_not_finite && !(sum_of_squares(row, dim) <= FLT_MAX))
+        if (!preparation.allow_not_finite && !is_finite_row(row, dim))
             fail_row(path, first_row + i,
                      "holds NaN, infinity or elements too large to square; --allow-nan lets it "
                      "pass");
@@ -62,6 +62,10 @@ void prepare(float* rows, size_t count, size_t dim, const Preparation& preparati
         if (preparation.normalize && !normalize(row, dim))
             fail_row(path, first_row + i, "has no direction, so it cannot be brought to length 1");
     }
+}
+
+bool is_finite_row(const float* row, size_t dim) {
+    return sum_of_squares(row, dim) <= FLT_MAX;
 }
 
 std::vector<float> read_mean(const std::string& path, size_t dim) {

@@ -20,6 +20,9 @@ struct Preparation {
 void prepare(float* rows, size_t count, size_t dim, const Preparation& preparation,
              const std::string& path, uint64_t first_row);
 
+// Whether the row is free of NaN, infinity and elements too large to square.
+bool is_finite_row(const float* row, size_t dim);
+
 // The mean that `vekfind convert --center` has kept: an .npy of `dim` floats.
 std::vector<float> read_mean(const std::string& path, size_t dim);
 
