@@ -30,14 +30,14 @@ void JsonWriter::value(int32_t number) {
     m_out << number;
 }
 
-void JsonWriter::value(double number) {
+void JsonWriter::value(double number, int nr_digits) {
     separate();
     if (!std::isfinite(number)) {
         m_out << "null";
         return;
     }
     char text[32];
-    std::snprintf(text, sizeof(text), "%.9g", number);
+    std::snprintf(text, sizeof(text), "%.*g", nr_digits, number);
     m_out << text;
 }
 

@@ -18,7 +18,7 @@ public:
     void value(const char* text) { value(std::string(text)); }
     void value(uint64_t number);
     void value(int32_t number);
-    void value(double number);
+    void value(double number, int nr_digits = 9);
     void value(bool flag);
     void null();
 

@@ -13,5 +13,6 @@ void add_build(CLI::App& app);
 void add_info(CLI::App& app);
 void add_convert(CLI::App& app);
 void add_export(CLI::App& app);
+void add_search(CLI::App& app);
 
 }  // namespace commands

@@ -16,6 +16,7 @@ int run_command(int nr_words, char** words) {
     commands::add_info(app);
     commands::add_convert(app);
     commands::add_export(app);
+    commands::add_search(app);
     if (const auto status = tools::parse(app, nr_words, words))
         return *status;
     if (app.get_subcommands().empty())
