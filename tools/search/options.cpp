@@ -41,8 +41,9 @@ void add_options(CLI::App& app, Options& options) {
 }
 
 void require_sense(const Options& options) {
-    if (options.k == 0)
-        throw tools::BadUse("-k must be at least 1");
+    constexpr uint64_t MOST = 1073741823;  // the library's
+    if (options.k == 0 || options.k > MOST)
+        throw tools::BadUse("-k must be from 1 to " + std::to_string(MOST));
     if (options.threshold && std::isnan(*options.threshold))
         throw tools::BadUse("--threshold is no number");
     if (options.scale && !(*options.scale > 0 && std::isfinite(*options.scale)))

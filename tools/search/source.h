@@ -25,8 +25,12 @@ public:
     // What is done to rows when they are read as floats.
     const features::Preparation& preparation() const { return m_preparation; }
 
-    uint64_t id_of(uint64_t row) const { return m_ids.empty() ? row : m_ids[row]; }
-    bool is_wanted(uint64_t row) const { return m_wanted.empty() || m_wanted[row]; }
+    uint64_t id_of(uint64_t row) const {
+        return m_ids.empty() ? row : m_ids[static_cast<size_t>(row)];
+    }
+    bool is_wanted(uint64_t row) const {
+        return m_wanted.empty() || m_wanted[static_cast<size_t>(row)];
+    }
 
 private:
     void read_group_file(const Options& options);
