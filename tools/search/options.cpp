@@ -15,9 +15,10 @@ void add_options(CLI::App& app, Options& options) {
                    "similarity is 1 / (1 + exp(scale * d2 + bias)) at squared distance d2; "
                    "without the option as it stands beside the group file, in GROUP.vek.json");
     app.add_option("--bias", options.bias, "see --scale");
-    app.add_flag("--normalize,!--no-normalize", options.normalize,
-                 "bring queries to length 1, and rows of a file of features; without the option "
-                 "as it stands beside the group file");
+    app.add_flag_function(
+        "--normalize,!--no-normalize", [&options](int64_t count) { options.normalize = count > 0; },
+        "bring queries to length 1, and rows of a file of features; without the option as it "
+        "stands beside the group file");
     app.add_option("--mean", options.mean,
                    ".npy of `vekfind convert --center`: the mean to subtract from the queries")
         ->type_name("FILE");

@@ -25,7 +25,7 @@ struct Words {
     search::Options options;
 };
 
-// Nothing where help was asked for, which rank 0 prints.
+// False where help was asked for, which rank 0 has printed.
 bool parse(const mpi::Ranks& ranks, int nr_words, char** words, Words& parsed) {
     CLI::App app("Searches rows that are spread over the ranks of an MPI run.", NAME);
     app.add_option("ROWS", parsed.rows,
@@ -38,14 +38,15 @@ bool parse(const mpi::Ranks& ranks, int nr_words, char** words, Words& parsed) {
         ->required()
         ->type_name("FILE");
     search::add_options(app, parsed.options);
+    app.set_version_flag("--version", VEKFIND_VERSION);
     try {
         app.parse(nr_words, words);
-    } catch (const CLI::CallForHelp&) {
-        if (ranks.is_first())
-            std::cout << app.help();
-        return false;
     } catch (const CLI::ParseError& error) {
-        throw tools::BadUse(error.what());
+        if (error.get_exit_code() != 0)
+            throw tools::BadUse(error.what());
+        if (ranks.is_first())
+            app.exit(error);
+        return false;
     }
     search::require_sense(parsed.options);
     return true;
