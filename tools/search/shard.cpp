@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "common/failure.h"
+#include "features/pieces.h"
+
 namespace search {
 
 namespace {
@@ -39,7 +42,12 @@ Shard<T>::Shard(const std::vector<Slice>& slices, const vekfind::Settings& setti
         m_parts.push_back({slice, begin, features::open_features(slice.source->path())});
         begin += slice.end - slice.first;
     }
-    m_group.reserve(static_cast<size_t>(nr_wanted));
+    try {
+        m_group.reserve(static_cast<size_t>(nr_wanted));
+    } catch (const vekfind::Error&) {
+        throw tools::BadFile("memory is lacking for a shard of " + std::to_string(nr_wanted) +
+                             " rows");
+    }
     for (Part& part : m_parts)
         load(part);
 }
@@ -47,12 +55,11 @@ Shard<T>::Shard(const std::vector<Slice>& slices, const vekfind::Settings& setti
 template <typename T>
 void Shard<T>::load(Part& part) {
     const Source& source = *part.slice.source;
-    const size_t dim = source.dim();
-    const size_t most = features::rows_per_piece(dim * sizeof(T));
-    std::vector<T> rows(most * dim);
+    const uint64_t nr_rows = part.slice.end - part.slice.first;
+    const size_t dim = source.dim(), most = features::rows_per_piece(dim * sizeof(T));
+    std::vector<T> rows(static_cast<size_t>(std::min<uint64_t>(most, nr_rows)) * dim);
     std::vector<uint64_t> places;
-    for (uint64_t first = part.slice.first; first < part.slice.end; first += most) {
-        const auto count = static_cast<size_t>(std::min<uint64_t>(most, part.slice.end - first));
+    features::for_each_span(part.slice.first, nr_rows, most, [&](uint64_t first, size_t count) {
         m_nr_changed += read_rows(*part.file, source.preparation(), first, count, rows.data());
         places.clear();
         for (size_t i = 0; i < count; ++i) {
@@ -62,7 +69,7 @@ void Shard<T>::load(Part& part) {
             places.push_back(part.begin + (first + i - part.slice.first));
         }
         m_group.insert(places, vekfind::Features(rows.data(), places.size() * dim));
-    }
+    });
 }
 
 template <typename T>

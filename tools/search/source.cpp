@@ -6,6 +6,7 @@
 #include "common/failure.h"
 #include "features/group_file.h"
 #include "features/ids.h"
+#include "features/pieces.h"
 
 namespace search {
 
@@ -56,11 +57,10 @@ void Source::read_group_file(const Options& options) {
     const std::vector<uint8_t> tag = tag_bytes(*options.tag, file.tag_size(), m_path);
     const size_t most = features::rows_per_piece(tag.size());
     std::vector<uint8_t> tags(most * tag.size());
-    for (uint64_t first = 0; first < m_nr_rows; first += most) {
-        const auto count = static_cast<size_t>(std::min<uint64_t>(most, m_nr_rows - first));
+    features::for_each_span(0, m_nr_rows, most, [&](uint64_t first, size_t count) {
         file.read_tags(first, count, tags.data());
         add_matches(m_wanted, tags, count, tag);
-    }
+    });
 }
 
 void Source::read_numbers(const Options& options) {
