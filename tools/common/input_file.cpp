@@ -31,7 +31,7 @@ InputFile::~InputFile() {
 
 void InputFile::read_at(uint64_t offset, void* buffer, size_t bytes) const {
     if (offset > m_size || bytes > m_size - offset)
-        fail(std::min(offset, m_size), "the file ends here");
+        fail(std::min(offset, m_size), m_size == 0 ? "the file is empty" : "the file ends here");
     auto* to = static_cast<char*>(buffer);
     while (bytes > 0) {
         const ssize_t nr_read = ::pread(m_file, to, bytes, static_cast<off_t>(offset));

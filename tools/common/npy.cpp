@@ -189,8 +189,12 @@ Header read_header(const tools::InputFile& file) {
     Header header = HeaderParser(file, text, base).parse();
     header.offset = base + text_bytes;
     const auto bytes = array_bytes(header.type, header.shape);
-    if (!bytes || *bytes != file.size() - header.offset)
-        file.fail(header.offset, "the elements are not as many bytes as the shape says");
+    if (!bytes)
+        file.fail(base, "the shape is larger than a file can be");
+    if (*bytes != file.size() - header.offset)
+        file.fail(header.offset,
+                  "the elements have " + std::to_string(file.size() - header.offset) +
+                      " bytes, not the " + std::to_string(*bytes) + " that the shape says");
     header.bytes = *bytes;
     return header;
 }

@@ -42,8 +42,6 @@ public:
     VecsFile(const std::string& path, ElementType type)
         : FeatureFile(path, type == ElementType::UINT8 ? ".bvecs" : ".fvecs"), m_file(path) {
         m_type = type;
-        if (m_file.size() == 0)
-            m_file.fail(0, "the file is empty");
         uint32_t length;
         m_file.read_at(0, &length, LENGTH);
         if (length == 0 || length > INT32_MAX / npy::bytes_of(type))

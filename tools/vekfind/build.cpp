@@ -59,6 +59,19 @@ IdsAndTags read_ids_and_tags(const BuildOptions& options, const FeatureFile& fil
     return result;
 }
 
+// Likewise.
+features::Constants constants_of(const BuildOptions& options, const FeatureFile& file) {
+    features::Constants constants;
+    if (file.is_group())
+        constants = features::read_constants(file.path());
+    if (options.scale) {
+        constants.scale = options.scale;
+        constants.bias = options.bias;
+    }
+    constants.normalize |= options.rows.normalize;
+    return constants;
+}
+
 vekfind::Group make_group(const BuildOptions& options, const FeatureFile& file, uint32_t tag_size) {
     vekfind::Settings settings;
     settings.dim = static_cast<uint32_t>(std::min<size_t>(file.dim(), UINT32_MAX));
@@ -97,6 +110,37 @@ vekfind::Group read_group(const BuildOptions& options, FeatureFile& file) {
     return group;
 }
 
+// Is put in place behind the file that it goes with, and is on the disk before.
+class ConstantsFile {
+public:
+    ConstantsFile(const BuildOptions& options, const FeatureFile& file)
+        : m_file(features::constants_path(options.output)) {
+        m_file.write(features::constants_text(constants_of(options, file)));
+        m_file.flush(m_file.nr_written());
+    }
+    void commit() { m_file.commit(); }
+
+private:
+    tools::OutputFile m_file;
+};
+
+// Output files come first: what cannot be written is known before the work.
+void build_group(const BuildOptions& options, FeatureFile& file) {
+    tools::OutputFile output(options.output);
+    ConstantsFile constants(options, file);
+    features::dump(read_group(options, file), output);
+    constants.commit();
+}
+
+void build_int8(const BuildOptions& options, FeatureFile& file) {
+    const auto writer = features::create_features(options.output, features::ElementType::INT8,
+                                                  file.dim(), file.nr_rows());
+    ConstantsFile constants(options, file);
+    write_int8(file, *writer);
+    writer->commit();
+    constants.commit();
+}
+
 void build(const BuildOptions& options) {
     const std::string suffix = features::lower_case_suffix(options.output);
     if (suffix != ".vek" && suffix != ".npy")
@@ -105,21 +149,7 @@ void build(const BuildOptions& options) {
     const bool is_int8 = suffix == ".npy";
     check(options, is_int8);
     const auto file = features::open_features(options.features);
-    // The files come first: what cannot be written is known before the work.
-    tools::OutputFile constants(features::constants_path(options.output));
-    constants.write(
-        features::constants_text({options.scale, options.bias, options.rows.normalize}));
-    constants.flush(constants.nr_written());
-    if (is_int8) {
-        const auto writer = features::create_features(options.output, features::ElementType::INT8,
-                                                      file->dim(), file->nr_rows());
-        write_int8(*file, *writer);
-        writer->commit();
-    } else {
-        tools::OutputFile output(options.output);
-        features::dump(read_group(options, *file), output);
-    }
-    constants.commit();
+    is_int8 ? build_int8(options, *file) : build_group(options, *file);
     std::cout << tools::printable(options.output) << ": " << file->nr_rows() << " rows of "
               << file->dim() << (is_int8 ? " int8\n" : " float32\n");
 }
