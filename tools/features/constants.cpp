@@ -1,21 +1,23 @@
 #include "features/constants.h"
 
 #include <cfloat>
+#include <charconv>
 #include <cmath>
 #include <filesystem>
 
 #include "common/failure.h"
 #include "common/json_reader.h"
 #include "common/output_file.h"
-#include "common/text.h"
 
 namespace features {
 namespace {
 
 using tools::JsonValue;
 
+// The shortest that gives the same float.
 std::string number_text(float number) {
-    return tools::formatted("%.9g", static_cast<double>(number));
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof(text), number).ptr};
 }
 
 }  // namespace

@@ -36,8 +36,8 @@ void check(const BuildOptions& options, bool is_int8) {
         throw tools::BadUse("--bias: it is to be a number that a float holds");
     if (is_int8 && (options.rows.is_any() || !options.ids.empty() || !options.tags.empty()))
         throw tools::BadUse(options.output +
-                            ": 8-bit features are kept as .npy without ids and tags, and are "
-                            "neither normalized nor centered");
+                            ": 8-bit features are kept as they are, and ids and tags in files "
+                            "of their own: `vekfind search` has --ids and --tags");
 }
 
 struct IdsAndTags {
