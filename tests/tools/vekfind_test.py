@@ -198,6 +198,13 @@ def info_and_export_tell_what_is_there():
     empty = files.write(path("no_rows.vek"), struct.pack("<8s4Q", b"vek00001", 24, 0, 0, 0))
     assert "rows: 0" in vekfind("info", empty)
 
+    # Rows of 26 bytes, of which 2 are no float; no version, as in older files.
+    padded = struct.pack("<3Q", 26, 1, 2) + struct.pack("<3Q", 5, 4, 0) + b"".join(
+        packed([row]) + b"\xff\xff" for row in ROWS[:2]) + b"ab"
+    vekfind("export", files.write(path("old.vek"), padded))
+    assert array("old.features.npy") == ("<f4", (2, 6), packed(ROWS[:2]))
+    assert array("old.tags.npy") == ("|u1", (2, 1), b"ab") and numbers("old.ids.npy", "Q") == [5, 4]
+
     vekfind("export", group, "-o", path("out"))
     assert array("out.ids.npy") == ("<u8", (120,), struct.pack("<120Q", *IDS[::-1]))
     assert array("out.features.npy")[1:] == ((120, 6), packed(DAMAGED))

@@ -73,7 +73,7 @@ void convert_to_int8(const ConvertOptions& options, FeatureFile& file,
     const float scale =
         options.int8_scale ? *options.int8_scale : fit_int8_scale(file, preparation);
     write_quantized(file, preparation, scale, writer);
-    std::cout << "scale: " << tools::formatted("%.9g", static_cast<double>(scale))
+    std::cout << "int8 scale: " << tools::formatted("%.9g", static_cast<double>(scale))
               << " (an 8-bit element is the float times this)\n";
     if (options.int8_scale)
         return;
