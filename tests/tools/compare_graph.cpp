@@ -15,7 +15,7 @@
 #include "graph/opr/matrix_multiply.h"
 #include "graph/opr/shared_tensor_input.h"
 #include "group/compare_graphs.h"
-#include "npy.h"
+#include "common/npy.h"
 #include "serialization/graph_dumper.h"
 
 namespace {

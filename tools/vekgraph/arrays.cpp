@@ -4,7 +4,8 @@
 #include <cstring>
 #include <set>
 
-#include "vekgraph/failure.h"
+#include "common/failure.h"
+#include "common/text.h"
 #include "vekgraph/graph_file.h"
 #include "vekgraph/text.h"
 
@@ -19,9 +20,9 @@ std::vector<const orb::TensorHeader*> inputs_of(const orb::GraphFileFacts& facts
             continue;
         const std::string place = "the input at byte " + std::to_string(tensor.header.offset);
         if (tensor.header.name.empty())
-            throw BadFile(place + " has no name to give it a value by");
+            throw tools::BadFile(place + " has no name to give it a value by");
         if (!names.insert(tensor.header.name).second)
-            throw BadFile(place + " has the name of another, " + tensor.header.name);
+            throw tools::BadFile(place + " has the name of another, " + tensor.header.name);
         inputs.push_back(&tensor.header);
     }
     return inputs;
@@ -43,20 +44,22 @@ InputWord split(const std::string& word, const std::vector<const orb::TensorHead
     std::string names;
     for (const orb::TensorHeader* input : inputs)
         names += (names.empty() ? "" : ", ") + input->name;
-    throw BadUse("--input: " + word + " does not begin with NAME= of an input; the file has " +
-                 (names.empty() ? "none" : names));
+    throw tools::BadUse("--input: " + word +
+                        " does not begin with NAME= of an input; the file has " +
+                        (names.empty() ? "none" : names));
 }
 
 InputArray read_input(const orb::TensorHeader& input, const std::string& path) {
     InputArray result{input.name, input.layout.dtype, npy::read(path)};
     const auto type = element_type_of(result.dtype);
     if (!type || *type != result.array.type)
-        throw BadUse(path + " has elements of type " + npy::name_of(result.array.type) +
-                     ", but the input " + input.name + " takes " + dtype_text(result.dtype));
+        throw tools::BadUse(path + " has elements of type " + npy::name_of(result.array.type) +
+                            ", but the input " + input.name + " takes " + dtype_text(result.dtype));
     const size_t rank = result.array.shape.size();
     if (rank == 0 || rank > kern::TensorShape::MAX_NDIM)
-        throw BadUse(path + " has " + std::to_string(rank) + " axes, and a tensor has 1 to " +
-                     std::to_string(kern::TensorShape::MAX_NDIM));
+        throw tools::BadUse(path + " has " + std::to_string(rank) +
+                            " axes, and a tensor has 1 to " +
+                            std::to_string(kern::TensorShape::MAX_NDIM));
     return result;
 }
 
@@ -69,14 +72,14 @@ std::vector<InputArray> read_inputs(const orb::GraphFileFacts& facts,
     for (const std::string& word : words) {
         const auto [index, path] = split(word, inputs);
         if (arrays[index])
-            throw BadUse("--input: " + inputs[index]->name + " is given twice");
+            throw tools::BadUse("--input: " + inputs[index]->name + " is given twice");
         arrays[index] = read_input(*inputs[index], path);
     }
     std::vector<InputArray> result;
     for (size_t i = 0; i < inputs.size(); ++i) {
         if (!arrays[i])
-            throw BadUse("--input: the input " + inputs[i]->name + " is missing; it takes " +
-                         tensor_text(inputs[i]->layout) + " or another shape");
+            throw tools::BadUse("--input: the input " + inputs[i]->name + " is missing; it takes " +
+                                tensor_text(inputs[i]->layout) + " or another shape");
         result.push_back(std::move(*arrays[i]));
     }
     return result;
@@ -130,7 +133,7 @@ std::vector<std::string> output_file_names(const std::vector<std::string>& names
     std::vector<std::string> files;
     for (size_t i = 0; i < names.size(); ++i) {
         const std::string index = std::to_string(i);
-        std::string stem = names[i].empty() ? "output-" + index : safe_file_name(names[i]);
+        std::string stem = names[i].empty() ? "output-" + index : tools::safe_file_name(names[i]);
         while (std::find(files.begin(), files.end(), stem + ".npy") != files.end())
             stem += "-" + index;
         files.push_back(stem + ".npy");

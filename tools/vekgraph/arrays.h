@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "common/npy.h"
 #include "graph/tensor/tensor.h"
-#include "npy.h"
 #include "serialization/graph_inspector.h"
 
 namespace vekgraph {

@@ -1,12 +1,12 @@
 // `vekgraph check`: whether a graph file is whole and its graph can be built.
 #include <iostream>
 
+#include "common/json.h"
+#include "common/text.h"
 #include "serialization/graph_loader.h"
 #include "vekgraph/child.h"
 #include "vekgraph/commands.h"
 #include "vekgraph/graph_file.h"
-#include "vekgraph/json.h"
-#include "vekgraph/text.h"
 
 namespace vekgraph {
 namespace {
@@ -63,11 +63,11 @@ void print_findings(const Findings& findings) {
     const orb::GraphFileFacts& facts = *findings.facts;
     std::cout << "form: right; " << facts.operators.size() << " operators, " << facts.tensors.size()
               << " tensors, " << facts.outputs.size() << " outputs\n";
-    std::cout << "hash: " << hex(facts.header.hash);
+    std::cout << "hash: " << tools::hex(facts.header.hash);
     if (!findings.digest)
         std::cout << "; it cannot be compared, since another writer has made the file\n";
     else if (findings.has_other_digest())
-        std::cout << ", but the digest is " << hex(*findings.digest) << '\n';
+        std::cout << ", but the digest is " << tools::hex(*findings.digest) << '\n';
     else
         std::cout << ", as is the digest\n";
     std::cout << "end: byte " << facts.end << ", " << findings.bytes - facts.end
@@ -77,16 +77,16 @@ void print_findings(const Findings& findings) {
 
 // One line for each fault.
 void print_faults(const std::string& path, const Findings& findings) {
-    const std::string begin = "vekgraph: " + printable(path) + ": ";
+    const std::string begin = "vekgraph: " + tools::printable(path) + ": ";
     if (findings.form_fault)
         std::cerr << begin << findings.form_fault->what() << '\n';
     if (findings.facts && findings.has_other_digest())
         std::cerr << begin << "the hash is not the digest: bytes were changed\n";
     if (findings.load_fault)
-        std::cerr << begin << printable(findings.load_fault->text) << '\n';
+        std::cerr << begin << tools::printable(findings.load_fault->text) << '\n';
 }
 
-void write_place(JsonWriter& json, uint64_t byte, std::optional<uint64_t> operator_index) {
+void write_place(tools::JsonWriter& json, uint64_t byte, std::optional<uint64_t> operator_index) {
     json.key("byte").value(byte);
     json.key("operator");
     if (operator_index)
@@ -95,12 +95,12 @@ void write_place(JsonWriter& json, uint64_t byte, std::optional<uint64_t> operat
         json.null();
 }
 
-void write_facts(JsonWriter& json, const Findings& findings) {
+void write_facts(tools::JsonWriter& json, const Findings& findings) {
     const orb::GraphFileFacts& facts = *findings.facts;
-    json.key("hash").value(hex(facts.header.hash));
+    json.key("hash").value(tools::hex(facts.header.hash));
     json.key("digest");
     if (findings.digest)
-        json.value(hex(*findings.digest));
+        json.value(tools::hex(*findings.digest));
     else
         json.null();
     json.key("end").value(facts.end);
@@ -108,7 +108,7 @@ void write_facts(JsonWriter& json, const Findings& findings) {
 }
 
 void write_findings(const std::string& path, const Findings& findings) {
-    JsonWriter json(std::cout);
+    tools::JsonWriter json(std::cout);
     json.begin_object();
     json.key("file").value(path);
     json.key("bytes").value(findings.bytes);

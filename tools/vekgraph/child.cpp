@@ -13,8 +13,8 @@
 #include <iostream>
 #include <new>
 
+#include "common/failure.h"
 #include "kernels/check.h"
-#include "vekgraph/failure.h"
 #include "vekgraph/graph_file.h"
 
 namespace vekgraph {
@@ -93,9 +93,9 @@ constexpr int THREW = 3;
     try {
         work(progress);
         if (!std::cout.flush())
-            throw BadUse("the output cannot be written");
+            throw tools::BadUse("the output cannot be written");
     } catch (const std::exception& error) {
-        progress.failure_status = dynamic_cast<const BadUse*>(&error) ? 2 : 1;
+        progress.failure_status = dynamic_cast<const tools::BadUse*>(&error) ? 2 : 1;
         progress.note(error.what());
         status = THREW;
     }

@@ -2,11 +2,12 @@
 #include <fstream>
 #include <iostream>
 
+#include "common/failure.h"
+#include "common/json.h"
+#include "common/text.h"
 #include "vekgraph/commands.h"
-#include "vekgraph/failure.h"
 #include "vekgraph/graph_file.h"
 #include "vekgraph/graphviz.h"
-#include "vekgraph/json.h"
 #include "vekgraph/text.h"
 
 namespace vekgraph {
@@ -17,7 +18,7 @@ using Facts = orb::GraphFileFacts;
 // In a quoted string of the dot language, where a backslash and an ampersand begin escapes.
 std::string escaped(const std::string& text) {
     std::string result;
-    for (char c : printable(text)) {
+    for (char c : tools::printable(text)) {
         if (c == '&') {
             result += "&amp;";
             continue;
@@ -129,7 +130,7 @@ void write_dot(std::ostream& out, const Facts& facts) {
 }
 
 void write_json(std::ostream& out, const Facts& facts) {
-    JsonWriter json(out);
+    tools::JsonWriter json(out);
     json.begin_object();
     json.key("operators").begin_array();
     TensorWalk tensors(facts);
@@ -176,8 +177,8 @@ int draw(const FileOptions& file, const DrawOptions& options) {
                                                             : "";
     const bool is_text = output.empty() || ends_with(output, file.json ? ".json" : ".dot");
     if (file.json ? !is_text : (!is_text && picture.empty()))
-        throw BadUse("--output: " + output + " does not end in " +
-                     (file.json ? ".json" : ".dot, .svg or .png"));
+        throw tools::BadUse("--output: " + output + " does not end in " +
+                            (file.json ? ".json" : ".dot, .svg or .png"));
     const Facts facts = inspect_what_is_known(file);
     const auto write = [&](std::ostream& out) {
         file.json ? write_json(out, facts) : write_dot(out, facts);
@@ -190,7 +191,7 @@ int draw(const FileOptions& file, const DrawOptions& options) {
         std::ofstream out(output, std::ios::binary);
         write(out);
         if (!out.flush())
-            throw BadUse(output + ": cannot be written");
+            throw tools::BadUse(output + ": cannot be written");
     }
     return 0;
 }

@@ -1,6 +1,6 @@
 #include "vekgraph/graph_file.h"
 
-#include "vekgraph/failure.h"
+#include "common/failure.h"
 #include "vekgraph/text.h"
 
 namespace vekgraph {
@@ -14,7 +14,7 @@ orb::GraphFileFacts inspect(const std::string& path, const orb::GraphLoadConfig&
     try {
         return orb::inspect_graph_file(*input, config, allow_unknown);
     } catch (const orb::GraphFileError& error) {
-        throw BadFile(path + ": " + error.what());
+        throw tools::BadFile(path + ": " + error.what());
     }
 }
 
@@ -23,7 +23,7 @@ orb::GraphFileFacts inspect(const std::string& path, const orb::GraphLoadConfig&
 std::unique_ptr<orb::InputFile> open_input(const std::string& path) {
     auto input = orb::InputFile::open(path);
     if (!input)
-        throw BadUse(path + ": not a file that can be read");
+        throw tools::BadUse(path + ": not a file that can be read");
     return input;
 }
 
@@ -34,7 +34,8 @@ orb::GraphLoadConfig load_config(const FileOptions& options) {
         return config;
     const auto locator = Locator::try_parse(options.node);
     if (!locator || locator->type != orb::CompNode::DeviceType::CPU || locator->stream < 0)
-        throw BadUse("--node: " + options.node + " is no CPU node such as cpu0 or cpu:default");
+        throw tools::BadUse("--node: " + options.node +
+                            " is no CPU node such as cpu0 or cpu:default");
     config.node_mapper = [node = options.node](const Locator&) {
         return orb::CompNode::load(node);
     };
@@ -74,10 +75,11 @@ bool is_parameter(const orb::TensorFacts& tensor) {
            (tensor.method == orb::TensorMethod::CONSTANT && !tensor.header.name.empty());
 }
 
-void write_tensor_fields(JsonWriter& json, const orb::TensorHeader& tensor) {
+void write_tensor_fields(tools::JsonWriter& json, const orb::TensorHeader& tensor) {
     json.key("name").value(tensor.name);
     json.key("dtype").value(dtype_text(tensor.layout.dtype));
-    json.key("shape").value(tensor.layout);
+    json.key("shape");
+    write_shape(json, tensor.layout);
     json.key("bytes").value(uint64_t{tensor.bytes});
     json.key("node").value(tensor.node.to_string());
 }

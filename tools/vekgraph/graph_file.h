@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
+#include "common/json.h"
 #include "serialization/graph_inspector.h"
 #include "vekgraph/commands.h"
-#include "vekgraph/json.h"
 
 namespace vekgraph {
 
@@ -30,6 +30,6 @@ bool is_input(const orb::TensorFacts& tensor);
 bool is_parameter(const orb::TensorFacts& tensor);
 
 // "name", "dtype", "shape", "bytes" and "node", into the object that was begun.
-void write_tensor_fields(JsonWriter& json, const orb::TensorHeader& tensor);
+void write_tensor_fields(tools::JsonWriter& json, const orb::TensorHeader& tensor);
 
 }  // namespace vekgraph

@@ -6,9 +6,9 @@
 #include <chrono>
 #include <iostream>
 
+#include "common/failure.h"
 #include "graph/exec/graph_function.h"
 #include "serialization/graph_loader.h"
-#include "vekgraph/failure.h"
 #include "vekgraph/graph_file.h"
 #include "vekgraph/text.h"
 
@@ -63,16 +63,16 @@ void set_inputs(const orb::GraphLoadResult& graph, const std::vector<InputArray>
 
 void check_outputs(const orb::GraphLoadResult& graph, const RunOptions& options) {
     if (graph.output_vars.empty())
-        throw BadFile("the graph has no outputs to run for");
+        throw tools::BadFile("the graph has no outputs to run for");
     bool is_inline = true;
     for (const orb::GraphVar* var : graph.output_vars) {
         is_inline &= var->comp_node().is_inline();
         if (!options.output_folder.empty() && !element_type_of(var->dtype()))
-            throw BadFile("an output has elements of type " + dtype_text(var->dtype()) +
-                          ", for which .npy files have no form");
+            throw tools::BadFile("an output has elements of type " + dtype_text(var->dtype()) +
+                                 ", for which .npy files have no form");
     }
     if (options.record && is_inline)
-        throw BadUse("--record needs a node with a worker, such as --node cpu0");
+        throw tools::BadUse("--record needs a node with a worker, such as --node cpu0");
 }
 
 // Keeps what the outputs are in the first run.

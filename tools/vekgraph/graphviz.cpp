@@ -10,13 +10,13 @@
 #include <cstring>
 #include <sstream>
 
-#include "vekgraph/failure.h"
+#include "common/failure.h"
 
 namespace vekgraph {
 namespace {
 
 [[noreturn]] void refuse(const std::string& text) {
-    throw BadUse("graphviz's program `dot` " + text);
+    throw tools::BadUse("graphviz's program `dot` " + text);
 }
 
 // Its standard input is the other end of the pipe.

@@ -3,9 +3,10 @@
 #include <iostream>
 #include <map>
 
+#include "common/json.h"
+#include "common/text.h"
 #include "vekgraph/commands.h"
 #include "vekgraph/graph_file.h"
-#include "vekgraph/json.h"
 #include "vekgraph/text.h"
 
 namespace vekgraph {
@@ -65,15 +66,15 @@ std::string feature_text(const orb::GraphFileHeader& header) {
 std::string stop_text(const orb::GraphFileFacts& facts) {
     const orb::RecordHead& head = *facts.stopped_at;
     return "operator " + std::to_string(facts.operators.size()) + " at byte " +
-           std::to_string(head.offset) + " is " + hex(head.type_id) + " (" + title_of(head.record) +
-           "), which is not available: where it ends cannot be known";
+           std::to_string(head.offset) + " is " + tools::hex(head.type_id) + " (" +
+           title_of(head.record) + "), which is not available: where it ends cannot be known";
 }
 
 void print_header(const std::string& path, uint64_t bytes, const orb::GraphFileFacts& facts) {
     const orb::GraphFileHeader& header = facts.header;
-    std::cout << printable(path) << ": graph file of " << bytes << " bytes\n"
+    std::cout << tools::printable(path) << ": graph file of " << bytes << " bytes\n"
               << "version: " << header.version << "\nfeatures: " << feature_text(header)
-              << "\nhash: " << hex(header.hash) << "\noperators: " << header.nr_operators
+              << "\nhash: " << tools::hex(header.hash) << "\noperators: " << header.nr_operators
               << "\nshared tensors: " << header.nr_shared_tensors << '\n';
     if (facts.stopped_at)
         std::cout << "stopped: " << stop_text(facts) << '\n';
@@ -81,7 +82,7 @@ void print_header(const std::string& path, uint64_t bytes, const orb::GraphFileF
         std::cout << "bytes behind the graph: " << bytes - facts.end << '\n';
 }
 
-void print_section(const char* title, const Table& table) {
+void print_section(const char* title, const tools::Table& table) {
     std::cout << '\n' << title << ":\n";
     if (table.is_empty())
         std::cout << "  none\n";
@@ -90,24 +91,24 @@ void print_section(const char* title, const Table& table) {
 }
 
 void print_operators(const orb::GraphFileFacts& facts) {
-    Table table("rll", {"count", "id", "operator"});
+    tools::Table table("rll", {"count", "id", "operator"});
     for (const TypeCount& type : count_types(facts))
-        table.add({std::to_string(type.count), hex(type.id), title_of(type.record)});
+        table.add({std::to_string(type.count), tools::hex(type.id), title_of(type.record)});
     print_section("operators by type", table);
 }
 
 void print_tensors(const orb::GraphFileFacts& facts) {
-    Table dtypes("rl", {"tensors", "data type"});
+    tools::Table dtypes("rl", {"tensors", "data type"});
     for (const auto& [name, count] : count_dtypes(facts))
         dtypes.add({std::to_string(count), name});
     print_section("data types", dtypes);
 
-    Table inputs("lll", {"name", "tensor", "node"});
-    Table parameters("llrll", {"name", "tensor", "bytes", "node", "shared"});
+    tools::Table inputs("lll", {"name", "tensor", "node"});
+    tools::Table parameters("llrll", {"name", "tensor", "bytes", "node", "shared"});
     uint64_t nr_constants = 0, constant_bytes = 0, parameter_bytes = 0;
     for (const orb::TensorFacts& tensor : facts.tensors) {
         const orb::TensorHeader& header = tensor.header;
-        const std::string name = printable(header.name), text = tensor_text(header.layout);
+        const std::string name = tools::printable(header.name), text = tensor_text(header.layout);
         if (is_input(tensor)) {
             inputs.add({name, text, header.node.to_string()});
         } else if (is_parameter(tensor)) {
@@ -126,18 +127,18 @@ void print_tensors(const orb::GraphFileFacts& facts) {
 }
 
 void print_outputs(const orb::GraphFileFacts& facts) {
-    Table table("rlr", {"output", "name", "id"});
+    tools::Table table("rlr", {"output", "name", "id"});
     for (size_t i = 0; i < facts.outputs.size(); ++i)
-        table.add({std::to_string(i), printable(facts.var_name(facts.outputs[i].var)),
+        table.add({std::to_string(i), tools::printable(facts.var_name(facts.outputs[i].var)),
                    std::to_string(facts.outputs[i].id)});
     print_section("outputs", table);
 }
 
-void write_header(JsonWriter& json, const orb::GraphFileFacts& facts) {
+void write_header(tools::JsonWriter& json, const orb::GraphFileFacts& facts) {
     const orb::GraphFileHeader& header = facts.header;
     json.key("version").value(uint64_t{header.version});
     json.key("features").value(uint64_t{header.features});
-    json.key("hash").value(hex(header.hash));
+    json.key("hash").value(tools::hex(header.hash));
     json.key("nr_operators").value(header.nr_operators);
     json.key("nr_shared_tensors").value(header.nr_shared_tensors);
     json.key("stopped");
@@ -148,16 +149,16 @@ void write_header(JsonWriter& json, const orb::GraphFileFacts& facts) {
     json.begin_object();
     json.key("operator").value(uint64_t{facts.operators.size()});
     json.key("byte").value(facts.stopped_at->offset);
-    json.key("id").value(hex(facts.stopped_at->type_id));
+    json.key("id").value(tools::hex(facts.stopped_at->type_id));
     json.key("title").value(title_of(facts.stopped_at->record));
     json.end_object();
 }
 
-void write_operators(JsonWriter& json, const orb::GraphFileFacts& facts) {
+void write_operators(tools::JsonWriter& json, const orb::GraphFileFacts& facts) {
     json.key("operators").begin_array();
     for (const TypeCount& type : count_types(facts)) {
         json.begin_object();
-        json.key("id").value(hex(type.id));
+        json.key("id").value(tools::hex(type.id));
         json.key("title").value(title_of(type.record));
         json.key("count").value(type.count);
         json.end_object();
@@ -165,7 +166,7 @@ void write_operators(JsonWriter& json, const orb::GraphFileFacts& facts) {
     json.end_array();
 }
 
-void write_tensors(JsonWriter& json, const orb::GraphFileFacts& facts) {
+void write_tensors(tools::JsonWriter& json, const orb::GraphFileFacts& facts) {
     const auto list = [&](const char* key, auto is_wanted) {
         json.key(key).begin_array();
         for (const orb::TensorFacts& tensor : facts.tensors) {
@@ -188,7 +189,7 @@ void write_tensors(JsonWriter& json, const orb::GraphFileFacts& facts) {
          [](const orb::TensorFacts& tensor) { return !is_input(tensor) && !is_parameter(tensor); });
 }
 
-void write_outputs(JsonWriter& json, const orb::GraphFileFacts& facts) {
+void write_outputs(tools::JsonWriter& json, const orb::GraphFileFacts& facts) {
     json.key("outputs").begin_array();
     for (const orb::OutputRecord& output : facts.outputs) {
         json.begin_object();
@@ -211,7 +212,7 @@ int info(const FileOptions& file) {
         print_outputs(facts);
         return 0;
     }
-    JsonWriter json(std::cout);
+    tools::JsonWriter json(std::cout);
     json.begin_object();
     json.key("file").value(file.path);
     json.key("bytes").value(bytes);

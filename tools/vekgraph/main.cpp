@@ -1,12 +1,10 @@
 // vekgraph: looks into graph files, checks, draws and runs them. Exit status: 0, 1 for a bad file,
 // 2 for bad use.
 #include <CLI/CLI.hpp>
-#include <iostream>
 
-#include "npy.h"
+#include "common/command_line.h"
+#include "common/failure.h"
 #include "vekgraph/commands.h"
-#include "vekgraph/failure.h"
-#include "vekgraph/text.h"
 
 namespace {
 
@@ -60,15 +58,10 @@ int run_command(int nr_words, char** words) {
     CLI::App* run = add_command(app, "run", "run the graph on .npy files", file);
     add_load_options(*run, file);
     add_run_options(*run, run_options);
-    try {
-        app.parse(nr_words, words);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app.exit(error);  // help was asked for
-        throw vekgraph::BadUse(error.what());
-    }
+    if (const auto status = tools::parse(app, nr_words, words))
+        return *status;
     if (app.get_subcommands().empty())
-        throw vekgraph::BadUse("a command is needed: info, check, draw or run; see --help");
+        throw tools::BadUse("a command is needed: info, check, draw or run; see --help");
     if (*info)
         return vekgraph::info(file);
     if (*check)
@@ -76,22 +69,8 @@ int run_command(int nr_words, char** words) {
     return *draw ? vekgraph::draw(file, draw_options) : vekgraph::run(file, run_options);
 }
 
-int fail(const std::string& text, int status) {
-    std::cout.flush();
-    std::cerr << "vekgraph: " << vekgraph::printable(text) << '\n';
-    return status;
-}
-
 }  // namespace
 
 int main(int nr_words, char** words) {
-    try {
-        const int status = run_command(nr_words, words);
-        std::cout.flush();
-        return std::cout ? status : fail("the output cannot be written", 2);
-    } catch (const vekgraph::BadUse& error) {
-        return fail(error.what(), 2);
-    } catch (const std::exception& error) {
-        return fail(error.what(), 1);
-    }
+    return tools::run_program("vekgraph", [=] { return run_command(nr_words, words); });
 }

@@ -3,11 +3,12 @@
 #include <filesystem>
 #include <iostream>
 
+#include "common/failure.h"
+#include "common/json.h"
+#include "common/text.h"
 #include "vekgraph/commands.h"
-#include "vekgraph/failure.h"
 #include "vekgraph/graph_file.h"
 #include "vekgraph/graph_run.h"
-#include "vekgraph/json.h"
 #include "vekgraph/text.h"
 
 namespace vekgraph {
@@ -30,7 +31,7 @@ void make_folder(const std::string& folder) {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
     if (error || !std::filesystem::is_directory(folder))
-        throw BadUse("--output-dir: " + folder + " cannot be made");
+        throw tools::BadUse("--output-dir: " + folder + " cannot be made");
 }
 
 std::string path_of(const RunOptions& options, const std::string& file) {
@@ -63,32 +64,32 @@ std::string percent(double part, double whole) {
 }
 
 void print_profile(const RunResult& result) {
-    Table table("rrrrlll", {"share", "time", "steps", "a step", "operator", "node", "name"});
+    tools::Table table("rrrrlll", {"share", "time", "steps", "a step", "operator", "node", "name"});
     const double total = total_seconds(result.profile);
     for (const ProfileRow& row : result.profile) {
         const double a_step = row.seconds / static_cast<double>(row.nr_steps);
-        table.add({percent(row.seconds, total), seconds_text(row.seconds),
-                   std::to_string(row.nr_steps), seconds_text(a_step), row.title, row.node,
-                   printable(row.name)});
+        table.add({percent(row.seconds, total), tools::seconds_text(row.seconds),
+                   std::to_string(row.nr_steps), tools::seconds_text(a_step), row.title, row.node,
+                   tools::printable(row.name)});
     }
     std::cout << '\n';
     table.print(std::cout);
 }
 
 void print_result(const RunOptions& options, const OutputNames& names, const RunResult& result) {
-    std::cout << "load: " << seconds_text(result.load_seconds)
-              << "\nfirst run: " << seconds_text(result.first_seconds) << '\n';
+    std::cout << "load: " << tools::seconds_text(result.load_seconds)
+              << "\nfirst run: " << tools::seconds_text(result.first_seconds) << '\n';
     if (!result.more_seconds.empty())
         std::cout << result.more_seconds.size() << " more: median "
-                  << seconds_text(median(result.more_seconds)) << ", fastest "
-                  << seconds_text(result.more_seconds.front()) << '\n';
+                  << tools::seconds_text(median(result.more_seconds)) << ", fastest "
+                  << tools::seconds_text(result.more_seconds.front()) << '\n';
     if (options.record)
         std::cout << "recorded: "
                   << (result.was_recorded ? "yes" : "no, this graph cannot be recorded") << '\n';
-    Table table("rlll", {"output", "name", "tensor", "file"});
+    tools::Table table("rlll", {"output", "name", "tensor", "file"});
     for (size_t i = 0; i < result.outputs.size(); ++i) {
         const OutputArray& output = result.outputs[i];
-        table.add({std::to_string(i), printable(names.in_graph[i]),
+        table.add({std::to_string(i), tools::printable(names.in_graph[i]),
                    dtype_text(output.dtype) + " " + output.shape.to_string(),
                    options.output_folder.empty() ? "" : path_of(options, names.files[i])});
     }
@@ -97,14 +98,15 @@ void print_result(const RunOptions& options, const OutputNames& names, const Run
         print_profile(result);
 }
 
-void write_output_list(JsonWriter& json, const RunOptions& options, const OutputNames& names,
+void write_output_list(tools::JsonWriter& json, const RunOptions& options, const OutputNames& names,
                        const RunResult& result) {
     json.key("outputs").begin_array();
     for (size_t i = 0; i < result.outputs.size(); ++i) {
         json.begin_object();
         json.key("name").value(names.in_graph[i]);
         json.key("dtype").value(dtype_text(result.outputs[i].dtype));
-        json.key("shape").value(result.outputs[i].shape);
+        json.key("shape");
+        write_shape(json, result.outputs[i].shape);
         if (!options.output_folder.empty())
             json.key("file").value(path_of(options, names.files[i]));
         json.end_object();
@@ -112,7 +114,7 @@ void write_output_list(JsonWriter& json, const RunOptions& options, const Output
     json.end_array();
 }
 
-void write_profile(JsonWriter& json, const RunResult& result) {
+void write_profile(tools::JsonWriter& json, const RunResult& result) {
     json.key("profile").begin_array();
     for (const ProfileRow& row : result.profile) {
         json.begin_object();
@@ -128,7 +130,7 @@ void write_profile(JsonWriter& json, const RunResult& result) {
 
 void write_result(const std::string& path, const RunOptions& options, const OutputNames& names,
                   const RunResult& result) {
-    JsonWriter json(std::cout);
+    tools::JsonWriter json(std::cout);
     json.begin_object();
     json.key("file").value(path);
     json.key("load_seconds").value(result.load_seconds);
@@ -150,7 +152,7 @@ void write_result(const std::string& path, const RunOptions& options, const Outp
 
 int run(const FileOptions& file, const RunOptions& options) {
     if (options.nr_runs == 0)
-        throw BadUse("--repeat: there is at least one run");
+        throw tools::BadUse("--repeat: there is at least one run");
     const orb::GraphFileFacts facts = inspect_strictly(file);
     const std::vector<InputArray> inputs = read_inputs(facts, options.inputs);
     const OutputNames names = names_of_outputs(facts);
@@ -170,8 +172,8 @@ int run(const FileOptions& file, const RunOptions& options) {
         return 0;
     const std::string text = file.path + ": " + stop_text(facts, end);
     if (end.exit_status == 2)
-        throw BadUse(text);
-    throw BadFile(text);
+        throw tools::BadUse(text);
+    throw tools::BadFile(text);
 }
 
 }  // namespace vekgraph

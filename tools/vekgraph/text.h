@@ -1,42 +1,16 @@
-// Texts for people: names of strangers made harmless, numbers, types, and tables.
+// Types and shapes of tensors, for people and as JSON.
 #pragma once
 
-#include <cstdint>
-#include <ostream>
 #include <string>
-#include <vector>
 
+#include "common/json.h"
 #include "kernels/types/layout.h"
 
 namespace vekgraph {
 
-// Bytes of the well-formed UTF-8 character at this position; 0 where there is none.
-size_t utf8_length(const std::string& text, size_t position);
-// Control characters and bytes that are no UTF-8 are written as \xNN, so that a name cannot steer a
-// terminal.
-std::string printable(const std::string& text);
-// Letters, digits and "._-" only, not empty and not hidden.
-std::string safe_file_name(const std::string& name);
-
-std::string hex(uint64_t number);  // 16 digits behind 0x
-std::string seconds_text(double seconds);
 std::string dtype_text(kern::DType dtype);                  // with its parameters
 std::string tensor_text(const kern::TensorLayout& layout);  // such as "Float32 {2,3}"
-
-// Columns as wide as their widest cell.
-class Table {
-public:
-    // One letter a column: 'l' for left, 'r' for right.
-    Table(std::string alignment, std::vector<std::string> heads);
-
-    void add(std::vector<std::string> cells);
-    bool is_empty() const { return m_rows.size() == 1; }
-    // Each row is indented by two places.
-    void print(std::ostream& out) const;
-
-private:
-    std::string m_alignment;
-    std::vector<std::vector<std::string>> m_rows;
-};
+// The axes' lengths as an array.
+void write_shape(tools::JsonWriter& json, const kern::TensorShape& shape);
 
 }  // namespace vekgraph

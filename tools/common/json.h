@@ -5,9 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "kernels/types/layout.h"
-
-namespace vekgraph {
+namespace tools {
 
 class JsonWriter {
 public:
@@ -20,9 +18,8 @@ public:
     void value(const char* text) { value(std::string(text)); }
     void value(uint64_t number);
     void value(int32_t number);
-    void value(double number);
+    void value(double number, int nr_digits = 9);
     void value(bool flag);
-    void value(const kern::TensorShape& shape);
     void null();
 
     void begin_object() { begin('{'); }
@@ -42,4 +39,4 @@ private:
     bool m_needs_comma = false;
 };
 
-}  // namespace vekgraph
+}  // namespace tools

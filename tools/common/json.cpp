@@ -1,11 +1,11 @@
-#include "vekgraph/json.h"
+#include "common/json.h"
 
 #include <cmath>
 #include <cstdio>
 
-#include "vekgraph/text.h"
+#include "common/text.h"
 
-namespace vekgraph {
+namespace tools {
 
 JsonWriter& JsonWriter::key(const char* name) {
     separate();
@@ -30,27 +30,20 @@ void JsonWriter::value(int32_t number) {
     m_out << number;
 }
 
-void JsonWriter::value(double number) {
+void JsonWriter::value(double number, int nr_digits) {
     separate();
     if (!std::isfinite(number)) {
         m_out << "null";
         return;
     }
     char text[32];
-    std::snprintf(text, sizeof(text), "%.9g", number);
+    std::snprintf(text, sizeof(text), "%.*g", nr_digits, number);
     m_out << text;
 }
 
 void JsonWriter::value(bool flag) {
     separate();
     m_out << (flag ? "true" : "false");
-}
-
-void JsonWriter::value(const kern::TensorShape& shape) {
-    begin_array();
-    for (size_t axis = 0; axis < shape.ndim; ++axis)
-        value(uint64_t{shape[axis]});
-    end_array();
 }
 
 void JsonWriter::null() {
@@ -96,4 +89,4 @@ void JsonWriter::write_string(const std::string& text) {
     m_out << '"';
 }
 
-}  // namespace vekgraph
+}  // namespace tools
