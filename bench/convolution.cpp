@@ -10,9 +10,9 @@
 
 #include "bench/bench_util.h"
 #include "bench/convolution_peer.h"
-#include "bench/machine_limits.h"
 #include "bench/networks.h"
 #include "kernels/operators/convolution_forward.h"
+#include "tools/common/machine_limits.h"
 
 namespace {
 
