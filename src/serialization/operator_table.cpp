@@ -5,10 +5,13 @@
 #include "graph/opr/argsort.h"
 #include "graph/opr/batched_matrix_multiply.h"
 #include "graph/opr/cond_take.h"
+#include "graph/opr/conv_bias.h"
+#include "graph/opr/convolution.h"
 #include "graph/opr/cumsum.h"
 #include "graph/opr/dimension_shuffle.h"
 #include "graph/opr/elementwise_operator.h"
 #include "graph/opr/inplace_add.h"
+#include "graph/opr/mask_convolution.h"
 #include "graph/opr/matrix_multiply.h"
 #include "graph/opr/reduce_operator.h"
 #include "graph/opr/top_k.h"
@@ -41,9 +44,9 @@ const Row ROWS[] = {
     {0x2b02295a8c69e15c, ""},
     {0xc5fc51762933a3e9, "matrix_inv"},
     {0xe1aa3a2851c4c794, ""},
-    {0xbc193eef48c27b7e, "conv_fwdv2"},
-    {0xb9c1f1df5155061e, "conv_bwd_data"},
-    {0xb1b87e381228d93a, "conv_bwd_filter"},
+    {0xbc193eef48c27b7e, "conv_fwdv2", current_form<ConvolutionForward>},
+    {0xb9c1f1df5155061e, "conv_bwd_data", current_form<ConvolutionBackwardData>},
+    {0xb1b87e381228d93a, "conv_bwd_filter", current_form<ConvolutionBackwardFilter>},
     {0x1fd3bdfbc60c1609, "images2neibs"},
     {0x8383d7076a08cfdc, "images2neibs_grad"},
     {0x9edd650ec3be561c, "local"},
@@ -58,12 +61,12 @@ const Row ROWS[] = {
     {0x99f3dfbdc3b10b7d, "pooling_bwd"},
     {0x780c2abbf359d096, "roi_pooling"},
     {0x9ee4378c69376aea, "roi_pooling_backward"},
-    {0x2e983067975c0ac3, "mask_conv_fwd"},
-    {0x18b1e0951c8cb059, "mask_propagate"},
-    {0x36eef72ba63bd7e6, "conv3d"},
-    {0xb79ee11e62876d2e, "conv3d_bwd_data"},
-    {0x1391dfb0a26ea51c, "conv3d_bwd_filter"},
-    {0xc2910e49be9f970a, "conv_bias"},
+    {0x2e983067975c0ac3, "mask_conv_fwd", current_form<MaskConvolution>},
+    {0x18b1e0951c8cb059, "mask_propagate", current_form<MaskPropagate>},
+    {0x36eef72ba63bd7e6, "conv3d", current_form<Convolution3DForward>},
+    {0xb79ee11e62876d2e, "conv3d_bwd_data", current_form<Convolution3DBackwardData>},
+    {0x1391dfb0a26ea51c, "conv3d_bwd_filter", current_form<Convolution3DBackwardFilter>},
+    {0xc2910e49be9f970a, "conv_bias", current_form<ConvBias>},
     {0x2c01491139ff113e, "NnlibOperator"},
     {0x8ae33c917f30787a, "empty_const"},
     {0x1ae9ebf552e8d977, "warp_perspective"},

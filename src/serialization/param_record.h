@@ -122,7 +122,7 @@ template <typename Operator>
 OperatorRecord form_read_by(typename Operator::Param (*read)(OprLoadContext&)) {
     const auto read_checked = [read](OprLoadContext& context, size_t nr_inputs) {
         const typename Operator::Param param = read(context);
-        if (!Operator::accepts(param) || Operator::nr_inputs(param) != nr_inputs)
+        if (!Operator::accepts(param) || !Operator::takes(param, nr_inputs))
             context.fail(GraphFileFault::OPERATOR);
         return param;
     };

@@ -1,4 +1,4 @@
-// Convolutions: naive against the formula, every algorithm of every level against naive.
+// Convolutions: the order of naive, every algorithm of every level against naive.
 #include "tests/kernels/convolution_test_util.h"
 
 namespace kern_test {
@@ -14,30 +14,6 @@ void expect_near(const Tensor& dst, const Tensor& expected, size_t depth) {
     const double bound = 1e-6 * static_cast<double>(depth + 16);
     for (size_t i = 0; i < dst.layout().element_count(); ++i)
         ASSERT_LE(std::abs(dst.get(i) - expected.get(i)), bound) << "output " << i;
-}
-
-TEST(Convolution, NaiveFollowsTheFormula) {
-    std::mt19937 random(1);
-    for (int i = 0; i < 25; ++i) {
-        const auto problem = random_convolution(random);
-        for (const Kind& kind : kinds()) {
-            SCOPED_TRACE(problem.text() + " " + kind.name);
-            ConvolutionOperands in(problem, kind);
-            in.src.fill_integers(random, kind.a_zero ? 0 : -128, kind.a_zero ? 255 : 127);
-            in.filter.fill_integers(random, kind.b_zero ? 0 : -128, kind.b_zero ? 255 : 127);
-            if (kind.a == DType::Float16())  // sums that fit
-                in.filter.fill_integers(random, -1, 1), in.src.fill_integers(random, -4, 4);
-            const auto dst = convolve(NAIVE, problem, kind, in);
-            Tensor expected(problem.dst(), kind.c);
-            std::vector<double> sums(expected.layout().element_count());
-            for_each_product(problem, [&](size_t output, size_t src, size_t filter) {
-                sums[output] +=
-                    (in.src.get(src) - kind.a_zero) * (in.filter.get(filter) - kind.b_zero);
-            });
-            expected.fill_with(sums);
-            ASSERT_EQ(dst->bytes(), expected.bytes());
-        }
-    }
 }
 
 // The order of additions, which other levels repeat.

@@ -3,9 +3,13 @@
 #include "kernels/operators/arg_max.h"
 #include "kernels/operators/batched_matrix_mul.h"
 #include "kernels/operators/cond_take.h"
+#include "kernels/operators/conv_bias.h"
+#include "kernels/operators/convolution_backward.h"
+#include "kernels/operators/convolution_forward.h"
 #include "kernels/operators/cumsum.h"
 #include "kernels/operators/elementwise.h"
 #include "kernels/operators/elementwise_multi_type.h"
+#include "kernels/operators/mask_conv.h"
 #include "kernels/operators/reduce.h"
 #include "kernels/operators/relayout.h"
 #include "kernels/operators/sorting.h"
@@ -390,6 +394,129 @@ TEST(RefusedViews, AreReportedApart) {
     EXPECT_STREQ(kind([&] { layout.permuted({1, 0}).reshape({6}); }), "reshape");
     EXPECT_STREQ(kind([&] { layout.permuted({0}); }), "error");
     EXPECT_STREQ(kind([&] { layout.reshape({3, 2}); }), "none");
+}
+
+// One thing of a convolution changed in each row.
+TEST_P(Refusals, Convolutions) {
+    struct Row {
+        std::function<void(kern::ConvolutionParam&, RawTensor&, RawTensor&, RawTensor&)> change;
+        bool is_fine = false;
+    };
+    using P = kern::ConvolutionParam;
+    using T = RawTensor;
+    const Row rows[] = {
+        {[](P&, T&, T&, T&) {}, true},
+        {[](P& p, T&, T&, T&) { p.mode = kern::ConvolutionMode{2}; }},
+        {[](P& p, T&, T&, T&) { p.sparse = kern::ConvolutionSparse{2}; }},
+        {[](P& p, T&, T&, T&) { p.sparse = kern::ConvolutionSparse::GROUP; }},
+        {[](P& p, T&, T&, T&) { p.format = kern::ConvolutionFormat{1}; }},
+        {[](P& p, T&, T&, T&) { p.data_type = kern::MatrixMulDataType::INT8_TO_INT16; }},
+        {[](P& p, T&, T&, T&) { p.stride_h = 0; }},
+        {[](P& p, T&, T&, T&) { p.dilate_w = 0; }},
+        {[](P& p, T&, T&, T&) { p.dilate_h = 3; }},  // the filter is larger than the image
+        {[](P& p, T&, T&, T&) { p.pad_w = 1; }},
+        {[&](P&, T& src, T&, T&) {
+            src = at({2, 3, 5, 5}, F32);
+        }},
+        {[&](P&, T& src, T&, T&) {
+            src = at({2, 2, 5, 5}, F16);
+        }},
+        {[&](P&, T& src, T&, T&) {
+            src = at(strided({2, 2, 5, 5}, {60, 30, 6, 1}, F32));
+        }},
+        {[&](P&, T&, T& filter, T&) {
+            filter = at({1, 3, 2, 3, 3}, F32);
+        }},
+        {[&](P&, T&, T& filter, T&) {
+            filter = at({3, 2, 3, 3}, F16);
+        }},
+        {[&](P&, T&, T&, T& dst) {
+            dst = at({1, 3, 3, 3}, F32);
+        }},
+        {[&](P&, T&, T&, T& dst) {
+            dst = at({2, 3, 3, 3}, I32);
+        }},
+        {[&](P&, T&, T&, T& dst) {
+            dst = at({2, 3, 9}, F32);
+        }},
+    };
+    for (const Row& row : rows) {
+        P param;
+        RawTensor src = at({2, 2, 5, 5}, F32), filter = at({3, 2, 3, 3}, F32);
+        RawTensor dst = at({2, 3, 3, 3}, F32);
+        const RawTensor bias = at({1, 3, 1, 1}, F32), mask = at({3, 3}, I32);
+        row.change(param, src, filter, dst);
+        const std::function<void()> calls[] = {
+            [&] { run<kern::ConvolutionForward>(param, src, filter, dst, work()); },
+            [&] { run<kern::ConvolutionBackwardData>(param, src, filter, dst, work()); },
+            [&] { run<kern::ConvolutionBackwardFilter>(param, src, filter, dst, work()); },
+            [&] {
+                run<kern::ConvBiasForward>({param, {}}, src, filter, bias, dst, work());
+            },
+            [&] { run<kern::MaskConvForward>(param, src, filter, mask, dst, work()); },
+        };
+        for (const auto& call : calls) {
+            SCOPED_TRACE(std::to_string(&row - rows) + " " + std::to_string(&call - calls));
+            if (row.is_fine)
+                call();
+            else
+                EXPECT_REFUSED(call());
+        }
+    }
+}
+
+TEST_P(Refusals, BiasesMasksAndWorkspaces) {
+    const RawTensor src = at({2, 2, 5, 5}, F32), filter = at({3, 2, 3, 3}, F32);
+    const RawTensor dst = at({2, 3, 3, 3}, F32), bias = at({1, 3, 1, 1}, F32);
+    const auto add = [&](uint32_t nonlinearity, const RawTensor& operand) {
+        run<kern::ConvBiasForward>({{}, kern::Nonlinearity{nonlinearity}}, src, filter, operand,
+                                   dst, work());
+    };
+    add(5, bias);
+    EXPECT_REFUSED(add(6, bias));
+    EXPECT_REFUSED(add(0, at({1, 2, 1, 1}, F32)));
+    EXPECT_REFUSED(add(0, at({3}, F32)));
+    EXPECT_REFUSED(add(0, at({1, 3, 1, 1}, F16)));
+    const auto add_integers = [&](uint32_t nonlinearity, MatrixMulDataType data_type, DType sum) {
+        kern::ConvBiasParam param;
+        param.data_type = data_type;
+        param.nonlinearity = kern::Nonlinearity{nonlinearity};
+        const DType in = sum == S32 ? S8 : I8;
+        run<kern::ConvBiasForward>(param, at({2, 2, 5, 5}, in), at({3, 2, 3, 3}, in),
+                                   at({1, 3, 1, 1}, sum), at({2, 3, 3, 3}, sum), work());
+    };
+    add_integers(1, MatrixMulDataType::INT8_TO_INT32, I32);
+    EXPECT_REFUSED(add_integers(2, MatrixMulDataType::INT8_TO_INT32, I32));
+    EXPECT_REFUSED(add_integers(0, MatrixMulDataType::INT8_TO_INT32, S32));
+
+    const auto mask_out = [&](const RawTensor& mask) {
+        run<kern::MaskConvForward>({}, src, filter, mask, dst, work());
+    };
+    mask_out(at({3, 3}, U8));
+    EXPECT_REFUSED(mask_out(at({3, 3}, A8)));
+    EXPECT_REFUSED(mask_out(at({1, 1, 3, 3}, U8)));
+    EXPECT_REFUSED(mask_out(at({5, 5}, U8)));
+    kern::MaskPropagateParam param;
+    param.kernel_h = param.kernel_w = 3;
+    const auto propagate = [&](const RawTensor& from, const RawTensor& to) {
+        run<kern::MaskPropagate>(param, from, to, work(0));
+    };
+    propagate(at({5, 5}, I32), at({3, 3}, I32));
+    EXPECT_REFUSED(propagate(at({5, 5}, I32), at({3, 3}, U8)));
+    EXPECT_REFUSED(propagate(at({5, 5}, S8), at({3, 3}, S8)));
+    EXPECT_REFUSED(propagate(at({5, 5}, I32), at({5, 5}, I32)));
+    EXPECT_REFUSED(propagate(at({1, 5, 5}, I32), at({3, 3}, I32)));
+    param.kernel_w = 0;
+    EXPECT_REFUSED(propagate(at({5, 5}, I32), at({3, 3}, I32)));
+
+    const auto op = m_handle->create_operator<kern::ConvolutionBackwardData>();
+    const size_t bytes = op->workspace_in_bytes(src.layout, filter.layout, dst.layout);
+    op->exec(src, filter, dst, work(bytes));
+    if (bytes != 0) {
+        EXPECT_REFUSED(op->exec(src, filter, dst, work(bytes - 1)));
+    }
+    EXPECT_REFUSED(kern::ConvolutionBackwardData::deduce_shape({}, filter.layout, {2, 3, 0, 3}));
+    EXPECT_REFUSED(kern::ConvolutionBackwardData::deduce_shape({}, filter.layout, {2, 2, 3, 3}));
 }
 
 }  // namespace

@@ -6,10 +6,12 @@
 #include "graph/opr/batched_matrix_multiply.h"
 #include "graph/opr/cond_take.h"
 #include "graph/opr/constant_tensor.h"
+#include "graph/opr/conv_bias.h"
 #include "graph/opr/cumsum.h"
 #include "graph/opr/dimension_shuffle.h"
 #include "graph/opr/elementwise_operator.h"
 #include "graph/opr/inplace_add.h"
+#include "graph/opr/mask_convolution.h"
 #include "graph/opr/matrix_multiply.h"
 #include "graph/opr/reduce_operator.h"
 #include "graph/opr/top_k.h"
@@ -76,7 +78,7 @@ void RandomFileGraph::add_sources() {
 GraphVar* RandomFileGraph::make_operator() {
     GraphVar* source = any();
     const auto axis = static_cast<int32_t>(below(2));
-    switch (below(14)) {
+    switch (below(15)) {
         case 0:
             return ElementwiseOperator::make({source}, below(2) ? Mode::EXP : Mode::TANH);
         case 1:
@@ -127,6 +129,8 @@ GraphVar* RandomFileGraph::make_operator() {
                 SharedTensorInput::make(*m_graph, tensor, {}, TensorRole::PARAMETER),
                 m_vars[below(4)], on_node(tensor->comp_node()));
         }
+        case 13:
+            return make_convolution(source);
         default:
             return ElementwiseOperator::make({source, any()}, below(2) ? Mode::SUB : Mode::MUL,
                                              somewhere());
@@ -146,6 +150,53 @@ GraphVar* RandomFileGraph::make_reduction(GraphVar* source) {
     const auto data_type =
         below(2) ? kern::ReduceDataType::DEFAULT : kern::ReduceDataType::FLOAT_O32;
     return ReduceOperator::make(source, {mode, static_cast<int32_t>(below(2)), data_type});
+}
+
+// Of images of SIZE x SIZE and a filter that is as large, padded so that the result is too.
+GraphVar* RandomFileGraph::make_convolution(GraphVar* source) {
+    const bool is_deep = below(3) == 0;
+    const auto image = [is_deep](GraphVar* matrix) {
+        return DimensionShuffle::make(matrix, is_deep ? std::vector<int32_t>{-1, -1, -1, 0, 1}
+                                                      : std::vector<int32_t>{-1, -1, 0, 1});
+    };
+    kern::ConvolutionParam param;
+    kern::Convolution3DParam deep;
+    param.mode = deep.mode = static_cast<kern::ConvolutionMode>(below(2));
+    param.pad_h = param.pad_w = deep.pad_h = deep.pad_w = SIZE / 2;
+    const std::vector<GraphVar*> two{image(source), image(any())};
+    const std::vector<GraphVar*> three{two[0], two[1], image(any())};
+    const OperatorConfig config = somewhere();
+    GraphVar* result = nullptr;
+    switch (below(is_deep ? 3 : 6)) {
+        case 0:
+            result = is_deep ? Convolution3DForward::make(two, {deep}, config)
+                             : ConvolutionForward::make(two, {param}, config);
+            break;
+        case 1:
+            result = is_deep ? Convolution3DBackwardData::make(two, {deep}, config)
+                             : ConvolutionBackwardData::make(three, {param}, config);
+            break;
+        case 2:
+            result = is_deep ? Convolution3DBackwardFilter::make(three, {deep}, config)
+                             : ConvolutionBackwardFilter::make(three, {param}, config);
+            break;
+        case 3: {
+            HostTensorND bias(CompNode::default_cpu(), {1, 1, 1, 1}, DType::Float32());
+            bias.ptr<float>()[0] = 0.25f;
+            const auto nonlinearity = static_cast<kern::Nonlinearity>(below(6));
+            result = ConvBias::make(two[0], two[1],
+                                    ConstantTensor::make(*m_graph, bias, on_node(m_nodes[0])),
+                                    {{param, nonlinearity}}, config);
+            break;
+        }
+        case 4:
+            result = MaskConvolution::make(two[0], two[1], any(), param, config);
+            break;
+        default:
+            return MaskPropagate::make(source, {1, 1, 1, 1, SIZE, SIZE, 1, 1});
+    }
+    return is_deep ? DimensionShuffle::make(result, {3, 4}, 5)
+                   : DimensionShuffle::make(result, {2, 3}, 4);
 }
 
 GraphVar* RandomFileGraph::through_other_dtypes(GraphVar* source) {

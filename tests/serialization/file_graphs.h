@@ -78,6 +78,7 @@ private:
     std::shared_ptr<orb::DeviceTensorND> random_tensor();
     void add_sources();
     orb::GraphVar* make_operator();
+    orb::GraphVar* make_convolution(orb::GraphVar* source);
     orb::GraphVar* make_reduction(orb::GraphVar* source);
     orb::GraphVar* through_other_dtypes(orb::GraphVar* source);
 

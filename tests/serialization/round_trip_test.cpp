@@ -2,7 +2,10 @@
 #include <map>
 
 #include "graph/opr/constant_tensor.h"
+#include "graph/opr/conv_bias.h"
+#include "graph/opr/dimension_shuffle.h"
 #include "graph/opr/elementwise_operator.h"
+#include "graph/opr/mask_convolution.h"
 #include "graph/opr/matrix_multiply.h"
 #include "serialization/dump_context.h"
 #include "tests/graph/node/workers.h"
@@ -80,6 +83,51 @@ TEST(RoundTrip, OfRandomGraphs) {
 }
 TEST(RoundTrip, OfRandomGraphsOnSeveralNodes) {
     check_random_graphs({node(), worker_node(51), worker_node(51, 1), worker_node(52)});
+}
+
+// Parameters stand in the order of the page, and one row serves both names of an operator.
+TEST(RoundTrip, ConvolutionsOfEitherName) {
+    const auto graph = ComputeGraph::make();
+    GraphVar* mask = SharedTensorInput::make(*graph, make_tensor<float>({2, 2}, {1, 2, 3, 4}));
+    mask->name("mask");
+    GraphVar* image = DimensionShuffle::make(mask, {-1, -1, 0, 1});
+    GraphVar* bias = ConstantTensor::make_scalar(*graph, 1.0f, on_node());
+    const kern::ConvolutionParam flat{
+        kern::ConvolutionMode::CONVOLUTION,      20, 30, 4, 5, 6, 7, {}, {},
+        kern::MatrixMulDataType::FLOAT_IO16_CO32};
+    const kern::Convolution3DParam deep{{}, 10, 20, 30, 4, 5, 6, 7, 8, 9, {}, {}, {}};
+    GraphVar* volume = DimensionShuffle::make(image, {0, 1, -1, 2, 3});
+    const struct {
+        GraphVar* var;
+        const char* name;  // when it has been loaded
+        std::vector<uint32_t> parameters;
+    } rows[] = {
+        {ConvolutionForward::make({image, image}, {flat}),
+         "conv_fwdv2[",
+         {1, 20, 30, 4, 5, 6, 7, 0, 0, 3}},
+        {ConvBias::make(image, image, bias, {{flat, kern::Nonlinearity::TANH}, NameForm::V2}),
+         "conv_bias[",
+         {1, 20, 30, 4, 5, 6, 7, 0, 0, 3, 3}},
+        {Convolution3DForward::make({volume, volume}, {deep, NameForm::V2}),
+         "conv3d[",
+         {0, 10, 20, 30, 4, 5, 6, 7, 8, 9, 0, 0, 0}},
+        {MaskPropagate::make(mask, {10, 20, 3, 4, 2, 1, 5, 6}),
+         "mask_propagate[",
+         {10, 20, 3, 4, 2, 1, 5, 6}},
+    };
+    for (const auto& row : rows) {
+        Bytes bytes(row.parameters.size() * sizeof(uint32_t));
+        std::memcpy(bytes.data(), row.parameters.data(), bytes.size());
+        EXPECT_EQ(parameters_of(*row.var->owner_operator()), bytes) << row.name;
+        GraphDumpConfig config;
+        config.var_names = VarNames::NONE;
+        const auto result = loaded(dumped({row.var}, config));
+        const GraphOperator& op = *result.output_vars[0]->owner_operator();
+        EXPECT_EQ(op.type_record(), row.var->owner_operator()->type_record());
+        EXPECT_EQ(op.name().rfind(row.name, 0), 0u) << op.name();
+        EXPECT_EQ(parameters_of(op), bytes) << row.name;
+    }
+    EXPECT_NE(Convolution3DForward::make({volume, volume}, {deep}), rows[2].var);
 }
 
 // What makes a product of a parameter, and the two names.

@@ -45,6 +45,10 @@ public:
     // accepted.
     static bool accepts(const Param&) { return true; }
     static size_t nr_inputs(const Param&) { return 1; }
+    // For operators that may be given more than one number of inputs.
+    static bool takes(const Param& param, size_t count) {
+        return count == Derived::nr_inputs(param);
+    }
     static size_t nr_outputs(const Param&) { return 1; }  // that are not volatile
 
 protected:
@@ -62,7 +66,7 @@ private:
     static std::unique_ptr<GraphOperator> make_new(const std::vector<GraphVar*>& inputs,
                                                    const Param& param,
                                                    const OperatorConfig& config) {
-        KERN_CHECK(Derived::accepts(param) && inputs.size() == Derived::nr_inputs(param));
+        KERN_CHECK(Derived::accepts(param) && Derived::takes(param, inputs.size()));
         std::unique_ptr<GraphOperator> op(new Derived(inputs, param, config));
         KERN_CHECK(op->kept_outputs().size() == Derived::nr_outputs(param));
         return op;

@@ -1,25 +1,18 @@
-// Convolution by loops over outputs, channels and taps; no workspace. One algorithm, "DEFAULT".
+// Convolution by loops.
 #pragma once
 
+#include "kernels/naive/convolution_loops.h"
 #include "kernels/operators/convolution_forward.h"
 
 namespace kern::naive {
 
-class ConvolutionForwardImpl : public ConvolutionForward {
+class ConvolutionForwardImpl : public ConvolutionLoops<ConvolutionForward, &convolve> {
 public:
-    using ConvolutionForward::ConvolutionForward;
-    void exec(const RawTensor& src, const RawTensor& filter, const RawTensor& dst,
-              const Workspace& workspace) override;
-    size_t workspace_in_bytes(const TensorLayout& src, const TensorLayout& filter,
-                              const TensorLayout& dst) override;
-    Algorithms all_algorithms(const TensorLayout& src, const TensorLayout& filter,
-                              const TensorLayout& dst) override;
-    const Algorithm* heuristic_algorithm(const TensorLayout& src, const TensorLayout& filter,
-                                         const TensorLayout& dst, size_t workspace_limit) override;
-    const char* algorithm_set_name() const override { return "DEFAULT"; }
+    using ConvolutionLoops::ConvolutionLoops;
 };
-
-// The loops for a record of one group: what the levels above run as "N".
-ConvolutionAlgorithm::Kernel convolution_kernel(const ConvolutionSizeRecord& size);
+class Convolution3DForwardImpl final : public ConvolutionLoops<Convolution3DForward, &convolve> {
+public:
+    using ConvolutionLoops::ConvolutionLoops;
+};
 
 }  // namespace kern::naive

@@ -1,89 +1,178 @@
 #include "kernels/operators/convolution.h"
 
+#include <algorithm>
+
 #include "kernels/check.h"
 #include "kernels/checked_math.h"
 
 namespace kern {
 namespace {
 
-size_t convolved_length(size_t length, size_t pad, size_t filter, size_t dilate, size_t stride) {
-    KERN_CHECK(filter >= 1 && dilate >= 1 && stride >= 1);
-    const size_t padded = checked_add(length, checked_mul(size_t{2}, pad));
-    const size_t reach = checked_add(checked_mul(dilate, filter - 1), size_t{1});
-    KERN_CHECK(padded >= reach);
-    return (padded - reach) / stride + 1;
+// From the first element that an output sees to the last.
+size_t reach(const ConvolutionRules::Axis& axis, size_t taps) {
+    KERN_CHECK(taps >= 1 && axis.dilate >= 1 && axis.stride >= 1);
+    return checked_add(checked_mul(axis.dilate, taps - 1), size_t{1});
 }
 
-// Axes of a filter behind that of the groups, where there is one.
-size_t nr_group_axes(const ConvolutionParam& param) {
-    KERN_CHECK(param.sparse <= ConvolutionSparse::GROUP);
-    return param.sparse == ConvolutionSparse::GROUP ? 1 : 0;
+size_t convolved_length(const ConvolutionRules::Axis& axis, size_t length, size_t taps) {
+    const size_t padded = checked_add(length, checked_mul(size_t{2}, axis.pad));
+    const size_t seen = reach(axis, taps);
+    KERN_CHECK(padded >= seen);
+    return (padded - seen) / axis.stride + 1;
 }
 
-const uint8_t* advance(const void* pointer, DType dtype, size_t elements) {
-    return static_cast<const uint8_t*>(pointer) + elements * dtype.element_bytes();
+size_t least_length(const ConvolutionRules::Axis& axis, size_t outputs, size_t taps) {
+    KERN_CHECK(outputs >= 1);
+    const size_t padded = checked_add(checked_mul(outputs - 1, axis.stride), reach(axis, taps));
+    return padded - std::min(padded, checked_mul(size_t{2}, axis.pad));
 }
 
-void check_dtypes(const ConvolutionParam& param, DType src, DType filter, DType dst) {
-    KERN_CHECK(src.valid() && filter.valid() && dst.valid());
-    KERN_CHECK(src.enum_value() == filter.enum_value());
-    KERN_CHECK(dst.enum_value() == MatrixMul::deduce_dtype(param.data_type, src.enum_value()));
+// A filter's shape taken apart.
+struct FilterShape {
+    size_t group, ocpg, icpg;
+    const size_t* taps;
+
+    FilterShape(const ConvolutionRules& rules, const TensorShape& filter) {
+        KERN_CHECK(rules.mode <= ConvolutionMode::CONVOLUTION);
+        KERN_CHECK(rules.sparse <= ConvolutionSparse::GROUP);
+        KERN_CHECK(rules.format == ConvolutionFormat::NCHW);
+        const size_t axis = rules.sparse == ConvolutionSparse::GROUP ? 1 : 0;
+        KERN_CHECK(filter.ndim == axis + 2 + rules.spatial_ndim);
+        group = axis == 1 ? filter[0] : 1;
+        ocpg = filter[axis];
+        icpg = filter[axis + 1];
+        taps = filter.shape + axis + 2;
+    }
+};
+
+// The shape on the other side of a filter: `length(axis, length, taps)` along each spatial axis.
+template <typename Length>
+TensorShape other_side(const ConvolutionRules& rules, const TensorShape& images,
+                       const FilterShape& filter, size_t channels_before, size_t channels_after,
+                       Length length) {
+    KERN_CHECK(images.ndim == 2 + rules.spatial_ndim);
+    KERN_CHECK(images[1] == checked_mul(filter.group, channels_before));
+    TensorShape shape = images;
+    shape[1] = checked_mul(filter.group, channels_after);
+    for (size_t i = 0; i < rules.spatial_ndim; ++i)
+        shape[2 + i] =
+            length(rules.axes[3 - rules.spatial_ndim + i], images[2 + i], filter.taps[i]);
+    return shape;
+}
+
+uint8_t* advance(void* pointer, DType dtype, size_t elements) {
+    return static_cast<uint8_t*>(pointer) + elements * dtype.element_bytes();
+}
+
+void check_dtypes(MatrixMulDataType data_type, DType a, DType b, DType written) {
+    KERN_CHECK(a.valid() && b.valid() && written.valid());
+    KERN_CHECK(a.enum_value() == b.enum_value());
+    KERN_CHECK(written.enum_value() == MatrixMul::deduce_dtype(data_type, a.enum_value()));
+}
+
+void check_dtypes(MatrixMulDataType data_type, const ConvolutionSizeRecord& size,
+                  ConvolutionOperand written) {
+    switch (written) {
+        case ConvolutionOperand::SRC:
+            return check_dtypes(data_type, size.filter_type, size.dst_type, size.src_type);
+        case ConvolutionOperand::FILTER:
+            return check_dtypes(data_type, size.src_type, size.dst_type, size.filter_type);
+        case ConvolutionOperand::DST:
+            return check_dtypes(data_type, size.src_type, size.filter_type, size.dst_type);
+    }
+}
+
+void fill_axes(ConvolutionSizeRecord& size, const ConvolutionRules& rules, const TensorShape& src,
+               const FilterShape& filter, const TensorShape& dst) {
+    size_t in[3] = {1, 1, 1}, out[3] = {1, 1, 1}, taps[3] = {1, 1, 1};
+    for (size_t i = 0, axis = 3 - rules.spatial_ndim; axis < 3; ++i, ++axis) {
+        in[axis] = src[2 + i];
+        out[axis] = dst[2 + i];
+        taps[axis] = filter.taps[i];
+    }
+    const auto& [planes, rows, columns] = rules.axes;
+    size.id = in[0];
+    size.ih = in[1];
+    size.iw = in[2];
+    size.od = out[0];
+    size.oh = out[1];
+    size.ow = out[2];
+    size.fd = taps[0];
+    size.fh = taps[1];
+    size.fw = taps[2];
+    size.stride_d = planes.stride;
+    size.stride_h = rows.stride;
+    size.stride_w = columns.stride;
+    size.pad_d = planes.pad;
+    size.pad_h = rows.pad;
+    size.pad_w = columns.pad;
+    size.dilate_d = planes.dilate;
+    size.dilate_h = rows.dilate;
+    size.dilate_w = columns.dilate;
 }
 
 }  // namespace
+
+ConvolutionRules::ConvolutionRules(const ConvolutionParam& param)
+    : mode(param.mode),
+      sparse(param.sparse),
+      format(param.format),
+      data_type(param.data_type),
+      spatial_ndim(2),
+      axes{{0, 1, 1},
+           {param.pad_h, param.stride_h, param.dilate_h},
+           {param.pad_w, param.stride_w, param.dilate_w}} {}
+
+ConvolutionRules::ConvolutionRules(const Convolution3DParam& param)
+    : mode(param.mode),
+      sparse(param.sparse),
+      format(param.format),
+      data_type(param.data_type),
+      spatial_ndim(3),
+      axes{{param.pad_d, param.stride_d, param.dilate_d},
+           {param.pad_h, param.stride_h, param.dilate_h},
+           {param.pad_w, param.stride_w, param.dilate_w}} {}
 
 ConvolutionRunRecord ConvolutionRunRecord::group_at(size_t index) const {
     ConvolutionRunRecord one = *this;
     one.group = 1;
     one.src = advance(src, src_type, index * icpg * src_plane());
     one.filter = advance(filter, filter_type, index * ocpg * depth());
-    one.dst = static_cast<uint8_t*>(dst) + index * ocpg * dst_plane() * dst_type.element_bytes();
+    one.dst = advance(dst, dst_type, index * ocpg * dst_plane());
     return one;
 }
 
-TensorShape convolved_shape(const ConvolutionParam& param, const TensorShape& src,
+TensorShape convolved_shape(const ConvolutionRules& rules, const TensorShape& src,
                             const TensorShape& filter) {
-    KERN_CHECK(param.format == ConvolutionFormat::NCHW);
-    KERN_CHECK(param.mode <= ConvolutionMode::CONVOLUTION);
-    const size_t axis = nr_group_axes(param);
-    KERN_CHECK(src.ndim == 4 && filter.ndim == 4 + axis);
-    const size_t groups = axis == 1 ? filter[0] : 1;
-    KERN_CHECK(src[1] == checked_mul(groups, filter[axis + 1]));
-    return {
-        src[0], checked_mul(groups, filter[axis]),
-        convolved_length(src[2], param.pad_h, filter[axis + 2], param.dilate_h, param.stride_h),
-        convolved_length(src[3], param.pad_w, filter[axis + 3], param.dilate_w, param.stride_w)};
+    const FilterShape parts(rules, filter);
+    return other_side(rules, src, parts, parts.icpg, parts.ocpg, &convolved_length);
 }
 
-ConvolutionSizeRecord convolution_size(const ConvolutionParam& param, const TensorLayout& src,
-                                       const TensorLayout& filter, const TensorLayout& dst) {
-    KERN_CHECK(dst.same_shape(convolved_shape(param, src, filter)));
+TensorShape least_src_shape(const ConvolutionRules& rules, const TensorShape& filter,
+                            const TensorShape& dst) {
+    const FilterShape parts(rules, filter);
+    return other_side(rules, dst, parts, parts.ocpg, parts.icpg, &least_length);
+}
+
+ConvolutionSizeRecord convolution_size(const ConvolutionRules& rules, const TensorLayout& src,
+                                       const TensorLayout& filter, const TensorLayout& dst,
+                                       ConvolutionOperand written) {
+    KERN_CHECK(dst.same_shape(convolved_shape(rules, src, filter)));
     KERN_CHECK(src.is_dense() && filter.is_dense() && dst.is_dense());
-    check_dtypes(param, src.dtype, filter.dtype, dst.dtype);
-    const size_t axis = nr_group_axes(param);
+    const FilterShape parts(rules, filter);
     ConvolutionSizeRecord size;
     size.n = src[0];
-    size.ih = src[2];
-    size.iw = src[3];
-    size.oh = dst[2];
-    size.ow = dst[3];
-    size.format = param.format;
-    size.mode = param.mode;
-    size.group = axis == 1 ? filter[0] : 1;
-    size.icpg = filter[axis + 1];
-    size.ocpg = filter[axis];
-    size.spatial_ndim = 2;
-    size.stride_h = param.stride_h;
-    size.stride_w = param.stride_w;
-    size.pad_h = param.pad_h;
-    size.pad_w = param.pad_w;
-    size.fh = filter[axis + 2];
-    size.fw = filter[axis + 3];
-    size.dilate_h = param.dilate_h;
-    size.dilate_w = param.dilate_w;
+    size.format = rules.format;
+    size.mode = rules.mode;
+    size.group = parts.group;
+    size.icpg = parts.icpg;
+    size.ocpg = parts.ocpg;
+    size.spatial_ndim = rules.spatial_ndim;
+    fill_axes(size, rules, src, parts, dst);
     size.src_type = src.dtype;
     size.filter_type = filter.dtype;
     size.dst_type = dst.dtype;
+    check_dtypes(rules.data_type, size, written);
     size.src_image_step = src[1] * size.src_plane();
     size.dst_image_step = dst[1] * size.dst_plane();
     return size;

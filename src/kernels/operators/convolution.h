@@ -1,9 +1,14 @@
-// What the convolutions of two-axis images have in common: parameters, shapes, the record of sizes
-// and of one call that every algorithm reads, and the algorithms themselves.
+// What the convolutions have in common: parameters, shapes, the record of sizes and of one call
+// that every algorithm reads, and the algorithms themselves.
 //
-// Images are {n, channels, height, width}, all dense. The filter is {oc, ic, fh, fw}, or
-// {groups, oc / groups, ic / groups, fh, fw} where SPARSE is GROUP. Along each axis an output has
-// floor((in + 2 pad - dilate (f - 1) - 1) / stride) + 1 elements; beyond the image it sees zeros.
+// Images are {n, channels, height, width}, or {n, channels, depth, height, width} for those of
+// three spatial axes, all dense. The filter is {oc, ic, fh, fw}, or {groups, oc / groups, ic /
+// groups, fh, fw} where SPARSE is GROUP, and has fd before fh for three axes. Along each axis an
+// output has floor((in + 2 pad - dilate (f - 1) - 1) / stride) + 1 elements; beyond the image it
+// sees zeros.
+//
+// The operands have the same names in all directions: src is the image, dst what the filter makes
+// of it. Backward data and backward filter write src and filter.
 #pragma once
 
 #include <cstddef>
@@ -33,6 +38,34 @@ struct ConvolutionParam {
     MatrixMulDataType data_type = MatrixMulDataType::DEFAULT;  // what is accumulated into what
 };
 
+struct Convolution3DParam {
+    ConvolutionMode mode = ConvolutionMode::CROSS_CORRELATION;
+    uint32_t pad_d = 0, pad_h = 0, pad_w = 0;
+    uint32_t stride_d = 1, stride_h = 1, stride_w = 1;
+    uint32_t dilate_d = 1, dilate_h = 1, dilate_w = 1;
+    ConvolutionSparse sparse = ConvolutionSparse::DENSE;
+    ConvolutionFormat format = ConvolutionFormat::NCHW;  // with the depth before the height
+    MatrixMulDataType data_type = MatrixMulDataType::DEFAULT;
+};
+
+// The parameters of either.
+struct ConvolutionRules {
+    struct Axis {
+        size_t pad, stride, dilate;
+    };
+    ConvolutionMode mode;
+    ConvolutionSparse sparse;
+    ConvolutionFormat format;
+    MatrixMulDataType data_type;
+    size_t spatial_ndim;
+    Axis axes[3];  // of the depth, or no padding and steps of 1, of the height and of the width
+
+    ConvolutionRules(const ConvolutionParam& param);
+    ConvolutionRules(const Convolution3DParam& param);
+};
+
+enum class ConvolutionOperand { SRC, FILTER, DST };
+
 // How a level multiplies, for the algorithms of the levels below it; see convolution_products.h.
 struct ConvolutionProducts;
 
@@ -40,16 +73,16 @@ struct ConvolutionProducts;
 // bytes are.
 struct ConvolutionSizeRecord {
     size_t n;
-    size_t ih, iw, oh, ow;
+    size_t id, ih, iw, od, oh, ow;  // depths are 1 where there are two spatial axes
     ConvolutionFormat format;
     ConvolutionMode mode;
     size_t group;
     size_t icpg, ocpg;  // channels of one group
     size_t spatial_ndim;
-    size_t stride_h, stride_w;
-    size_t pad_h, pad_w;
-    size_t fh, fw;
-    size_t dilate_h, dilate_w;
+    size_t stride_d, stride_h, stride_w;
+    size_t pad_d, pad_h, pad_w;
+    size_t fd, fh, fw;
+    size_t dilate_d, dilate_h, dilate_w;
     DType src_type, filter_type, dst_type;
     size_t src_image_step, dst_image_step;  // elements from one image of the batch to the next
     const ConvolutionProducts* products;    // of the operator's level; null at naive
@@ -60,9 +93,9 @@ struct ConvolutionSizeRecord {
                            sizeof(*this)) == 0;
     }
 
-    size_t taps() const { return fh * fw; }
-    size_t src_plane() const { return ih * iw; }
-    size_t dst_plane() const { return oh * ow; }
+    size_t taps() const { return fd * fh * fw; }
+    size_t src_plane() const { return id * ih * iw; }  // elements of a channel
+    size_t dst_plane() const { return od * oh * ow; }
     size_t depth() const { return icpg * taps(); }  // products that make up one output
 };
 
@@ -71,8 +104,8 @@ static_assert(std::has_unique_object_representations_v<ConvolutionSizeRecord>,
 
 // A call. Borrows the memory; a value, so tasks carry copies.
 struct ConvolutionRunRecord : ConvolutionSizeRecord {
-    const void* src = nullptr;
-    const void* filter = nullptr;
+    void* src = nullptr;  // two of the three are only read
+    void* filter = nullptr;
     void* dst = nullptr;
     Workspace workspace;
 
@@ -99,11 +132,16 @@ struct ConvolutionAlgorithm {
 
 // The shape of what a filter makes of images. Shapes and parameters that do not fit each other, and
 // a filter that is larger than the padded image, stop the process.
-TensorShape convolved_shape(const ConvolutionParam& param, const TensorShape& src,
+TensorShape convolved_shape(const ConvolutionRules& rules, const TensorShape& src,
                             const TensorShape& filter);
-// Of a call with these layouts. Layouts, dtypes and parameters that do not fit each other stop the
-// process.
-ConvolutionSizeRecord convolution_size(const ConvolutionParam& param, const TensorLayout& src,
-                                       const TensorLayout& filter, const TensorLayout& dst);
+// The shape of the smallest images of which a filter makes `dst`.
+TensorShape least_src_shape(const ConvolutionRules& rules, const TensorShape& filter,
+                            const TensorShape& dst);
+// Of a call with these layouts, of which one is written: it has the dtype of
+// MatrixMul::deduce_dtype for that of the others. Layouts, dtypes and parameters that do not fit
+// each other stop the process.
+ConvolutionSizeRecord convolution_size(const ConvolutionRules& rules, const TensorLayout& src,
+                                       const TensorLayout& filter, const TensorLayout& dst,
+                                       ConvolutionOperand written = ConvolutionOperand::DST);
 
 }  // namespace kern

@@ -1,6 +1,6 @@
-// The operands of a Float32 convolution of one group as those of a matrix product: filters
-// {ocpg, depth} by patches {depth, oh * ow}, where k runs through the filter in its order in
-// memory.
+// How a convolution of one group looks at its image, and its Float32 operands as those of a matrix
+// product: filters {ocpg, depth} by patches {depth, oh * ow}, where k runs through the filter in
+// its order in memory.
 #pragma once
 
 #include "kernels/operators/convolution.h"
@@ -9,19 +9,31 @@
 
 namespace kern {
 
+struct ConvolutionAxes {
+    PatchAxis planes, rows, columns;
+
+    explicit ConvolutionAxes(const ConvolutionSizeRecord& size)
+        : planes(PatchAxis::of(size.id, size.fd, size.stride_d, size.pad_d, size.dilate_d,
+                               size.mode == ConvolutionMode::CONVOLUTION)),
+          rows(PatchAxis::of(size.ih, size.fh, size.stride_h, size.pad_h, size.dilate_h,
+                             size.mode == ConvolutionMode::CONVOLUTION)),
+          columns(PatchAxis::of(size.iw, size.fw, size.stride_w, size.pad_w, size.dilate_w,
+                                size.mode == ConvolutionMode::CONVOLUTION)) {}
+};
+
 inline Lines<float> filter_lines(const ConvolutionRunRecord& run) {
     return {static_cast<const float*>(run.filter), run.ocpg, static_cast<ptrdiff_t>(run.depth()),
             1};
 }
 
+// Of two spatial axes.
 inline ImagePatches image_patches(const ConvolutionRunRecord& run, size_t image) {
-    const bool is_turned = run.mode == ConvolutionMode::CONVOLUTION;
+    const ConvolutionAxes axes(run);
     ImagePatches patches;
     patches.count = run.dst_plane();
     patches.image = static_cast<const float*>(run.src) + image * run.src_image_step;
-    patches.rows = PatchAxis::of(run.ih, run.fh, run.stride_h, run.pad_h, run.dilate_h, is_turned);
-    patches.columns =
-        PatchAxis::of(run.iw, run.fw, run.stride_w, run.pad_w, run.dilate_w, is_turned);
+    patches.rows = axes.rows;
+    patches.columns = axes.columns;
     patches.row_outputs = run.ow;
     if (run.dst_plane() == run.src_plane() && run.taps() == 1 && run.pad_h == 0 && run.pad_w == 0) {
         // What is met is the plane itself: one row, so that no panel crosses the ends of several.

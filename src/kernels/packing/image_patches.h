@@ -28,6 +28,15 @@ struct PatchAxis {
         return static_cast<ptrdiff_t>(output) * stride + first +
                static_cast<ptrdiff_t>(tap) * tap_step;
     }
+    bool is_inside(ptrdiff_t position) const {
+        return position >= 0 && position < static_cast<ptrdiff_t>(length);
+    }
+    // Of `count` outputs, of which the first meets element `left`: how many meet what is before
+    // `position`.
+    size_t outputs_before(ptrdiff_t position, ptrdiff_t left, size_t count) const {
+        const ptrdiff_t outputs = (position - left + stride - 1) / stride;
+        return std::min(static_cast<size_t>(std::max(outputs, ptrdiff_t{0})), count);
+    }
 };
 
 struct ImagePatches {
@@ -99,13 +108,11 @@ void pack_run(const ImagePatches& patches, const OutputRun& run, size_t y, size_
     const ptrdiff_t row = patches.rows.element(run.row, y);
     const ptrdiff_t left = columns.element(run.column, x);
     const ptrdiff_t length = static_cast<ptrdiff_t>(columns.length);
-    const auto outputs_before = [&](ptrdiff_t element) {  // that meet what is left of `element`
-        const ptrdiff_t outputs = (element - left + columns.stride - 1) / columns.stride;
-        return std::min(static_cast<size_t>(std::max(outputs, ptrdiff_t{0})), run.count);
-    };
-    const bool is_inside = row >= 0 && row < static_cast<ptrdiff_t>(patches.rows.length);
-    const size_t begin = is_inside && left < 0 ? outputs_before(0) : 0;
-    const size_t end = !is_inside || left >= length ? 0 : std::max(begin, outputs_before(length));
+    const bool is_inside = patches.rows.is_inside(row);
+    const size_t begin = is_inside && left < 0 ? columns.outputs_before(0, left, run.count) : 0;
+    const size_t end = !is_inside || left >= length
+                           ? 0
+                           : std::max(begin, columns.outputs_before(length, left, run.count));
     const auto pack = [&](size_t first, size_t last, const float* source) {
         if (first < last)
             copy_lanes_of(last - first, std::make_index_sequence<WIDTH>())(

@@ -10,6 +10,7 @@ from encoder import *  # names of numbers, mostly
 HERE = pathlib.Path(__file__).parent
 RELU, ABS, ADD = 0, 1, 16
 REDUCE_FORM, CUMSUM_FORM, MATMUL_FORM = "<IiI", "<iBBxx", "<BBxxI"
+CONV_FORM, CONV3D_FORM = "<10I", "<13I"
 MATRIX_X = shared(FLOAT32, (2, 3), None, "x")
 MATRIX_Y = shared(FLOAT32, (2, 3), None, "y")
 
@@ -49,7 +50,30 @@ def every_operator():
         op(CUMSUM, (2,), CUMSUM_FORM, 0, 1, 1),
         op(COND_TAKE, (2, 6), "<I2f", 4, 0.5, 0.125, **pair("cond_take", 36)),
         op(TOP_K, (6,), "<Ii", 2, -2, **pair("top_k", 40)),
-    ], [4, 7, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18])
+    ] + every_convolution(2, 19), [4, 7, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18] + [*range(20, 32)])
+
+
+def every_convolution(matrix, var):
+    """Of a matrix {2, 3}, where `var` is the next."""
+    # Padded by 1 on both axes, with steps of 2 and 1, a filter {2, 3} gives a matrix {2, 3} again.
+    flat = 1, 1, 1, 2, 1, 1, 1, 0, 0, 3
+    deep = 0, 0, 1, 1, 1, 2, 1, 1, 1, 1, 0, 0, 0
+    image, volume = var, var + 9
+    return [
+        op(DIMSHUFFLE, (matrix,), "<II4i", 2, 4, -1, -1, 0, 1),
+        op(CONV, (image, image), CONV_FORM, *flat),
+        op(CONV_DATA, (image, image + 1), CONV_FORM, *flat),
+        op(CONV_DATA, (image, image + 1, image), CONV_FORM, *flat),
+        op(CONV_FILTER, (image, image + 1, image), CONV_FORM, *flat),
+        constant(FLOAT32, (1, 1, 1, 1), floats(0.5)),
+        op(CONV_BIAS, (image, image, image + 5), CONV_FORM + "I", *flat, 5),
+        op(MASK_CONV, (image, image, matrix), CONV_FORM, *flat),
+        op(MASK_PROPAGATE, (matrix,), "<8I", 0, 1, 1, 2, 2, 3, 1, 1),
+        op(DIMSHUFFLE, (matrix,), "<II5i", 2, 5, -1, -1, -1, 0, 1),
+        op(CONV3D, (volume, volume), CONV3D_FORM, *deep),
+        op(CONV3D_DATA, (volume, volume + 1), CONV3D_FORM, *deep),
+        op(CONV3D_FILTER, (volume, volume + 1, volume), CONV3D_FORM, *deep),
+    ]
 
 
 def dtypes_graph():
@@ -180,7 +204,7 @@ BAD = {
     "shared-count-low": fault(SHARED_COUNT, GraphFile(PARAMETERS, [0], shared_count=1),
                               ("param", 1)),
     "unknown-id": second("the operator's id is not known", Op(0x1122334455667788), "operator"),
-    "unavailable-id": second("the operator is known, but not available", Op(CONVOLUTION, (0,)),
+    "unavailable-id": second("the operator is known, but not available", Op(POOLING, (0,)),
                              "operator"),
     "type-index": fault(INDEX, ADDITION, ("operator", 1), 0, b"\3"),
     "input-0": second(INDEX, elementwise(RELU, 1), "inputs"),

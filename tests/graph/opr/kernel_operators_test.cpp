@@ -11,10 +11,14 @@
 #include "graph/opr/batched_matrix_multiply.h"
 #include "graph/opr/cond_take.h"
 #include "graph/opr/constant_tensor.h"
+#include "graph/opr/conv_bias.h"
 #include "graph/opr/cumsum.h"
 #include "graph/opr/dimension_shuffle.h"
 #include "graph/opr/elementwise_operator.h"
 #include "graph/opr/inplace_add.h"
+#include "graph/opr/mask_convolution.h"
+#include "graph/opr/matrix_multiply.h"
+#include "graph/opr/reduce_operator.h"
 #include "graph/opr/top_k.h"
 #include "tests/graph/graph_test_util.h"
 
@@ -98,7 +102,145 @@ std::vector<Values> outer_products(const Matrix& a, const Matrix& b) {
     return {result};
 }
 
+Matrix transposed(const Matrix& m) {
+    Matrix result{{m.length(), m.rows()}, {}};
+    for (size_t column = 0; column < m.length(); ++column) {
+        for (size_t row = 0; row < m.rows(); ++row)
+            result.values.push_back(m.at(row, column));
+    }
+    return result;
+}
+
+// Each row of `a` times each row of `b`.
+Matrix products_of_rows(const Matrix& a, const Matrix& b) {
+    Matrix result{{a.rows(), b.rows()}, {}};
+    for (size_t i = 0; i < a.rows(); ++i) {
+        for (size_t j = 0; j < b.rows(); ++j) {
+            float sum = 0;
+            for (size_t k = 0; k < a.length(); ++k)
+                sum += a.at(i, k) * b.at(j, k);
+            result.values.push_back(sum);
+        }
+    }
+    return result;
+}
+
+// A matrix as an image {1, 1, height, width} of so many spatial axes, as filters {oc, 1, 1, width},
+// and as images {1, channels, height, 1}.
+template <size_t AXES>
+GraphVar* as_image(GraphVar* matrix) {
+    return DimensionShuffle::make(matrix, AXES == 2 ? std::vector<int32_t>{-1, -1, 0, 1}
+                                                    : std::vector<int32_t>{-1, -1, -1, 0, 1});
+}
+template <size_t AXES>
+GraphVar* as_filters(GraphVar* matrix) {
+    return DimensionShuffle::make(matrix, AXES == 2 ? std::vector<int32_t>{0, -1, -1, 1}
+                                                    : std::vector<int32_t>{0, -1, -1, -1, 1});
+}
+template <size_t AXES>
+GraphVar* as_channels(GraphVar* matrix) {
+    return DimensionShuffle::make(matrix, AXES == 2 ? std::vector<int32_t>{-1, 0, 1, -1}
+                                                    : std::vector<int32_t>{-1, 0, -1, 1, -1});
+}
+
+// Rows of a matrix met by filters of their length: matrix products in all directions.
+template <typename Forward, size_t AXES, NameForm FORM>
+GraphVar* filtered(const Vars& v) {
+    return Forward::make({as_image<AXES>(v[0]), as_filters<AXES>(v[1])}, {{}, FORM});
+}
+template <typename BackwardData, size_t AXES, NameForm FORM>
+GraphVar* spread(const Vars& v) {
+    return BackwardData::make({as_filters<AXES>(v[0]), as_channels<AXES>(v[1])}, {{}, FORM});
+}
+template <typename BackwardFilter, size_t AXES, NameForm FORM>
+GraphVar* correlated(const Vars& v) {
+    GraphVar* channels = DimensionShuffle::make(v[1], {1, 0});
+    GraphVar* square = MatrixMultiply::make(channels, v[0], {});
+    return BackwardFilter::make(
+        {as_image<AXES>(v[0]), as_channels<AXES>(channels), as_filters<AXES>(square)}, {{}, FORM});
+}
+
+std::vector<Values> filtered_rows(const std::vector<Matrix>& m) {
+    return {products_of_rows(m[1], m[0]).values};
+}
+std::vector<Values> spread_rows(const std::vector<Matrix>& m) {
+    return {products_of_rows(transposed(m[1]), transposed(m[0])).values};
+}
+
+GraphVar* reduced(GraphVar* matrix, kern::ReduceMode mode) {  // to one column
+    return ReduceOperator::make(matrix, {mode, 1, {}});
+}
+float extreme_of(const Matrix& m, size_t row, bool is_largest) {
+    const size_t at = is_largest ? order_of(m, row).back() : order_of(m, row).front();
+    return m.at(row, at);
+}
+
+template <NameForm FORM>
+GraphVar* biased(const Vars& v) {
+    GraphVar* bias = DimensionShuffle::make(reduced(v[1], kern::ReduceMode::MAX), {-1, 0, 1, -1});
+    return ConvBias::make(as_image<2>(v[0]), as_filters<2>(v[1]), bias,
+                          {{{}, kern::Nonlinearity::RELU}, FORM});
+}
+std::vector<Values> biased_rows(const std::vector<Matrix>& m) {
+    Matrix sums = products_of_rows(m[1], m[0]);
+    for (size_t i = 0; i < sums.values.size(); ++i) {
+        float& value = sums.values[i];
+        value = std::max(value + extreme_of(m[1], i / sums.length(), true), 0.0f);
+    }
+    return {sums.values};
+}
+
+std::vector<Values> unmasked_rows(const std::vector<Matrix>& m) {
+    Matrix sums = products_of_rows(m[1], m[0]);
+    for (size_t i = 0; i < sums.values.size(); ++i)
+        sums.values[i] *= extreme_of(m[0], i % sums.length(), false) <= 0 ? 0.0f : 1.0f;
+    return {sums.values};
+}
+
+GraphVar* positive(GraphVar* var) {
+    return ElementwiseOperator::make({var}, kern::ElementwiseMode::RELU);
+}
+
+// A window of two columns, padded on both sides.
+std::vector<Values> live_pairs(const std::vector<Matrix>& m) {
+    Values live;
+    for (size_t row = 0; row < m[0].rows(); ++row) {
+        for (size_t i = 0; i <= m[0].length(); ++i) {
+            const bool left = i > 0 && m[0].at(row, i - 1) > 0;
+            const bool right = i < m[0].length() && m[0].at(row, i) > 0;
+            live.push_back(left || right ? 1.0f : 0.0f);
+        }
+    }
+    return {live};
+}
+
 const Case CASES[] = {
+    {"conv_fwdv2", 2, filtered<ConvolutionForward, 2, NameForm::PLAIN>, filtered_rows},
+    {"conv3d", 2, filtered<Convolution3DForward, 3, NameForm::PLAIN>, filtered_rows},
+    {"conv3d_fwdv2", 2, filtered<Convolution3DForward, 3, NameForm::V2>, filtered_rows},
+    {"conv_bwd_data", 2, spread<ConvolutionBackwardData, 2, NameForm::PLAIN>, spread_rows},
+    {"conv_bwd_datav2", 2, spread<ConvolutionBackwardData, 2, NameForm::V2>, spread_rows},
+    {"conv3d_bwd_data", 2, spread<Convolution3DBackwardData, 3, NameForm::PLAIN>, spread_rows},
+    {"conv3d_bwd_datav2", 2, spread<Convolution3DBackwardData, 3, NameForm::V2>, spread_rows},
+    {"conv_bwd_filter", 2, correlated<ConvolutionBackwardFilter, 2, NameForm::PLAIN>, spread_rows},
+    {"conv_bwd_filterv2", 2, correlated<ConvolutionBackwardFilter, 2, NameForm::V2>, spread_rows},
+    {"conv3d_bwd_filter", 2, correlated<Convolution3DBackwardFilter, 3, NameForm::PLAIN>,
+     spread_rows},
+    {"conv3d_bwd_filterv2", 2, correlated<Convolution3DBackwardFilter, 3, NameForm::V2>,
+     spread_rows},
+    {"conv_bias", 2, biased<NameForm::PLAIN>, biased_rows},
+    {"conv_bias_fwdv2", 2, biased<NameForm::V2>, biased_rows},
+    {"mask_conv_fwd", 2,
+     [](const Vars& v) {
+         return MaskConvolution::make(as_image<2>(v[0]), as_filters<2>(v[1]),
+                                      positive(reduced(v[0], kern::ReduceMode::MIN)), {});
+     },
+     unmasked_rows},
+    {"mask_propagate", 1,
+     [](const Vars& v) {
+         return MaskPropagate::make(positive(v[0]), {0, 1, 1, 1, 1, 2, 1, 1});
+     },
+     live_pairs},
     {"argmax", 1, [](const Vars& v) { return ArgMax::make(v[0], {1}); },
      [](const auto& m) { return std::vector<Values>{first_of_rows(m[0], 1, true)[1]}; }},
     {"argmin", 1, [](const Vars& v) { return ArgMin::make(v[0], {1}); },
@@ -234,6 +376,29 @@ TEST_F(KernelOperators, CopiesAreEqualElsewhere) {
                                                                         *other, {}, {}),
               there->owner_operator());
     EXPECT_NE(ArgMax::make(here, {0}), ArgMax::make(here, {1}));
+}
+
+// Images that end in a column which no output sees, by a var of their shape.
+TEST_F(KernelOperators, BackwardDataOfLargerImages) {
+    const auto source = [&](const TensorShape& shape, const Values& values) {
+        return SharedTensorInput::make(*graph, make_tensor<float>(shape, values));
+    };
+    GraphVar* filter = source({1, 1, 1, 1}, {3});
+    GraphVar* gradient = source({1, 1, 1, 2}, {5, 7});
+    kern::ConvolutionParam param;
+    param.stride_w = 2;
+    EXPECT_EQ(run<float>(ConvolutionBackwardData::make({filter, gradient}, {param})),
+              (Values{15, 0, 21}));
+    GraphVar* images = source({1, 1, 1, 4}, {0, 0, 0, 0});
+    EXPECT_EQ(run<float>(ConvolutionBackwardData::make({filter, gradient, images}, {param})),
+              (Values{15, 0, 21, 0}));
+    GraphVar* too_large = source({1, 1, 1, 5}, Values(5));
+    EXPECT_DEATH(run<float>(ConvolutionBackwardData::make({filter, gradient, too_large}, {param})),
+                 "");
+    EXPECT_DEATH(ConvolutionForward::make({images, filter, images}, {param}), "");
+    EXPECT_DEATH(ConvolutionBackwardFilter::make({images, gradient}, {param}), "");
+    param.format = kern::ConvolutionFormat{1};
+    EXPECT_DEATH(ConvolutionForward::make({images, filter}, {param}), "");
 }
 
 TEST_F(KernelOperators, AnAdditionInPlaceChangesItsTensor) {
