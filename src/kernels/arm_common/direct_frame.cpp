@@ -1,0 +1,107 @@
+#include "kernels/arm_common/direct_frame.h"
+
+#include <algorithm>
+
+#include "kernels/checked_math.h"
+#include "kernels/workspace.h"
+
+namespace kern::arm_common {
+namespace {
+
+bool is_padded(const ConvolutionSizeRecord& size) {
+    return size.pad_h != 0 || size.pad_w != 0;
+}
+size_t padded_width(const ConvolutionSizeRecord& size) {
+    return checked_add(size.iw, checked_mul(size_t{2}, size.pad_w));
+}
+size_t padded_plane(const ConvolutionSizeRecord& size) {
+    const size_t height = checked_add(size.ih, checked_mul(size_t{2}, size.pad_h));
+    return checked_mul(height, padded_width(size));
+}
+
+// The copied planes, and for turned filters a copy of them.
+WorkspaceBundle parts(const ConvolutionSizeRecord& size, void* base) {
+    const size_t element = size.src_type.element_bytes();
+    const size_t overrun = element == 1 ? OVERRUN<int8_t> : OVERRUN<float>;
+    const size_t planes = is_padded(size) ? size.icpg : 1;
+    const size_t source = checked_add(checked_mul(planes, padded_plane(size)), overrun);
+    const bool is_turned = size.mode == ConvolutionMode::CONVOLUTION;
+    const size_t filter = is_turned ? checked_mul(size.ocpg, size.depth()) : 0;
+    return {base, {checked_mul(source, element), checked_mul(filter, element)}};
+}
+
+template <typename Element>
+void copy_padded(const ConvolutionRunRecord& run, const Element* source, Element* target) {
+    const size_t border = run.pad_h * padded_width(run);
+    target = std::fill_n(target, border, Element{});
+    for (size_t y = 0; y < run.ih; ++y, source += run.iw) {
+        target = std::fill_n(target, run.pad_w, Element{});
+        target = std::copy_n(source, run.iw, target);
+        target = std::fill_n(target, run.pad_w, Element{});
+    }
+    std::fill_n(target, border, Element{});
+}
+
+// The filters with the taps of each plane in the opposite order; as they are where none is turned.
+template <typename Element>
+const Element* taps_in_place(const ConvolutionRunRecord& run) {
+    const auto* filter = static_cast<const Element*>(run.filter);
+    if (run.mode == ConvolutionMode::CROSS_CORRELATION)
+        return filter;
+    auto* target = static_cast<Element*>(parts(run, run.workspace.raw_ptr).get(1));
+    for (size_t plane = 0; plane < run.ocpg * run.icpg; ++plane)
+        std::reverse_copy(filter + plane * run.taps(), filter + (plane + 1) * run.taps(),
+                          target + plane * run.taps());
+    return target;
+}
+
+}  // namespace
+
+size_t direct_workspace(const ConvolutionSizeRecord& size) {
+    return parts(size, nullptr).total_size();
+}
+
+template <typename Element>
+SourcePlanes<Element> source_planes(const ConvolutionRunRecord& run, size_t image) {
+    const auto* source = static_cast<const Element*>(run.src) + image * run.src_image_step;
+    auto* copy = static_cast<Element*>(parts(run, run.workspace.raw_ptr).get(0));
+    if (!is_padded(run)) {
+        std::copy_n(source + (run.icpg - 1) * run.src_plane(), run.src_plane(), copy);
+        return {source, copy, run.src_plane(), run.iw, run.icpg};
+    }
+    const size_t plane = padded_plane(run);
+    for (size_t channel = 0; channel < run.icpg; ++channel)
+        copy_padded(run, source + channel * run.src_plane(), copy + channel * plane);
+    return {copy, copy + (run.icpg - 1) * plane, plane, padded_width(run), run.icpg};
+}
+
+template <typename In, typename Out>
+void convolve_directly(const ConvolutionRunRecord& run, PlaneKernel<In, Out> kernel) {
+    PlaneConvolution<In, Out> call{};
+    call.fh = run.fh;
+    call.fw = run.fw;
+    call.stride = run.stride_w;
+    call.is_turned = run.mode == ConvolutionMode::CONVOLUTION;
+    call.oh = run.oh;
+    call.ow = run.ow;
+    const In* taps = taps_in_place<In>(run);
+    for (size_t image = 0; image < run.n; ++image) {
+        const auto planes = source_planes<In>(run, image);
+        call.source_width = planes.width;
+        call.taps = taps;
+        call.target = static_cast<Out*>(run.dst) + image * run.dst_image_step;
+        for (size_t oc = 0; oc < run.ocpg; ++oc, call.target += run.dst_plane()) {
+            for (size_t ic = 0; ic < run.icpg; ++ic, call.taps += run.taps()) {
+                call.source = planes.at(ic);
+                call.is_first = ic == 0;
+                kernel(call);
+            }
+        }
+    }
+}
+
+template SourcePlanes<int8_t> source_planes<int8_t>(const ConvolutionRunRecord&, size_t);
+template void convolve_directly(const ConvolutionRunRecord&, PlaneKernel<float, float>);
+template void convolve_directly(const ConvolutionRunRecord&, PlaneKernel<int8_t, int16_t>);
+
+}  // namespace kern::arm_common
