@@ -5,6 +5,7 @@
 #include "kernels/arm_common/direct_float.h"
 #include "kernels/arm_common/direct_frame.h"
 #include "kernels/arm_common/direct_int8.h"
+#include "kernels/arm_common/winograd.h"
 #include "kernels/checked_math.h"
 
 namespace kern::arm_common {
@@ -37,6 +38,11 @@ bool is_float_stride1(const ConvolutionSizeRecord& size) {
 bool is_float_stride2(const ConvolutionSizeRecord& size) {
     return is_float(size) && !is_turned(size) && has_stride(size, 2) &&
            has_square_filter(size, {2, 3, 5, 7});
+}
+bool is_winograd(const ConvolutionSizeRecord& size) {
+    return is_float(size) && !is_turned(size) && has_stride(size, 1) &&
+           has_square_filter(size, {3}) && size.pad_h == 0 && size.pad_w == 0 &&
+           size.icpg % 8 == 0 && size.ocpg % 8 == 0;
 }
 bool is_int8_direct(const ConvolutionSizeRecord& size) {
     return is_int8(size) && has_stride(size, 1) && has_square_filter(size, {2, 3, 5});
@@ -82,6 +88,7 @@ constexpr auto TAG = HandleLevel::ARM_COMMON;
 
 const Algorithm ALGORITHMS[] = {
     {"F32DIRECT", TAG, &is_float_direct, &direct_workspace, &float_direct_kernel},
+    {"WINOGRAD", TAG, &is_winograd, &winograd_workspace, &winograd_kernel},
     {"F32STRD2", TAG, &is_float_stride2, &direct_workspace, &float_stride2_kernel},
     {"F32STRD1", TAG, &is_float_stride1, &direct_workspace, &float_stride1_kernel},
     {"F32MATMUL", TAG, &is_float, &matrix_workspace, &matrix_kernel},
@@ -90,15 +97,16 @@ const Algorithm ALGORITHMS[] = {
     {"I8816STRD2", TAG, &is_int8_stride2, &direct_workspace, &int8_direct_kernel},
     {"I8816STRD2F2", TAG, &is_int8_stride2_in_pairs, &direct_workspace, &int8_direct_kernel},
 };
-constexpr const Algorithm *DIRECT = &ALGORITHMS[0], *STRIDE2 = &ALGORITHMS[1],
-                          *STRIDE1 = &ALGORITHMS[2], *MATRIX = &ALGORITHMS[3],
-                          *INT8_DIRECT = &ALGORITHMS[4], *INT8_POINTWISE = &ALGORITHMS[5],
-                          *INT8_STRIDE2 = &ALGORITHMS[6], *INT8_PAIRS = &ALGORITHMS[7];
+constexpr const Algorithm *DIRECT = &ALGORITHMS[0], *WINOGRAD = &ALGORITHMS[1],
+                          *STRIDE2 = &ALGORITHMS[2], *STRIDE1 = &ALGORITHMS[3],
+                          *MATRIX = &ALGORITHMS[4], *INT8_DIRECT = &ALGORITHMS[5],
+                          *INT8_POINTWISE = &ALGORITHMS[6], *INT8_STRIDE2 = &ALGORITHMS[7],
+                          *INT8_PAIRS = &ALGORITHMS[8];
 
 // A product pays from so many channels on.
 constexpr size_t WIDE = 32;
-const Algorithm* const WIDE_ORDER[] = {MATRIX, STRIDE1, DIRECT, STRIDE2};
-const Algorithm* const NARROW_ORDER[] = {STRIDE1, DIRECT, STRIDE2, MATRIX};
+const Algorithm* const WIDE_ORDER[] = {MATRIX, STRIDE1, DIRECT, STRIDE2, WINOGRAD};
+const Algorithm* const NARROW_ORDER[] = {STRIDE1, DIRECT, STRIDE2, MATRIX, WINOGRAD};
 const Algorithm* const INT8_ORDER[] = {INT8_POINTWISE, INT8_DIRECT, INT8_PAIRS, INT8_STRIDE2};
 
 }  // namespace

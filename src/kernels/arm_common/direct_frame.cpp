@@ -67,12 +67,12 @@ SourcePlanes<Element> source_planes(const ConvolutionRunRecord& run, size_t imag
     auto* copy = static_cast<Element*>(parts(run, run.workspace.raw_ptr).get(0));
     if (!is_padded(run)) {
         std::copy_n(source + (run.icpg - 1) * run.src_plane(), run.src_plane(), copy);
-        return {source, copy, run.src_plane(), run.iw, run.icpg};
+        return {source, run.src_plane(), run.iw, run.icpg, copy};
     }
     const size_t plane = padded_plane(run);
     for (size_t channel = 0; channel < run.icpg; ++channel)
         copy_padded(run, source + channel * run.src_plane(), copy + channel * plane);
-    return {copy, copy + (run.icpg - 1) * plane, plane, padded_width(run), run.icpg};
+    return {copy, plane, padded_width(run), run.icpg, nullptr};
 }
 
 template <typename In, typename Out>

@@ -6,6 +6,8 @@
 // with it, and of one without padding the last plane is.
 #pragma once
 
+#include <algorithm>
+
 #include "kernels/operators/convolution.h"
 
 namespace kern::arm_common {
@@ -39,11 +41,18 @@ size_t direct_workspace(const ConvolutionSizeRecord& size);
 template <typename Element>
 struct SourcePlanes {
     const Element* first;
-    const Element* last;
     size_t plane, width, count;
+    Element* copy;  // of the last plane; null where nothing lies too near to the image's end
 
+    // Valid until the next plane is asked for: planes smaller than an overrun are copied one by
+    // one.
     const Element* at(size_t channel) const {
-        return channel + 1 == count ? last : first + channel * plane;
+        const Element* source = first + channel * plane;
+        if (copy == nullptr || (channel + 1 < count && plane >= OVERRUN<Element>))
+            return source;
+        if (plane < OVERRUN<Element>)
+            std::copy_n(source, plane, copy);
+        return copy;
     }
 };
 
