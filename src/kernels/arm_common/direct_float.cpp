@@ -20,9 +20,10 @@ struct FloatWindow<SIDE, 1> {
     static constexpr size_t READ = 8;
     F32x4 values[5];
 
-    explicit FloatWindow(const float* source) {
-        values[0] = simd::load_next(source);
-        values[4] = simd::load(source);
+    // Moves on to the next line of the image, `width` elements further.
+    FloatWindow(const float*& line, ptrdiff_t width) {
+        values[0] = simd::load_next(line);
+        values[4] = simd::load_and_move(line, width - 4);
         values[1] = simd::lanes_from<1>(values[0], values[4]);
         values[2] = simd::lanes_from<2>(values[0], values[4]);
         values[3] = simd::lanes_from<3>(values[0], values[4]);
@@ -34,7 +35,10 @@ struct FloatWindow<SIDE, 2> {
     static constexpr size_t READ = SIDE == 2 ? 8 : SIDE <= 5 ? 12 : 16;
     F32x4 values[7];
 
-    explicit FloatWindow(const float* source) {
+    FloatWindow(const float*& line, ptrdiff_t width) {
+        const float* source = line;
+        line += width;
+        simd::keep_in_register(line);
         const auto first = simd::load_even_odd(source);
         values[0] = first.even;
         values[1] = first.odd;
@@ -95,11 +99,19 @@ struct AnyTile {
 
     explicit AnyTile(const FloatPlane&) {}
 
-    void add(const FloatPlane& plane, const float* source, float* target,
-             size_t target_step) const {
+    void add(const FloatPlane& plane, const float* source, float* target, ptrdiff_t target_step,
+             size_t tiles) const {
+        for (; tiles != 0; --tiles, source += LANES, target += LANES)
+            add_tile(plane, source, target, target_step);
+    }
+
+private:
+    static void add_tile(const FloatPlane& plane, const float* source, float* target,
+                         ptrdiff_t target_step) {
         F32x4 sums[ROWS];
+        const float* old = target;
         for_constants<ROWS>([&](auto row) {
-            sums[row] = plane.is_first ? simd::zero() : simd::load(target + row * target_step);
+            sums[row] = plane.is_first ? simd::zero() : simd::load_and_move(old, target_step);
         });
         const auto width = static_cast<ptrdiff_t>(plane.source_width);
         const auto taps = static_cast<ptrdiff_t>(plane.fw);
@@ -112,10 +124,10 @@ struct AnyTile {
         for (size_t y = 0; y < plane.fh; ++y) {
             for (size_t x = 0; x < plane.fw; ++x, tap += step, source += step) {
                 const F32x4 factor = simd::broadcast(*tap);
-                const float* row_source = source;
+                const float* line = source;
                 for_constants<ROWS>([&](auto row) {
-                    sums[row] = simd::add_product(sums[row], simd::load(row_source), factor);
-                    row_source += width;
+                    sums[row] =
+                        simd::add_product(sums[row], simd::load_and_move(line, width), factor);
                 });
             }
             source += step * (width - taps);

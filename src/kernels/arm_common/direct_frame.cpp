@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kernels/checked_math.h"
+#include "kernels/simd/vector_types.h"
 #include "kernels/workspace.h"
 
 namespace kern::arm_common {
@@ -30,16 +31,45 @@ WorkspaceBundle parts(const ConvolutionSizeRecord& size, void* base) {
     return {base, {checked_mul(source, element), checked_mul(filter, element)}};
 }
 
+// In whole vectors: what is too much is overwritten by what follows, or lies in the overrun. Rows
+// and their padding are short; the compiler would make calls of memset and memcpy of plain loops,
+// which cost as much as a row.
+template <typename Element>
+void fill_zeros(Element* target, size_t count) {
+    constexpr size_t LANES = simd::LANES<Element>;
+    for (const Element* end = target + count; target < end;)
+        simd::store_next(target, simd::Vector<Element>{}, LANES);
+}
+
+template <typename Element>
+void copy_row(const Element* source, size_t count, Element* target) {
+    constexpr size_t LANES = simd::LANES<Element>;
+    if (count < LANES) {
+        std::copy_n(source, count, target);
+        return;
+    }
+    const size_t last = count - LANES;
+    const Element* source_end = source + last;
+    Element* target_end = target + last;
+    while (source < source_end)
+        simd::store_next(target, simd::load_next(source), LANES);
+    simd::store(target_end, simd::load(source_end));
+}
+
 template <typename Element>
 void copy_padded(const ConvolutionRunRecord& run, const Element* source, Element* target) {
-    const size_t border = run.pad_h * padded_width(run);
-    target = std::fill_n(target, border, Element{});
-    for (size_t y = 0; y < run.ih; ++y, source += run.iw) {
-        target = std::fill_n(target, run.pad_w, Element{});
-        target = std::copy_n(source, run.iw, target);
-        target = std::fill_n(target, run.pad_w, Element{});
+    const size_t width = padded_width(run), border = run.pad_h * width + run.pad_w;
+    const size_t length = run.iw, both_pads = 2 * run.pad_w;
+    fill_zeros(target, border);
+    target += border;
+    copy_row(source, length, target);
+    for (size_t rows = run.ih - 1; rows != 0; --rows) {
+        fill_zeros(target + length, both_pads);  // of this row and of the next
+        source += length;
+        target += width;
+        copy_row(source, length, target);
     }
-    std::fill_n(target, border, Element{});
+    fill_zeros(target + length, border);
 }
 
 // The filters with the taps of each plane in the opposite order; as they are where none is turned.

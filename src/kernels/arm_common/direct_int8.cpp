@@ -20,8 +20,9 @@ struct Int8Window<SIDE, 1> {
     static constexpr size_t READ = 16;
     I8x8 values[5];
 
-    explicit Int8Window(const int8_t* source) {
-        const simd::I8x16 both = simd::load(source);
+    // Moves on to the next line of the image, `width` elements further.
+    Int8Window(const int8_t*& line, ptrdiff_t width) {
+        const simd::I8x16 both = simd::load_and_move(line, width);
         const I8x8 first = simd::first_eight(both), next = simd::last_eight(both);
         values[0] = first;
         values[1] = simd::lanes_from<1>(first, next);
@@ -36,7 +37,10 @@ struct Int8Window<SIDE, 2> {
     static constexpr size_t READ = SIDE == 2 ? 16 : 32;
     I8x8 values[5];
 
-    explicit Int8Window(const int8_t* source) {
+    Int8Window(const int8_t*& line, ptrdiff_t width) {
+        const int8_t* source = line;
+        line += width;
+        simd::keep_in_register(line);
         const auto first = simd::load_even_odd(source);
         values[0] = first.even;
         values[1] = first.odd;

@@ -7,18 +7,20 @@
 #include <utility>
 
 #include "kernels/arm_common/direct_frame.h"
-#include "kernels/simd/vector_types.h"
+#include "kernels/simd/windows.h"
 
 namespace kern::arm_common {
 
-// `function` with the constants from 0 on, one after the other.
+// `function` with the constants from 0 on, one after the other. Inlined whatever it holds, or sums
+// would leave their registers.
 template <typename Function, size_t... INDEX>
-inline void for_each_constant(std::index_sequence<INDEX...>, const Function& function) {
+[[gnu::always_inline]] inline void for_each_constant(std::index_sequence<INDEX...>,
+                                                     const Function& function) {
     (function(std::integral_constant<size_t, INDEX>()), ...);
 }
 
 template <size_t COUNT, typename Function>
-inline void for_constants(const Function& function) {
+[[gnu::always_inline]] inline void for_constants(const Function& function) {
     for_each_constant(std::make_index_sequence<COUNT>(), function);
 }
 
@@ -35,26 +37,33 @@ struct SquareTile {
 
     explicit SquareTile(const Plane& plane) : taps(plane.taps) {}
 
-    // `target` holds the sums so far.
-    void add(const Plane& plane, const In* source, Out* target, size_t target_step) const {
-        typename Lanes::Sum sums[ROWS];
-        for_constants<ROWS>([&](auto row) {
-            sums[row] = plane.is_first ? Lanes::zero() : simd::load(target + row * target_step);
-        });
-        const size_t width = plane.source_width;
-        for_constants<(ROWS - 1) * STRIDE + SIDE>([&](auto y) {
-            const typename Lanes::template Window<SIDE, STRIDE> window(source);
-            source += width;
+    // Neighbouring tiles of a row; `target` holds the sums so far.
+    [[gnu::noinline]] void add(const Plane& plane, const In* source, Out* target,
+                               ptrdiff_t target_step, size_t tiles) const {
+        const auto all_taps = taps;
+        const bool is_first = plane.is_first;
+        const auto width = static_cast<ptrdiff_t>(plane.source_width);
+        for (; tiles != 0; --tiles, source += LANES * STRIDE, target += LANES) {
+            typename Lanes::Sum sums[ROWS];
+            const Out* old = target;
             for_constants<ROWS>([&](auto row) {
-                constexpr size_t FIRST = decltype(row)::value * STRIDE, Y = decltype(y)::value;
-                if constexpr (Y >= FIRST && Y < FIRST + SIDE)
-                    for_constants<SIDE>([&](auto x) {
-                        sums[row] = Lanes::template add_tap<Y - FIRST, decltype(x)::value>(
-                            sums[row], window, taps);
-                    });
+                sums[row] = is_first ? Lanes::zero() : simd::load_and_move(old, target_step);
             });
-        });
-        for_constants<ROWS>([&](auto row) { simd::store(target + row * target_step, sums[row]); });
+            const In* line = source;
+            for_constants<(ROWS - 1) * STRIDE + SIDE>([&](auto y) {
+                const typename Lanes::template Window<SIDE, STRIDE> window(line, width);
+                for_constants<ROWS>([&](auto row) {
+                    constexpr size_t FIRST = decltype(row)::value * STRIDE, Y = decltype(y)::value;
+                    if constexpr (Y >= FIRST && Y < FIRST + SIDE)
+                        for_constants<SIDE>([&](auto x) {
+                            sums[row] = Lanes::template add_tap<Y - FIRST, decltype(x)::value>(
+                                sums[row], window, all_taps);
+                        });
+                });
+            });
+            Out* sum = target;
+            for_constants<ROWS>([&](auto row) { simd::store_next(sum, sums[row], target_step); });
+        }
     }
 };
 
@@ -70,7 +79,7 @@ void add_part(const Tile& tile, const Plane& plane, const typename Tile::In* sou
     typename Tile::Out values[Tile::ROWS * Tile::LANES] = {};
     for (size_t row = 0; row < Tile::ROWS && !plane.is_first; ++row)
         std::copy_n(target + row * plane.ow, part.lanes, values + row * Tile::LANES);
-    tile.add(plane, source, values, Tile::LANES);
+    tile.add(plane, source, values, Tile::LANES, 1);
     for (size_t row = part.first_row; row < Tile::ROWS; ++row)
         std::copy(values + row * Tile::LANES + part.first_lane,
                   values + row * Tile::LANES + part.lanes,
@@ -90,8 +99,9 @@ void convolve_in_tiles(const Plane& plane) {
         auto* target = plane.target + first_y * plane.ow;
         size_t x = 0;
         if (first_y == y) {
-            for (; x + Tile::LANES <= plane.ow; x += Tile::LANES)
-                tile.add(plane, source + x * plane.stride, target + x, plane.ow);
+            tile.add(plane, source, target, static_cast<ptrdiff_t>(plane.ow),
+                     plane.ow / Tile::LANES);
+            x = plane.ow / Tile::LANES * Tile::LANES;
         }
         for (; x < plane.ow; x += Tile::LANES) {
             const size_t first_x = std::min(x, last_x);

@@ -28,8 +28,8 @@ size_t count_tiles(const ConvolutionSizeRecord& size) {
     return checked_mul(size.n, checked_mul(tiles_along(size.oh), tiles_along(size.ow)));
 }
 
-// The transforms of filters, inputs and outputs, each as 64 matrices; scratch for a tile, for which
-// there is room on the stack; the product's own.
+// The transforms of filters, inputs and outputs, each as 64 matrices; scratch for a tile, which is
+// on the stack instead; the product's own.
 WorkspaceBundle parts(const ConvolutionSizeRecord& size, void* base) {
     const size_t tiles = count_tiles(size);
     const auto matrices = [](size_t rows, size_t columns) {

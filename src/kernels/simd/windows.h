@@ -6,6 +6,15 @@
 
 namespace kern::simd {
 
+// 16 bytes, after which `source` moves on by `step` elements.
+template <typename Element>
+inline Vector<Element> load_and_move(const Element*& source, ptrdiff_t step) {
+    const Vector<Element> result = load(source);
+    source += step;
+    keep_in_register(source);
+    return result;
+}
+
 // Of neighbours in memory: those at even offsets and those at odd ones.
 template <typename V>
 struct EvenOdd {
