@@ -38,9 +38,9 @@ TEST(ConvolutionArm, TilesAtTheirEdges) {
     const std::pair<size_t, size_t> outputs[] = {{1, 1}, {1, 2}, {3, 3}, {2, 4},  {4, 5},
                                                  {5, 7}, {7, 8}, {8, 9}, {9, 17}, {4, 16}};
     for (auto [oh, ow] : outputs) {
-        for (size_t side : {1, 2, 3, 5, 7}) {
-            for (uint32_t stride : {1, 2}) {
-                for (uint32_t pad : {0, 1}) {
+        for (size_t side : Sizes{1, 2, 3, 5, 7}) {
+            for (uint32_t stride : {1U, 2U}) {
+                for (uint32_t pad : {0U, 1U}) {
                     if ((oh - 1) * stride + side > 2 * pad && (ow - 1) * stride + side > 2 * pad)
                         expect_bits_of_naive(square_problem(oh, ow, side, side, stride, pad),
                                              random);
@@ -59,7 +59,7 @@ TEST(ConvolutionArm, TilesAtTheirEdges) {
 // One channel a group: nothing but the row kernels.
 TEST(ConvolutionArm, DepthwiseEqualsNaive) {
     std::mt19937 random(2);
-    for (uint32_t stride : {1, 2}) {
+    for (uint32_t stride : {1U, 2U}) {
         auto problem = square_problem(7, 13, 3, 3, stride, 1);
         problem.param.sparse = ConvolutionSparse::GROUP;
         problem.src[1] = 6;

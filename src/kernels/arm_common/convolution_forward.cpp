@@ -113,7 +113,7 @@ const Algorithm* const INT8_ORDER[] = {INT8_POINTWISE, INT8_DIRECT, INT8_PAIRS, 
 
 bool is_plain_convolution(const ConvolutionSizeRecord& size) {
     return size.format == ConvolutionFormat::NCHW && size.spatial_ndim == 2 && size.group == 1 &&
-           size.dilate_h == 1 && size.dilate_w == 1 && size.icpg != 0 && size.src_plane() != 0;
+           size.dilate_h == 1 && size.dilate_w == 1;
 }
 
 bool has_square_filter(const ConvolutionSizeRecord& size, std::initializer_list<size_t> sides) {

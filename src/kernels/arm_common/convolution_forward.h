@@ -13,7 +13,7 @@ public:
     const char* algorithm_set_name() const override { return "AC0"; }
 };
 
-// What every algorithm of the Arm levels asks for: two axes, one group, no dilation, an image.
+// What every algorithm of the Arm levels asks for: two axes, one group, no dilation.
 bool is_plain_convolution(const ConvolutionSizeRecord& size);
 bool has_square_filter(const ConvolutionSizeRecord& size, std::initializer_list<size_t> sides);
 // One tap that meets every element: patches are the planes themselves.

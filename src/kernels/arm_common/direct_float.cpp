@@ -74,9 +74,12 @@ struct FloatLanes {
         explicit Taps(const float* taps) {
             for_constants<SIDE>([&](auto y) {
                 for_constants<(SIDE + 3) / 4>([&](auto vector) {
-                    constexpr size_t FIRST = decltype(vector)::value * 4;
-                    rows[y][vector] = simd::load_first(taps + y * SIDE + FIRST,
-                                                       std::min<size_t>(4, SIDE - FIRST));
+                    constexpr size_t X = decltype(vector)::value * 4;
+                    constexpr size_t FIRST = decltype(y)::value * SIDE + X;
+                    if constexpr (FIRST + 4 <= SIDE * SIDE)  // the rest is not used
+                        rows[y][vector] = simd::load(taps + FIRST);
+                    else
+                        rows[y][vector] = simd::load_first(taps + FIRST, SIDE * SIDE - FIRST);
                 });
             });
         }
@@ -90,57 +93,46 @@ struct FloatLanes {
 };
 
 // Filters of any shape: each tap loads what it meets.
-template <size_t NR_ROWS>
-struct AnyTile {
-    using In = float;
-    using Out = float;
-    static constexpr size_t ROWS = NR_ROWS;
-    static constexpr size_t LANES = 4;
-
-    explicit AnyTile(const FloatPlane&) {}
-
-    void add(const FloatPlane& plane, const float* source, float* target, ptrdiff_t target_step,
-             size_t tiles) const {
-        for (; tiles != 0; --tiles, source += LANES, target += LANES)
-            add_tile(plane, source, target, target_step);
+template <size_t ROWS>
+void add_tile(const FloatPlane& plane, const float* source, float* target, ptrdiff_t target_step) {
+    F32x4 sums[ROWS];
+    const float* old = target;
+    for_constants<ROWS>([&](auto row) {
+        sums[row] = plane.is_first ? simd::zero() : simd::load_and_move(old, target_step);
+    });
+    const auto width = static_cast<ptrdiff_t>(plane.source_width);
+    const auto taps = static_cast<ptrdiff_t>(plane.fw);
+    const ptrdiff_t step = plane.is_turned ? -1 : 1;
+    const float* tap = plane.taps;
+    if (plane.is_turned) {
+        tap += plane.fh * plane.fw - 1;
+        source += (plane.fh - 1) * plane.source_width + plane.fw - 1;
     }
-
-private:
-    static void add_tile(const FloatPlane& plane, const float* source, float* target,
-                         ptrdiff_t target_step) {
-        F32x4 sums[ROWS];
-        const float* old = target;
-        for_constants<ROWS>([&](auto row) {
-            sums[row] = plane.is_first ? simd::zero() : simd::load_and_move(old, target_step);
-        });
-        const auto width = static_cast<ptrdiff_t>(plane.source_width);
-        const auto taps = static_cast<ptrdiff_t>(plane.fw);
-        const ptrdiff_t step = plane.is_turned ? -1 : 1;
-        const float* tap = plane.taps;
-        if (plane.is_turned) {
-            tap += plane.fh * plane.fw - 1;
-            source += (plane.fh - 1) * plane.source_width + plane.fw - 1;
+    for (size_t y = 0; y < plane.fh; ++y) {
+        for (size_t x = 0; x < plane.fw; ++x, tap += step, source += step) {
+            const F32x4 factor = simd::broadcast(*tap);
+            const float* line = source;
+            for_constants<ROWS>([&](auto row) {
+                sums[row] = simd::add_product(sums[row], simd::load_and_move(line, width), factor);
+            });
         }
-        for (size_t y = 0; y < plane.fh; ++y) {
-            for (size_t x = 0; x < plane.fw; ++x, tap += step, source += step) {
-                const F32x4 factor = simd::broadcast(*tap);
-                const float* line = source;
-                for_constants<ROWS>([&](auto row) {
-                    sums[row] =
-                        simd::add_product(sums[row], simd::load_and_move(line, width), factor);
-                });
-            }
-            source += step * (width - taps);
-        }
-        for_constants<ROWS>([&](auto row) { simd::store(target + row * target_step, sums[row]); });
+        source += step * (width - taps);
     }
-};
+    for_constants<ROWS>([&](auto row) { simd::store_next(target, sums[row], target_step); });
+}
+
+template <size_t ROWS>
+void add_any_tiles(const FloatPlane& plane, const float* source, float* target,
+                   ptrdiff_t target_step, size_t tiles) {
+    for (; tiles != 0; --tiles, source += FloatLanes::LANES, target += FloatLanes::LANES)
+        add_tile<ROWS>(plane, source, target, target_step);
+}
 
 void convolve_any(const FloatPlane& plane) {
     if (plane.oh < 4)
-        convolve_in_tiles<AnyTile<1>>(plane);
+        convolve_in_tiles<1, FloatLanes::LANES>(plane, &add_any_tiles<1>);
     else
-        convolve_in_tiles<AnyTile<4>>(plane);
+        convolve_in_tiles<4, FloatLanes::LANES>(plane, &add_any_tiles<4>);
 }
 
 template <PlaneKernel<float, float> KERNEL>
