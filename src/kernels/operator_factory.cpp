@@ -1,7 +1,9 @@
 // The factory of operators, generated from the table of levels, and which level this machine takes.
+#include "kernels/arm_common/convolution_forward.h"
 #include "kernels/arm_common/elementwise.h"
 #include "kernels/arm_common/elementwise_multi_type.h"
 #include "kernels/arm_common/type_cvt.h"
+#include "kernels/armv7/convolution_forward.h"
 #include "kernels/armv7/matrix_mul.h"
 #include "kernels/armv7/relayout.h"
 #include "kernels/check.h"

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <initializer_list>
 
 #include "kernels/check.h"
 
@@ -32,9 +32,10 @@ inline uint8_t* align_up(void* pointer, size_t unit) {
 class WorkspaceBundle {
 public:
     static constexpr size_t DEFAULT_ALIGNMENT = 512;
+    static constexpr size_t MAX_PARTS = 5;  // kept inside: kernels make bundles and do not allocate
 
     // `alignment` is a power of two.
-    WorkspaceBundle(void* base, const std::vector<size_t>& sizes,
+    WorkspaceBundle(void* base, std::initializer_list<size_t> sizes,
                     size_t alignment = DEFAULT_ALIGNMENT);
 
     size_t total_size() const;
@@ -42,7 +43,8 @@ public:
 
 private:
     uint8_t* m_base;
-    std::vector<size_t> m_sizes;  // each rounded up to the alignment
+    size_t m_sizes[MAX_PARTS] = {};  // each rounded up to the alignment
+    size_t m_count = 0;
     size_t m_alignment;
 };
 

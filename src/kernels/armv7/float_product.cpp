@@ -6,6 +6,7 @@
 
 #include "kernels/armv7/float_small.h"
 #include "kernels/armv7/float_tile.h"
+#include "kernels/operators/convolution_patches.h"
 #include "kernels/packing/panel_packing.h"
 #include "kernels/simd/f32x4.h"
 #include "kernels/workspace.h"
@@ -43,36 +44,50 @@ void multiply_block(const float* a_panels, const float* b_panels, size_t depth, 
     }
 }
 
-void multiply_blocks(const FloatProduct& product, void* workspace) {
+// C of one product, in column-major terms, and what happens to it.
+struct Target {
+    float* c;
+    ptrdiff_t ldc;
+    float alpha, beta;
+};
+
+// In column-major terms: A's rows come from any source of panels.
+template <typename Source>
+void multiply_blocks(const Source& a, const Lines<float>& b, size_t total_depth,
+                     const Target& target, void* workspace) {
     uint8_t* base = align_up(workspace, FLOAT_PANEL_ALIGNMENT);
     void* b_area = base;
     void* a_area = base + FLOAT_A_PANELS_OFFSET;
     auto* a_panels = static_cast<float*>(a_area);
     auto* b_panels = static_cast<float*>(b_area);
+    size_t k = 0;
+    do {  // once for a depth of 0, which leaves beta * C
+        const size_t depth = std::min(DEPTH_BLOCK, total_depth - k);
+        const float c_factor = k == 0 ? target.beta : 1.0f;
+        for (size_t j = 0; j < b.count; j += COLUMN_BLOCK) {
+            const Lines<float> b_block = b.block(j, COLUMN_BLOCK, k);
+            pack_panels<TILE_COLUMNS>(b_block, depth, b_panels);
+            for (size_t i = 0; i < a.count; i += ROW_BLOCK) {
+                const Source a_block = a.block(i, ROW_BLOCK, k);
+                const size_t a_values = pack_panels<TILE_ROWS>(a_block, depth, a_panels);
+                if (target.alpha != 1)
+                    scale_panels(a_panels, a_values, target.alpha);
+                multiply_block(a_panels, b_panels, depth, c_factor, a_block.count, b_block.count,
+                               at_step(target.c, j, target.ldc) + i, target.ldc);
+            }
+        }
+        k += depth;
+    } while (k < total_depth);
+}
 
+void multiply_operands(const FloatProduct& product, void* workspace) {
     const ptrdiff_t lda = product.lda, ldb = product.ldb;
     const Lines<float> a{product.a, product.rows, product.transpose_a ? lda : 1,
                          product.transpose_a ? 1 : lda};
     const Lines<float> b{product.b, product.columns, product.transpose_b ? 1 : ldb,
                          product.transpose_b ? ldb : 1};
-    size_t k = 0;
-    do {  // once for a depth of 0, which leaves beta * C
-        const size_t depth = std::min(DEPTH_BLOCK, product.depth - k);
-        const float c_factor = k == 0 ? product.beta : 1.0f;
-        for (size_t j = 0; j < product.columns; j += COLUMN_BLOCK) {
-            const Lines<float> b_block = b.block(j, COLUMN_BLOCK, k);
-            pack_panels<TILE_COLUMNS>(b_block, depth, b_panels);
-            for (size_t i = 0; i < product.rows; i += ROW_BLOCK) {
-                const Lines<float> a_block = a.block(i, ROW_BLOCK, k);
-                const size_t a_values = pack_panels<TILE_ROWS>(a_block, depth, a_panels);
-                if (product.alpha != 1)
-                    scale_panels(a_panels, a_values, product.alpha);
-                multiply_block(a_panels, b_panels, depth, c_factor, a_block.count, b_block.count,
-                               at_step(product.c, j, product.ldc) + i, product.ldc);
-            }
-        }
-        k += depth;
-    } while (k < product.depth);
+    multiply_blocks(a, b, product.depth, {product.c, product.ldc, product.alpha, product.beta},
+                    workspace);
 }
 
 }  // namespace
@@ -88,7 +103,15 @@ void float_product(const FloatProduct& product, void* workspace) {
     if (takes_small_routine(product))
         small_float_product(product);
     else
-        multiply_blocks(in_column_major(product), workspace);
+        multiply_operands(in_column_major(product), workspace);
+}
+
+void float_patches_product(const ConvolutionRunRecord& run, void* workspace) {
+    for (size_t image = 0; image < run.n; ++image) {
+        float* c = static_cast<float*>(run.dst) + image * run.dst_image_step;
+        multiply_blocks(image_patches(run, image), filter_lines(run), run.depth(),
+                        {c, static_cast<ptrdiff_t>(run.dst_plane()), 1, 0}, workspace);
+    }
 }
 
 }  // namespace kern::armv7

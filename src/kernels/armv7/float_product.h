@@ -8,6 +8,8 @@
 
 #include <cstddef>
 
+#include "kernels/operators/convolution.h"
+
 namespace kern::armv7 {
 
 enum class StorageOrder { ROW_MAJOR, COLUMN_MAJOR };
@@ -53,5 +55,9 @@ bool takes_small_routine(const FloatProduct& product);
 
 // `workspace` has FLOAT_PRODUCT_WORKSPACE bytes and needs no alignment.
 void float_product(const FloatProduct& product, void* workspace);
+
+// The filters of a Float32 convolution of one group by the patches of one image after the other,
+// which are expanded only in the panels. In the same workspace, and adding in the same order.
+void float_patches_product(const ConvolutionRunRecord& run, void* workspace);
 
 }  // namespace kern::armv7

@@ -31,6 +31,21 @@ struct MatrixMulArgs {
           b_k(param.transpose_b ? 1 : b_tensor.layout.stride[0]),
           b_column(param.transpose_b ? b_tensor.layout.stride[0] : 1),
           c_row(c_tensor.layout.stride[0]) {}
+
+    // Dense matrices, none of them transposed.
+    MatrixMulArgs(const float* a_first, const float* b_first, float* c_first, size_t nr_rows,
+                  size_t nr_columns, size_t products)
+        : a(a_first),
+          b(b_first),
+          c(c_first),
+          rows(nr_rows),
+          columns(nr_columns),
+          depth(products),
+          a_row(static_cast<ptrdiff_t>(products)),
+          a_k(1),
+          b_k(static_cast<ptrdiff_t>(nr_columns)),
+          b_column(1),
+          c_row(static_cast<ptrdiff_t>(nr_columns)) {}
 };
 
 }  // namespace kern

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "kernels/packing/lines.h"
+#include "kernels/simd/f32x4.h"
 
 namespace kern {
 
@@ -34,7 +35,9 @@ struct PatchAxis {
     // Of `count` outputs, of which the first meets element `left`: how many meet what is before
     // `position`.
     size_t outputs_before(ptrdiff_t position, ptrdiff_t left, size_t count) const {
-        const ptrdiff_t outputs = (position - left + stride - 1) / stride;
+        ptrdiff_t outputs = position - left;
+        if (stride != 1)  // small processors divide slowly
+            outputs = (outputs + stride - 1) / stride;
         return std::min(static_cast<size_t>(std::max(outputs, ptrdiff_t{0})), count);
     }
 };
@@ -68,20 +71,44 @@ struct ChannelSteps {
     size_t panel_step;
 };
 
+// A fixed number of neighbours, as whole vectors: compilers for 32-bit Arm would call memcpy, which
+// takes four times the instructions.
+template <size_t COUNT>
+void copy_neighbours(const float* source, float* target) {
+    constexpr size_t VECTORS = COUNT / simd::LANES<float> * simd::LANES<float>;
+    for (size_t lane = 0; lane < VECTORS; lane += simd::LANES<float>)
+        simd::store(target + lane, simd::load(source + lane));
+    for (size_t lane = VECTORS; lane < COUNT; ++lane)
+        target[lane] = source[lane];
+}
+template <size_t COUNT>
+void zero_neighbours(float* target) {
+    constexpr size_t VECTORS = COUNT / simd::LANES<float> * simd::LANES<float>;
+    for (size_t lane = 0; lane < VECTORS; lane += simd::LANES<float>)
+        simd::store(target + lane, simd::zero());
+    for (size_t lane = VECTORS; lane < COUNT; ++lane)
+        target[lane] = 0;
+}
+
 // COUNT neighbouring lanes of a panel for each channel: a fixed number, so that they are moved as
 // vectors. A null source is the padding.
 template <size_t COUNT>
 void copy_lanes(const float* source, ptrdiff_t step, const ChannelSteps& channels, float* target) {
-    for (size_t i = 0; i < channels.count; ++i, target += channels.panel_step) {
-        if (source == nullptr) {
-            std::fill_n(target, COUNT, 0.0f);
-            continue;
+    if (source == nullptr) {
+        for (size_t i = 0; i < channels.count; ++i, target += channels.panel_step)
+            zero_neighbours<COUNT>(target);
+        return;
+    }
+    if (step == 1) {
+        for (size_t i = 0; i < channels.count; ++i, target += channels.panel_step) {
+            copy_neighbours<COUNT>(source, target);
+            source += channels.plane;
         }
-        if (step == 1)
-            std::copy_n(source, COUNT, target);
-        else
-            for (size_t lane = 0; lane < COUNT; ++lane)
-                target[lane] = *at_step(source, lane, step);
+        return;
+    }
+    for (size_t i = 0; i < channels.count; ++i, target += channels.panel_step) {
+        for (size_t lane = 0; lane < COUNT; ++lane)
+            target[lane] = *at_step(source, lane, step);
         source += channels.plane;
     }
 }
@@ -135,20 +162,27 @@ void pack_panel(const ImagePatches& patches, size_t depth, float* panel) {
     const size_t outputs = std::min(WIDTH, patches.count), taps = patches.taps();
     const size_t plane = patches.rows.length * patches.columns.length;
     const size_t end_k = patches.first_k + depth;
-    for (size_t tap = 0; tap < std::min(taps, end_k); ++tap) {
-        const size_t before = patches.first_k > tap ? patches.first_k - tap : 0;
-        const size_t channel = (before + taps - 1) / taps;
-        const size_t k = channel * taps + tap;
-        if (k >= end_k)
+    // Divisions are calls on 32-bit Arm: few of them, and none for each tap.
+    const size_t first_channel = patches.first_k / taps, end_channel = end_k / taps;
+    const size_t first_tap = patches.first_k % taps, end_tap = end_k % taps;
+    const size_t first_row = patches.first_output / patches.row_outputs;
+    const size_t first_column = patches.first_output % patches.row_outputs;
+    size_t tap_y = 0, tap_x = 0;
+    for (size_t tap = 0; tap < taps; ++tap, ++tap_x) {
+        if (tap_x == patches.columns.taps) {
+            tap_x = 0;
+            ++tap_y;
+        }
+        const size_t channel = first_channel + (tap < first_tap ? 1 : 0);
+        const size_t last_channel = end_channel + (tap < end_tap ? 1 : 0);
+        if (channel >= last_channel)
             continue;
-        const packing::ChannelSteps channels{(end_k - k + taps - 1) / taps, plane, taps * WIDTH};
-        float* target = panel + (k - patches.first_k) * WIDTH;
-        packing::OutputRun run{patches.first_output / patches.row_outputs,
-                               patches.first_output % patches.row_outputs, 0, 0};
+        const packing::ChannelSteps channels{last_channel - channel, plane, taps * WIDTH};
+        float* target = panel + (channel * taps + tap - patches.first_k) * WIDTH;
+        packing::OutputRun run{first_row, first_column, 0, 0};
         while (run.lane < outputs) {
             run.count = std::min(outputs - run.lane, patches.row_outputs - run.column);
-            packing::pack_run<WIDTH>(patches, run, tap / patches.columns.taps,
-                                     tap % patches.columns.taps, channel, channels,
+            packing::pack_run<WIDTH>(patches, run, tap_y, tap_x, channel, channels,
                                      target + run.lane);
             run = {run.row + 1, 0, run.lane + run.count, 0};
         }
