@@ -32,7 +32,8 @@ void multiply_matrix(const MatrixMulArgs& args, void* workspace) {
     product.columns = args.columns;
     product.depth = args.depth;
     product.a = static_cast<const float*>(args.a);
-    product.lda = args.a_row;
+    product.transpose_a = args.a_k != 1;
+    product.lda = product.transpose_a ? args.a_k : args.a_row;
     product.b = static_cast<const float*>(args.b);
     product.ldb = args.b_k;
     product.c = static_cast<float*>(args.c);

@@ -79,10 +79,7 @@ void ConvolutionChoice<Naive>::exec_run(const ConvolutionRunRecord& run) {
     const auto one = of_one_group(run);
     const Algorithm* algorithm = choose(one);
     KERN_CHECK(algorithm->workspace_in_bytes(one) <= run.workspace.size);
-    this->dispatch([run, kernel = algorithm->dispatch_kernel(one)] {
-        for (size_t group = 0; group < run.group; ++group)
-            kernel(run.group_at(group));
-    });
+    this->dispatch([run, kernel = algorithm->dispatch_kernel(one)] { run.for_each_group(kernel); });
 }
 
 template <typename Naive>

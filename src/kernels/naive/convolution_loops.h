@@ -30,8 +30,7 @@ public:
               const Workspace& workspace) override {
         const auto size = this->size_of(src.layout, filter.layout, dst.layout);
         this->dispatch([run = this->run_of(size, src, filter, dst, workspace)] {
-            for (size_t group = 0; group < run.group; ++group)
-                KERNEL(run.group_at(group));
+            run.for_each_group(KERNEL);
         });
     }
     size_t workspace_in_bytes(const TensorLayout&, const TensorLayout&,

@@ -60,10 +60,6 @@ TensorShape other_side(const ConvolutionRules& rules, const TensorShape& images,
     return shape;
 }
 
-uint8_t* advance(void* pointer, DType dtype, size_t elements) {
-    return static_cast<uint8_t*>(pointer) + elements * dtype.element_bytes();
-}
-
 void check_dtypes(MatrixMulDataType data_type, DType a, DType b, DType written) {
     KERN_CHECK(a.valid() && b.valid() && written.valid());
     KERN_CHECK(a.enum_value() == b.enum_value());
@@ -133,13 +129,19 @@ ConvolutionRules::ConvolutionRules(const Convolution3DParam& param)
            {param.pad_h, param.stride_h, param.dilate_h},
            {param.pad_w, param.stride_w, param.dilate_w}} {}
 
-ConvolutionRunRecord ConvolutionRunRecord::group_at(size_t index) const {
+// The steps are found once: a group may be a channel of a few outputs.
+void ConvolutionRunRecord::for_each_group(void (*kernel)(const ConvolutionRunRecord&)) const {
+    const size_t src_step = icpg * src_plane() * src_type.element_bytes();
+    const size_t filter_step = ocpg * depth() * filter_type.element_bytes();
+    const size_t dst_step = ocpg * dst_plane() * dst_type.element_bytes();
     ConvolutionRunRecord one = *this;
     one.group = 1;
-    one.src = advance(src, src_type, index * icpg * src_plane());
-    one.filter = advance(filter, filter_type, index * ocpg * depth());
-    one.dst = advance(dst, dst_type, index * ocpg * dst_plane());
-    return one;
+    for (size_t i = 0; i < group; ++i) {
+        kernel(one);
+        one.src = static_cast<uint8_t*>(one.src) + src_step;
+        one.filter = static_cast<uint8_t*>(one.filter) + filter_step;
+        one.dst = static_cast<uint8_t*>(one.dst) + dst_step;
+    }
 }
 
 TensorShape convolved_shape(const ConvolutionRules& rules, const TensorShape& src,

@@ -113,8 +113,8 @@ struct ConvolutionRunRecord : ConvolutionSizeRecord {
     explicit ConvolutionRunRecord(const ConvolutionSizeRecord& size)
         : ConvolutionSizeRecord(size) {}
 
-    // The part of one group, as a convolution of its own.
-    ConvolutionRunRecord group_at(size_t index) const;
+    // Calls the kernel for the part of each group, as a convolution of its own.
+    void for_each_group(void (*kernel)(const ConvolutionRunRecord&)) const;
 };
 
 // One way of convolving: a constant of a level. Its functions are given records of one group.
