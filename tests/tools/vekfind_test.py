@@ -292,7 +292,9 @@ def an_old_file_outlives_what_goes_wrong():
                 limit=small_files)
     lines = csv("long.csv", ROWS * 1000)
     before = read("many.vek")
-    build = subprocess.Popen([*VEKFIND, "build", lines, "-o", path("many.vek")])
+    # A shell that starts a test in the background has the signal ignored.
+    build = subprocess.Popen([*VEKFIND, "build", lines, "-o", path("many.vek")],
+                             preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     while not glob.glob(path("many.vek.*.tmp")):
         assert build.poll() is None
         time.sleep(0.001)

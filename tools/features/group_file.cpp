@@ -8,7 +8,6 @@ namespace features {
 namespace {
 
 constexpr size_t WORD = 8;
-constexpr uint64_t MAX_ROWS = 536870911;
 
 }  // namespace
 
@@ -22,7 +21,7 @@ GroupFile::GroupFile(const std::string& path) : m_file(path) {
     m_nr_rows = static_cast<uint32_t>(words[2]);
     if (dim() == 0)
         m_file.fail(sizes, "a row of " + std::to_string(m_feature_size) + " bytes holds no float");
-    if (m_nr_rows > MAX_ROWS)
+    if (m_nr_rows > MAX_GROUP_ROWS)
         m_file.fail(sizes + 2 * WORD, std::to_string(m_nr_rows) + " rows are too many");
     m_ids_offset = sizes + sizeof(words);
     const uint64_t reserved_offset = m_ids_offset + WORD * m_nr_rows;
