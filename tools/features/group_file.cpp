@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 
 namespace features {
@@ -78,7 +79,10 @@ void GroupFile::read_tags(uint64_t first, size_t count, uint8_t* tags) const {
 }
 
 Tags GroupFile::read_all_tags() const {
-    Tags tags{m_tag_size, std::vector<uint8_t>(static_cast<size_t>(m_nr_rows * m_tag_size))};
+    const uint64_t bytes = m_nr_rows * m_tag_size;
+    if (bytes > PTRDIFF_MAX)
+        throw std::bad_alloc();
+    Tags tags{m_tag_size, std::vector<uint8_t>(static_cast<size_t>(bytes))};
     read_tags(0, static_cast<size_t>(m_nr_rows), tags.bytes.data());
     return tags;
 }
