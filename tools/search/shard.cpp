@@ -65,7 +65,8 @@ void Shard<T>::load(Part& part) {
         for (size_t i = 0; i < count; ++i) {
             if (!source.is_wanted(first + i))
                 continue;
-            std::copy_n(&rows[i * dim], dim, &rows[places.size() * dim]);
+            if (places.size() < i)
+                std::copy_n(&rows[i * dim], dim, &rows[places.size() * dim]);
             places.push_back(part.begin + (first + i - part.slice.first));
         }
         m_group.insert(places, vekfind::Features(rows.data(), places.size() * dim));
