@@ -27,8 +27,8 @@ void require_distinct(const Ranks& ranks, const std::vector<uint64_t>& ids) {
         return static_cast<int>(hash * static_cast<uint64_t>(ranks.size()) >> 32);
     };
     uint64_t repeated = NONE;
-    const std::vector<uint64_t> met = ranks.exchange(ids, owner_of);
-    ranks.together([&] { repeated = find_repeated(met); });
+    std::vector<uint64_t> met = ranks.exchange(ids, owner_of);
+    ranks.together([&] { repeated = find_repeated(std::move(met)); });
     repeated = ranks.minimum(repeated);
     if (repeated == NONE)
         return;
