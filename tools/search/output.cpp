@@ -140,27 +140,30 @@ void require_known_format(const std::string& path) {
     throw tools::BadUse(path + ": results are written as .txt, .csv, .json, .npz or .ivecs");
 }
 
-void write_result(const std::string& path, const Result& result, bool has_scores) {
-    if (path.empty()) {
+std::unique_ptr<tools::OutputFile> open_output(const std::string& path) {
+    return path.empty() ? nullptr : std::make_unique<tools::OutputFile>(path);
+}
+
+void write_result(tools::OutputFile* file, const Result& result, bool has_scores) {
+    if (file == nullptr) {
         write_table(std::cout, result, has_scores);
         if (!std::cout.flush())
             throw tools::BadFile("the output cannot be written");
         return;
     }
-    const std::string extension = std::filesystem::path(path).extension().string();
-    tools::OutputFile file(path);
+    const std::string extension = std::filesystem::path(file->path()).extension().string();
     if (extension == ".npz") {
-        write_npz(file, result, has_scores);
+        write_npz(*file, result, has_scores);
     } else if (extension == ".ivecs") {
-        write_ivecs(file, result);
+        write_ivecs(*file, result);
     } else {
         std::ostringstream text;
         const auto write =
             extension == ".csv" ? write_csv : (extension == ".json" ? write_json : write_table);
         write(text, result, has_scores);
-        file.write(text.str());
+        file->write(text.str());
     }
-    file.commit();
+    file->commit();
 }
 
 }  // namespace search

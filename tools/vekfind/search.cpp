@@ -25,6 +25,7 @@ void search_for(const Words& words) {
     search::Queries<T> queries(words.queries, options, setup.comparison);
     if (!options.int8)
         search::warn_if_far(*setup.slices.front().source);
+    const auto output = search::open_output(options.output);
     const search::Collection<T> collection(setup.slices, static_cast<size_t>(options.nr_threads),
                                            setup.comparison.settings());
     times.tell("loading " + std::to_string(collection.nr_rows()) + " rows");
@@ -40,7 +41,7 @@ void search_for(const Words& words) {
     }
     times.tell("searching with " + std::to_string(queries.size()) + " queries");
     search::warn_of_changes("vekfind", collection.nr_changed() + queries.nr_changed());
-    search::write_result(options.output, result, setup.comparison.has_scores);
+    search::write_result(output.get(), result, setup.comparison.has_scores);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
+#include <memory>
 
 #include "common/failure.h"
 #include "common/text.h"
@@ -126,8 +127,10 @@ void run(const mpi::Ranks& ranks, const Words& words) {
 
     std::unique_ptr<search::Queries<T>> queries;
     std::unique_ptr<search::Collection<T>> collection;
+    std::unique_ptr<tools::OutputFile> output;
     ranks.together([&] {
         if (ranks.is_first()) {
+            output = search::open_output(options.output);
             queries =
                 std::make_unique<search::Queries<T>>(words.queries, options, setup.comparison);
             if (!options.int8)
@@ -149,7 +152,7 @@ void run(const mpi::Ranks& ranks, const Words& words) {
         if (!ranks.is_first())
             return;
         search::warn_of_changes(NAME, queries->nr_changed());
-        search::write_result(options.output, result, setup.comparison.has_scores);
+        search::write_result(output.get(), result, setup.comparison.has_scores);
     });
 }
 
