@@ -124,9 +124,11 @@ def queries_are_prepared_as_the_rows_were():
                        + b"\n" + struct.pack("<2f", 1, 3))
     assert without_scores(found(group, shifted, "--no-normalize", "--mean", mean,
                                 "-k", 1)) == [[(7, 0.0)]]
-    nan = files.npy(path("nan.npy"), "f", [[1, 2], [math.nan, 0]])
-    search(group, nan, status=1, error="row 1")
-    assert len(found(nan, shifted, "--allow-nan", "--threads", 2)[0]) == 2
+    nan = files.npy(path("nan.npy"), "f", [[math.nan, 0], [1, 2], [2, 2]])
+    search(group, nan, status=1, error="row 0")
+    for threads in (1, 2, 3):
+        matches = found(nan, shifted, "--allow-nan", "--threads", threads)[0]
+        assert [match[0] for match in matches] == [1, 2, 0] and math.isnan(matches[2][2])
 
 
 def integers_are_shifted():
