@@ -63,13 +63,15 @@ def a_failing_rank_ends_all(rows, queries):
     wide = files.group(path("wide.vek"), [9], [rows[0] * 2], b"", CONSTANTS)
     again = files.group(path("again.vek"), [8, 5], rows[:2], b"", CONSTANTS)
     twice = files.group(path("twice.vek"), [0], rows[:1], b"", CONSTANTS)
-    other = files.group(path("other.vek"), [9], rows[:1], b"", {"scale": 1, "bias": -3})
+    scale = files.group(path("scale.vek"), [9], rows[:1], b"", {"scale": 1, "bias": -3})
+    bias = files.group(path("bias.vek"), [9], rows[:1], b"", {"scale": 0.5, "bias": -2})
     nan = files.group(path("nan.vek"), [9], [[float("nan")] * len(rows[0])], b"", CONSTANTS)
     for nr_ranks, shards, status, error in (
             (4, [*good[:3], path("missing.vek")], 1, "rank 3: " + path("missing.vek")),
             (2, [good[0], cut], 1, "rank 1: " + cut), (2, [good[0], nan], 1, "nan.vek: row 0"),
             (2, [good[0], wide], 1, "wide.vek: it has %d dimensions" % (2 * len(rows[0]))),
-            (2, [good[0], other], 1, "other.vek: it has another scale"),
+            (2, [good[0], scale], 1, "scale.vek: it has another scale or bias"),
+            (2, [good[0], bias], 1, "bias.vek: it has another scale or bias"),
             (3, [good[0], good[2], again], 1, "id 5 stands in the shards of ranks 1 and 2"),
             (2, [good[0], good[1], twice], 1, "id 0 stands twice in the shard of rank 0"),
             (2, [path("rows.npy"), path("rows.fvecs")], 1, "stand"),

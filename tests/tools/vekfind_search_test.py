@@ -115,7 +115,8 @@ def queries_are_prepared_as_the_rows_were():
     assert [match[0] for match in results[0]] == [5, 6] and results[0][0][2] < 1e-12
     assert abs(results[0][0][1] - 1 / (1 + math.exp(-1))) < 1e-6
     assert found(group, queries, "-k", 1, "--no-normalize")[0][0][2] > 2000
-    assert found(group, queries, "-k", 1, "--bias", 0)[0][0][1] < 0.501
+    second = found(group, queries, "-k", 2, "--scale", 1, "--bias", 0)[0][1]
+    assert abs(second[1] - 1 / (1 + math.exp(2))) < 1e-6, second
     unit = files.npy(path("more.npy"), "f", [[3, 4], [-4, 3], [0, -2]])
     assert [m[0] for m in found(unit, queries, "--normalize", "-k", 2)[0]] == [0, 1]
     shifted = files.npy(path("shifted.npy"), "f", [[1, 2]])

@@ -150,6 +150,12 @@ def formats_convert_into_each_other():
         assert read("again.fvecs") == read("rows.fvecs"), source
 
 
+    # The first line ends where the second piece that is read begins.
+    edge = files.write(path("edge.csv"), b"1,2".ljust(1 << 20) + b"\n3,4")
+    vekfind("convert", edge, path("edge.npy"))
+    assert array("edge.npy")[1:] == ((2, 2), packed([[1, 2], [3, 4]]))
+
+
 def a_mean_is_kept_for_the_queries():
     far = files.floats([[number + 1000 * (i + 1) for i, number in enumerate(row)] for row in ROWS])
     source = files.npy(path("far.npy"), "f", far)
@@ -159,6 +165,8 @@ def a_mean_is_kept_for_the_queries():
     assert numbers("near.mean.npy", "f") == mean
     near = files.floats([[a - b for a, b in zip(row, mean)] for row in far])
     assert numbers("near.npy", "f") == [number for row in near for number in row]
+    vekfind("convert", csv("far.csv", far), path("csv.npy"), "--center")
+    assert read("csv.npy") == read("near.npy")
     vekfind("build", source, "-o", path("far.vek"), "--mean", path("near.mean.npy"))
     vekfind("build", path("near.npy"), "-o", path("near.vek"))
     assert read("far.vek") == read("near.vek")
@@ -197,6 +205,11 @@ def info_and_export_tell_what_is_there():
     assert "the first is row 17" in vekfind("info", group)
     empty = files.write(path("no_rows.vek"), struct.pack("<8s4Q", b"vek00001", 24, 0, 0, 0))
     assert "rows: 0" in vekfind("info", empty)
+
+    drift = files.npy(path("drift.npy"), "f", [[i, 10] for i in range(601)])
+    ratio = json.loads(vekfind("info", drift, "--json"))["distance_ratio"]
+    variance = sum((i - 300) ** 2 for i in range(601)) / 601
+    assert abs(ratio - ((300 ** 2 + 10 ** 2) / variance) ** 0.5) < 1e-6
 
     # Rows of 26 bytes, of which 2 are no float; no version, as in older files.
     padded = struct.pack("<3Q", 26, 1, 2) + struct.pack("<3Q", 5, 4, 0) + b"".join(
@@ -243,6 +256,8 @@ def bad_features_are_refused():
                 path("kept.vek"))
     for error, source in (
             ("row 17: holds NaN", files.npy(path("bad.npy"), "f", DAMAGED)),
+            ("row 17000: holds NaN", with_change(
+                "many.npy", len(read("many.npy")) - 3000 * 256, struct.pack("<f", float("nan")))),
             ("row 1: element 5 is beyond", files.npy(path("beyond.npy"), "d", overflow)),
             ("byte 28: row 1 has 5 elements, not 6",
              with_change("rows.fvecs", 28, struct.pack("<i", 5))),
@@ -292,7 +307,9 @@ def an_old_file_outlives_what_goes_wrong():
                 limit=small_files)
     lines = csv("long.csv", ROWS * 1000)
     before = read("many.vek")
-    build = subprocess.Popen([*VEKFIND, "build", lines, "-o", path("many.vek")])
+    # A shell that starts a test in the background has the signal ignored.
+    build = subprocess.Popen([*VEKFIND, "build", lines, "-o", path("many.vek")],
+                             preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     while not glob.glob(path("many.vek.*.tmp")):
         assert build.poll() is None
         time.sleep(0.001)

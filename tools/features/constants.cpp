@@ -32,9 +32,8 @@ Constants read_constants(const std::string& group_path) {
         return {};
     Constants constants;
     for (const auto& [key, value] : tools::read_json_object(path)) {
-        const auto fail = [&, offset = value.offset, name = key](const char* text) {
-            throw tools::BadFile(path + ": byte " + std::to_string(offset) + ": " + name + text);
-        };
+        const std::string place = path + ": byte " + std::to_string(value.offset) + ": " + key;
+        const auto fail = [&](const char* text) { throw tools::BadFile(place + text); };
         if (key == "normalize") {
             if (value.kind != JsonValue::Kind::BOOL)
                 fail(" is neither true nor false");

@@ -2,13 +2,13 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 
 namespace features {
 namespace {
 
 constexpr size_t WORD = 8;
-constexpr uint64_t MAX_ROWS = 536870911;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ GroupFile::GroupFile(const std::string& path) : m_file(path) {
     m_nr_rows = static_cast<uint32_t>(words[2]);
     if (dim() == 0)
         m_file.fail(sizes, "a row of " + std::to_string(m_feature_size) + " bytes holds no float");
-    if (m_nr_rows > MAX_ROWS)
+    if (m_nr_rows > MAX_GROUP_ROWS)
         m_file.fail(sizes + 2 * WORD, std::to_string(m_nr_rows) + " rows are too many");
     m_ids_offset = sizes + sizeof(words);
     const uint64_t reserved_offset = m_ids_offset + WORD * m_nr_rows;
@@ -79,7 +79,10 @@ void GroupFile::read_tags(uint64_t first, size_t count, uint8_t* tags) const {
 }
 
 Tags GroupFile::read_all_tags() const {
-    Tags tags{m_tag_size, std::vector<uint8_t>(static_cast<size_t>(m_nr_rows * m_tag_size))};
+    const uint64_t bytes = m_nr_rows * m_tag_size;
+    if (bytes > PTRDIFF_MAX)
+        throw std::bad_alloc();
+    Tags tags{m_tag_size, std::vector<uint8_t>(static_cast<size_t>(bytes))};
     read_tags(0, static_cast<size_t>(m_nr_rows), tags.bytes.data());
     return tags;
 }

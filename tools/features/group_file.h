@@ -11,6 +11,8 @@
 
 namespace features {
 
+constexpr uint64_t MAX_GROUP_ROWS = 536870911;  // a file with more does not load
+
 class GroupFile {
 public:
     // Reads all but ids, features and tags.

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
 #include "common/failure.h"
 #include "common/line_reader.h"
@@ -56,7 +57,7 @@ std::vector<uint64_t> widened(const npy::Array& array, const std::string& path) 
         std::memcpy(&number, array.bytes.data() + i * sizeof(T), sizeof(T));
         if (number < 0)
             fail_row(path, i, std::to_string(number) + " is below 0");
-        numbers[i] = static_cast<uint64_t>(number);
+        numbers[i] = static_cast<std::make_unsigned_t<T>>(number);
     }
     return numbers;
 }

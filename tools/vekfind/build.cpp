@@ -21,8 +21,6 @@ namespace {
 
 using features::FeatureFile;
 
-constexpr uint64_t MAX_GROUP_ROWS = 536870911;  // a file with more does not load
-
 struct BuildOptions {
     std::string features, output, ids, tags;
     RowOptions rows;
@@ -92,7 +90,7 @@ vekfind::Group make_group(const BuildOptions& options, const FeatureFile& file, 
 
 vekfind::Group read_group(const BuildOptions& options, FeatureFile& file) {
     const uint64_t nr_rows = file.nr_rows();
-    if (nr_rows > MAX_GROUP_ROWS)
+    if (nr_rows > features::MAX_GROUP_ROWS)
         throw tools::BadFile(file.path() + ": " + std::to_string(nr_rows) +
                              " rows are more than a group file may have");
     const auto [ids, tags] = read_ids_and_tags(options, file);

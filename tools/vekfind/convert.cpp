@@ -103,7 +103,7 @@ void convert(const ConvertOptions& options) {
         throw tools::BadUse("--int8-scale: it is to be above 0, and a number that a float holds");
     const auto file = features::open_features(options.input);
     const bool is_float =
-        !is_int8(file->type()) || options.center || options.rows.is_any() ||
+        !is_int8(file->type()) || options.center || options.rows.is_any() || options.int8_scale ||
         (!options.int8 && features::lower_case_suffix(options.output) == ".fvecs");
     const ElementType type = options.int8 ? ElementType::INT8
                              : is_float   ? ElementType::FLOAT32
