@@ -72,14 +72,20 @@ struct ChannelSteps {
 };
 
 // A fixed number of neighbours, as whole vectors: compilers for 32-bit Arm would call memcpy, which
-// takes four times the instructions.
+// takes four times the instructions. Both pointers move on by `source_step` and `target_step`.
 template <size_t COUNT>
-void copy_neighbours(const float* source, float* target) {
-    constexpr size_t VECTORS = COUNT / simd::LANES<float> * simd::LANES<float>;
-    for (size_t lane = 0; lane < VECTORS; lane += simd::LANES<float>)
-        simd::store(target + lane, simd::load(source + lane));
-    for (size_t lane = VECTORS; lane < COUNT; ++lane)
+void copy_neighbours(const float*& source, ptrdiff_t source_step, float*& target,
+                     ptrdiff_t target_step) {
+    constexpr size_t VECTORS = COUNT / simd::LANES<float>;
+    constexpr auto COPIED = static_cast<ptrdiff_t>(VECTORS * simd::LANES<float>);
+#pragma GCC unroll 8
+    for (size_t i = 0; i < VECTORS; ++i)
+        simd::store_next(target, simd::load_next(source), simd::LANES<float>);
+#pragma GCC unroll 4
+    for (ptrdiff_t lane = 0; lane < static_cast<ptrdiff_t>(COUNT) - COPIED; ++lane)
         target[lane] = source[lane];
+    source += source_step - COPIED;
+    target += target_step - COPIED;
 }
 template <size_t COUNT>
 void zero_neighbours(float* target) {
@@ -100,10 +106,9 @@ void copy_lanes(const float* source, ptrdiff_t step, const ChannelSteps& channel
         return;
     }
     if (step == 1) {
-        for (size_t i = 0; i < channels.count; ++i, target += channels.panel_step) {
-            copy_neighbours<COUNT>(source, target);
-            source += channels.plane;
-        }
+        for (size_t i = channels.count; i != 0; --i)
+            copy_neighbours<COUNT>(source, static_cast<ptrdiff_t>(channels.plane), target,
+                                   static_cast<ptrdiff_t>(channels.panel_step));
         return;
     }
     for (size_t i = 0; i < channels.count; ++i, target += channels.panel_step) {
