@@ -4,7 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/bench_util.h"
-#include "bench/machine_limits.h"
+#include "tools/common/machine_limits.h"
 
 namespace {
 

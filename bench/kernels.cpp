@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "bench/machine_limits.h"
+#include "tools/common/machine_limits.h"
 #include "kernels/elementwise.h"
 #include "kernels/matrix_mul.h"
 #include "kernels/reduce.h"

@@ -8,7 +8,7 @@
 #include <map>
 
 #include "bench/bench_util.h"
-#include "bench/machine_limits.h"
+#include "tools/common/machine_limits.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
 // What this machine can do at most, measured: multiply-adds per second of the widest instructions
 // that the library uses here, and bytes read per second. Zero where the instructions are unknown.
 // Each call takes the best of many short bursts, since other work on the machine only ever slows
-// one down.
+// one down. The CPU itself is asked for what it has, so that programs which see only the public
+// header can use this as well as the benchmarks.
 #pragma once
 
 #include <sys/mman.h>
@@ -13,10 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-
-#if defined(__x86_64__)
-#include "kernels/x86/cpu.h"
-#endif
+#include <new>
 
 namespace machine_limits {
 
@@ -72,19 +70,25 @@ inline double word_products_256() {
     MACHINE_LIMITS_TWELVE("vpmaddwd", "y");
 }
 #undef MACHINE_LIMITS_TWELVE
+
+// The sets that the library has kernels for.
+inline bool has_avx2() {
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}
+inline bool has_avx512() {
+    return has_avx2() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("avx512vnni");
+}
 #endif
 
 // Float operations per second; a multiplication and an addition count as two.
 inline double float_peak([[maybe_unused]] size_t bursts = 2000) {
 #if defined(__x86_64__)
-    switch (kern::x86::best_instruction_set()) {
-        case kern::x86::InstructionSet::AVX512:
-            return best_rate([] { return 32 * fused_floats_512(); }, bursts);
-        case kern::x86::InstructionSet::AVX2:
-            return best_rate([] { return 16 * fused_floats_256(); }, bursts);
-        default:
-            break;
-    }
+    if (has_avx512())
+        return best_rate([] { return 32 * fused_floats_512(); }, bursts);
+    if (has_avx2())
+        return best_rate([] { return 16 * fused_floats_256(); }, bursts);
 #endif
     return 0;
 }
@@ -92,14 +96,10 @@ inline double float_peak([[maybe_unused]] size_t bursts = 2000) {
 // Operations per second on 8-bit integers, counted likewise.
 inline double int8_peak([[maybe_unused]] size_t bursts = 2000) {
 #if defined(__x86_64__)
-    switch (kern::x86::best_instruction_set()) {
-        case kern::x86::InstructionSet::AVX512:
-            return best_rate([] { return 128 * byte_products_512(); }, bursts);
-        case kern::x86::InstructionSet::AVX2:
-            return best_rate([] { return 32 * word_products_256(); }, bursts);
-        default:
-            break;
-    }
+    if (has_avx512())
+        return best_rate([] { return 128 * byte_products_512(); }, bursts);
+    if (has_avx2())
+        return best_rate([] { return 32 * word_products_256(); }, bursts);
 #endif
     return 0;
 }
@@ -110,6 +110,8 @@ inline Memory fresh_memory(size_t bytes) {
     constexpr size_t HUGE_PAGE = 2 << 20;
     const size_t allocated = (bytes + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
     Memory memory(std::aligned_alloc(HUGE_PAGE, allocated), std::free);
+    if (!memory)
+        throw std::bad_alloc();
     madvise(memory.get(), allocated, MADV_HUGEPAGE);
     return memory;
 }
@@ -117,7 +119,8 @@ inline Memory fresh_memory(size_t bytes) {
 // Bytes per second of reading so many bytes once from beginning to end. `bytes` is cut to whole
 // cache lines.
 inline double read_bandwidth(size_t bytes) {
-    constexpr size_t LINE = 64, MOST = size_t{4} << 30;
+    constexpr size_t LINE = 64;
+    constexpr uint64_t IN_ALL = uint64_t{4} << 30;
     const Memory memory = fresh_memory(bytes);
     std::memset(memory.get(), 1, bytes);
     const auto* words = static_cast<const uint64_t*>(memory.get());
@@ -132,7 +135,7 @@ inline double read_bandwidth(size_t bytes) {
             sink = sink + sum;
         return static_cast<double>(lines * LINE);
     };
-    return best_rate(read_all, std::max<size_t>(MOST / (bytes + 1), 8));
+    return best_rate(read_all, static_cast<size_t>(std::max<uint64_t>(IN_ALL / (bytes + 1), 8)));
 }
 
 }  // namespace machine_limits
