@@ -14,5 +14,7 @@ void add_info(CLI::App& app);
 void add_convert(CLI::App& app);
 void add_export(CLI::App& app);
 void add_search(CLI::App& app);
+void add_calibrate(CLI::App& app);
+void add_bench(CLI::App& app);
 
 }  // namespace commands

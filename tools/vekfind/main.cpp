@@ -17,6 +17,8 @@ int run_command(int nr_words, char** words) {
     commands::add_convert(app);
     commands::add_export(app);
     commands::add_search(app);
+    commands::add_calibrate(app);
+    commands::add_bench(app);
     if (const auto status = tools::parse(app, nr_words, words))
         return *status;
     if (app.get_subcommands().empty())

@@ -1,0 +1,257 @@
+// `vekfind calibrate`: the constants of a group and thresholds from labelled features.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "common/failure.h"
+#include "common/json.h"
+#include "common/output_file.h"
+#include "common/text.h"
+#include "features/constants.h"
+#include "features/feature_file.h"
+#include "features/group_file.h"
+#include "features/preparation.h"
+#include "vekfind/class_pairs.h"
+#include "vekfind/commands.h"
+#include "vekfind/labels.h"
+#include "vekfind/operating_points.h"
+
+namespace commands {
+namespace {
+
+using namespace calibration;
+
+constexpr uint64_t MOST_PAIRS = 10'000'000;
+
+struct Options {
+    std::string features, labels, plot, group;
+    double prior = 0.5;
+    uint64_t seed = 1;
+    bool normalize = false, json = false;
+};
+
+struct Calibration {
+    uint64_t nr_rows = 0, dim = 0, nr_classes = 0;
+    uint64_t nr_same = 0, nr_other = 0;  // pairs there are; those looked at may be fewer
+    Pairs pairs;
+    LogisticLaw law;  // whose constants are floats
+    double error = 0;
+    std::vector<OperatingPoint> points;
+};
+
+std::vector<float> read_rows(features::FeatureFile& file, bool normalize) {
+    const size_t dim = file.dim(), piece = features::rows_per_piece(dim * sizeof(float));
+    if (file.nr_rows() > SIZE_MAX / sizeof(float) / dim)
+        throw tools::BadFile(file.path() + ": the rows do not fit into memory");
+    const auto nr_rows = static_cast<size_t>(file.nr_rows());
+    std::vector<float> rows(nr_rows * dim);
+    features::Preparation preparation;
+    preparation.normalize = normalize;
+    for (size_t first = 0; first < nr_rows; first += piece) {
+        const size_t count = std::min(piece, nr_rows - first);
+        float* const target = rows.data() + first * dim;
+        features::read_floats(file, first, count, target);
+        features::prepare(target, count, dim, preparation, file.path(), first);
+    }
+    return rows;
+}
+
+// As many pairs of one class as of two where there are enough of both; of what one kind lacks the
+// second, which the low rates need, gets more.
+Pairs measure(const ClassPairs& classes, const std::vector<float>& rows, size_t dim,
+              const Options& options) {
+    const uint64_t nr_same = std::min(classes.nr_same(), MOST_PAIRS / 2);
+    const uint64_t nr_other = std::min(classes.nr_other(), MOST_PAIRS - nr_same);
+    Pairs pairs;
+    pairs.prior = options.prior;
+    pairs.same = classes.distances(rows.data(), dim, true, nr_same, options.seed);
+    pairs.other = classes.distances(rows.data(), dim, false, nr_other, options.seed);
+    std::sort(pairs.same.begin(), pairs.same.end());
+    std::sort(pairs.other.begin(), pairs.other.end());
+    return pairs;
+}
+
+// With the constants as a group takes them.
+LogisticLaw fit(const Pairs& pairs, const std::string& path) {
+    const LogisticLaw law = fit_logistic_law(pairs);
+    const auto scale = static_cast<float>(law.scale), bias = static_cast<float>(law.bias);
+    if (!(law.scale > 0))
+        throw tools::BadFile(path +
+                             ": rows of one class are no nearer to each other than others, "
+                             "so no distance tells them apart");
+    if (!(scale > 0) || !std::isfinite(scale) || !std::isfinite(bias))
+        throw tools::BadFile(path + ": the scale or the bias is beyond what a float holds");
+    return {double{scale}, double{bias}};
+}
+
+Calibration calibrate(features::FeatureFile& file, const Options& options) {
+    const ClassPairs classes(read_labels(options.labels, file.nr_rows()));
+    if (classes.nr_same() == 0)
+        throw tools::BadFile(options.labels + ": no two rows have the same label");
+    if (classes.nr_other() == 0)
+        throw tools::BadFile(options.labels + ": all rows have the same label");
+    Calibration result;
+    result.nr_rows = file.nr_rows();
+    result.dim = file.dim();
+    result.nr_classes = classes.nr_classes();
+    result.nr_same = classes.nr_same();
+    result.nr_other = classes.nr_other();
+    result.pairs = measure(classes, read_rows(file, options.normalize), file.dim(), options);
+    result.law = fit(result.pairs, options.features);
+    result.error = calibration_error(result.law, result.pairs);
+    result.points = operating_points(result.law, result.pairs);
+    return result;
+}
+
+// What stands beside the group file, if rows of it may be compared as those here were.
+features::Constants constants_of_group(const Options& options, size_t dim) {
+    const features::GroupFile group(options.group);
+    if (group.dim() != dim)
+        throw tools::BadFile(options.group + ": rows of " + std::to_string(group.dim()) +
+                             " elements; those of " + options.features + " have " +
+                             std::to_string(dim));
+    const std::string path = features::constants_path(options.group);
+    features::Constants constants = features::read_constants(options.group);
+    if (!std::filesystem::exists(path))
+        constants.normalize = options.normalize;
+    if (constants.normalize != options.normalize)
+        throw tools::BadUse(path + " says \"normalize\": " +
+                            (constants.normalize ? "true, so --normalize is needed"
+                                                 : "false, so --normalize does not fit"));
+    return constants;
+}
+
+std::string number_text(double number, const char* format) {
+    char text[48];
+    std::snprintf(text, sizeof(text), format, number);
+    return text;
+}
+
+std::string count_text(uint64_t looked_at, uint64_t there_are) {
+    return std::to_string(looked_at) +
+           (looked_at == there_are ? "" : " of " + std::to_string(there_are));
+}
+
+std::string remark(const OperatingPoint& point) {
+    if (point.is_sure())
+        return "";
+    const char* lack = point.has_threshold() ? "too few pairs" : "no threshold";
+    return std::string(lack) + "; " + std::to_string(point.needed_pairs()) + " are needed";
+}
+
+void print(const Calibration& result) {
+    const Pairs& pairs = result.pairs;
+    std::cout << result.nr_rows << " rows of " << result.dim << " elements, " << result.nr_classes
+              << " classes\npairs of one class: " << count_text(pairs.same.size(), result.nr_same)
+              << ", of two: " << count_text(pairs.other.size(), result.nr_other) << "\n\nscale "
+              << number_text(result.law.scale, "%.9g") << "\nbias "
+              << number_text(result.law.bias, "%.9g")
+              << "\n\nSimilarity 0.5 is at squared distance "
+              << number_text(-result.law.bias / result.law.scale, "%.6g") << "; calibration error "
+              << number_text(result.error, "%.3f") << ", prior " << number_text(pairs.prior, "%g")
+              << ".\n";
+    if (pairs.same.back() < pairs.other.front())
+        std::cout << "A distance tells all pairs apart, so the scale is as steep as so many pairs "
+                     "can vouch for.\n";
+    std::cout << '\n';
+    tools::Table table("rrrrrl", {"false accept rate", "threshold", "squared distance",
+                                  "true accept rate", "false accepts", ""});
+    for (const OperatingPoint& point : result.points) {
+        const auto cell = [&](double number, const char* format) {
+            return point.has_threshold() ? number_text(number, format) : "-";
+        };
+        table.add({number_text(point.rate(), "%g"), cell(double{point.threshold}, "%.9g"),
+                   cell(point.squared_distance, "%.6g"), cell(point.true_rate, "%.4f"),
+                   point.has_threshold() ? std::to_string(point.nr_false) : "-", remark(point)});
+    }
+    table.print(std::cout);
+}
+
+void print_json(const Options& options, const Calibration& result) {
+    tools::JsonWriter json(std::cout);
+    json.begin_object();
+    json.key("rows").value(result.nr_rows);
+    json.key("dim").value(result.dim);
+    json.key("classes").value(result.nr_classes);
+    json.key("same_pairs").value(uint64_t{result.pairs.same.size()});
+    json.key("same_pairs_in_all").value(result.nr_same);
+    json.key("other_pairs").value(uint64_t{result.pairs.other.size()});
+    json.key("other_pairs_in_all").value(result.nr_other);
+    json.key("seed").value(options.seed);
+    json.key("prior").value(options.prior);
+    json.key("normalize").value(options.normalize);
+    json.key("scale").value(result.law.scale);
+    json.key("bias").value(result.law.bias);
+    json.key("calibration_error").value(result.error);
+    json.key("rates").begin_array();
+    for (const OperatingPoint& point : result.points) {
+        json.begin_object();
+        json.key("false_accept_rate").value(point.rate());
+        json.key("needed_pairs").value(point.needed_pairs());
+        json.key("enough_pairs").value(point.is_sure());
+        if (point.has_threshold()) {
+            json.key("threshold").value(double{point.threshold});
+            json.key("squared_distance").value(point.squared_distance);
+            json.key("true_accept_rate").value(point.true_rate);
+            json.key("false_accepts").value(point.nr_false);
+        }
+        json.end_object();
+    }
+    json.end_array();
+    json.end_object();
+    json.finish();
+}
+
+void run(const Options& options) {
+    if (!(options.prior > 0 && options.prior < 1))
+        throw tools::BadUse("--prior is a probability between 0 and 1");
+    const auto file = features::open_features(options.features);
+    features::Constants constants;
+    if (!options.group.empty())
+        constants = constants_of_group(options, file->dim());
+    const Calibration result = calibrate(*file, options);
+    if (!options.plot.empty()) {
+        tools::OutputFile plot(options.plot);
+        plot.write(draw_roc_curve(result.pairs, result.points));
+        plot.commit();
+    }
+    if (!options.group.empty()) {
+        constants.scale = static_cast<float>(result.law.scale);
+        constants.bias = static_cast<float>(result.law.bias);
+        features::write_constants(options.group, constants);
+    }
+    options.json ? print_json(options, result) : print(result);
+}
+
+}  // namespace
+
+void add_calibrate(CLI::App& app) {
+    CLI::App* command = app.add_subcommand(
+        "calibrate", "Finds scale and bias, and thresholds, from features whose classes are known");
+    auto options = std::make_shared<Options>();
+    command->add_option("FEATURES", options->features, ".npy, .fvecs, .bvecs, .csv or a group file")
+        ->required();
+    command
+        ->add_option("--labels", options->labels,
+                     "The class of each row: integers as .npy, or lines of text")
+        ->required();
+    command
+        ->add_option("--prior", options->prior,
+                     "How likely two features belong together where the similarity will serve")
+        ->capture_default_str();
+    command
+        ->add_option("--seed", options->seed,
+                     "Of the sample where there are more than ten million pairs")
+        ->capture_default_str();
+    command->add_flag("--normalize", options->normalize, "Bring rows to length 1 first");
+    command->add_option("--plot", options->plot, "Draw true by false accept rates as .svg");
+    command->add_option("--write", options->group, "Put scale and bias beside this group file");
+    command->add_flag("--json", options->json, "One JSON object in place of the text");
+    command->callback([options] { run(*options); });
+}
+
+}  // namespace commands
