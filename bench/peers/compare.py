@@ -103,7 +103,7 @@ def compare(searches, queries, seconds, title):
             lines[name].append(cell(milliseconds, best[own]))
             if batch == BATCHES[-1]:
                 differing[name] = sum(set(a) != set(b) for a, b in zip(found[name], found[own]))
-    print(f"\n| {title} | " + " | ".join(f"{batch:,}" for batch in BATCHES) + " |")
+    print(f"\n| {title}, ms | " + " | ".join(f"{batch:,}" for batch in BATCHES) + " |")
     print("|---" * (1 + len(BATCHES)) + "|")
     for line in lines.values():
         print("| " + " | ".join(line) + " |")
