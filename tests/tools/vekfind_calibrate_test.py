@@ -122,9 +122,11 @@ def test_real_data():
     assert "too few pairs; 3000000 are needed" in run("calibrate", features, "--labels",
                                                       path("digits-labels.npy"))
 
-    unit = rows / np.linalg.norm(rows, axis=1, keepdims=True)
+    mean = rows.mean(0)
+    unit = (rows - mean) / np.linalg.norm(rows - mean, axis=1, keepdims=True)
     of_unit = calibrate(save("unit.npy", unit), path("digits-labels.npy"))
-    normalized = calibrate(features, path("digits-labels.npy"), "--normalize")
+    normalized = calibrate(features, path("digits-labels.npy"), "--normalize", "--mean",
+                           save("mean.npy", mean))
     assert abs(normalized["scale"] / of_unit["scale"] - 1) < 1e-5, normalized
     run("calibrate", features, "--labels", path("digits-labels.npy"), "--normalize", "--write",
         group_path, status=2, error="digits.vek.json says .normalize.: false")

@@ -1,7 +1,6 @@
 // `vekfind bench`: how long searches of a group take, as shares of what the machine can do.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <random>
@@ -17,6 +16,8 @@
 
 namespace commands {
 namespace {
+
+using tools::formatted;
 
 constexpr size_t BATCHES[] = {1, 4, 16, 64, 256, 1024};
 
@@ -149,27 +150,21 @@ Report measure(const Subject<T>& subject, const Options& options) {
     return report;
 }
 
-std::string number_text(double number, const char* format) {
-    char text[32];
-    std::snprintf(text, sizeof(text), format, number);
-    return text;
-}
-
 void print(const vekfind::Group& group, const Options& options, const Report& report) {
     const vekfind::Settings& settings = group.settings();
     std::cout << group.size() << " rows of " << settings.dim
               << (settings.is_int8 ? " 8-bit integers, " : " floats, ") << options.k
               << " nearest, one thread\nThis machine at most: reading "
-              << number_text(report.bandwidth * 1e-9, "%.3g") << " GB/s, ";
+              << formatted("%.3g", report.bandwidth * 1e-9) << " GB/s, ";
     if (report.peak > 0)
-        std::cout << number_text(report.peak * 1e-9, "%.3g") << " Gop/s\n\n";
+        std::cout << formatted("%.3g", report.peak * 1e-9) << " Gop/s\n\n";
     else
         std::cout << "multiply-adds unknown, so the bound is reading alone\n\n";
     tools::Table table("rrrrrl", {"queries", "ms", "ms a query", "bound", "share", "bound by"});
     for (const Line& line : report.lines)
-        table.add({std::to_string(line.batch), number_text(line.seconds * 1e3, "%.4g"),
-                   number_text(line.seconds * 1e3 / static_cast<double>(line.batch), "%.3g"),
-                   number_text(line.bound() * 1e3, "%.4g"), number_text(line.share(), "%.2f"),
+        table.add({std::to_string(line.batch), formatted("%.4g", line.seconds * 1e3),
+                   formatted("%.3g", line.seconds * 1e3 / static_cast<double>(line.batch)),
+                   formatted("%.4g", line.bound() * 1e3), formatted("%.2f", line.share()),
                    line.reading > line.computing ? "reading" : "multiply-adds"});
     table.print(std::cout);
 }
@@ -219,19 +214,19 @@ void run(const Options& options) {
 }  // namespace
 
 void add_bench(CLI::App& app) {
-    CLI::App* command = app.add_subcommand(
-        "bench", "Measures searches and tells what share of the machine's own bound they reach");
     auto options = std::make_shared<Options>();
-    command->add_option("GROUP", options->group, "A group file");
-    command->add_option("--rows", options->rows, "Made-up rows in place of a file");
-    command->add_option("--dim", options->dim, "Their elements");
-    command->add_flag("--int8", options->int8, "8-bit integers in place of floats");
-    command->add_option("-k", options->k, "Nearest rows for each query")
+    CLI::App* command =
+        app.add_subcommand("bench", "measure searches, as shares of what this machine can do");
+    command->add_option("GROUP", options->group, "a group file")->type_name("");
+    command->add_option("--rows", options->rows, "made-up rows instead of a file")->type_name("N");
+    command->add_option("--dim", options->dim, "their elements")->type_name("D");
+    command->add_flag("--int8", options->int8, "8-bit integers instead of floats");
+    command->add_option("-k", options->k, "nearest rows for each query")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
-    command->add_option("--seconds", options->seconds, "For each number of queries, at least")
+    command->add_option("--seconds", options->seconds, "at least, for each number of queries")
         ->capture_default_str();
-    command->add_flag("--json", options->json, "One JSON object in place of the text");
+    command->add_flag("--json", options->json, "one JSON object instead of text");
     command->callback([options] { run(*options); });
 }
 

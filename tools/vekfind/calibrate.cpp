@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -10,11 +9,11 @@
 #include "common/failure.h"
 #include "common/json.h"
 #include "common/output_file.h"
+#include "common/progress.h"
 #include "common/text.h"
 #include "features/constants.h"
 #include "features/feature_file.h"
-#include "features/group_file.h"
-#include "features/preparation.h"
+#include "features/pieces.h"
 #include "vekfind/class_pairs.h"
 #include "vekfind/commands.h"
 #include "vekfind/labels.h"
@@ -24,11 +23,12 @@ namespace commands {
 namespace {
 
 using namespace calibration;
+using tools::formatted;
 
 constexpr uint64_t MOST_PAIRS = 10'000'000;
 
 struct Options {
-    std::string features, labels, plot, group;
+    std::string features, labels, mean, plot, group;
     double prior = 0.5;
     uint64_t seed = 1;
     bool normalize = false, json = false;
@@ -43,20 +43,21 @@ struct Calibration {
     std::vector<OperatingPoint> points;
 };
 
-std::vector<float> read_rows(features::FeatureFile& file, bool normalize) {
-    const size_t dim = file.dim(), piece = features::rows_per_piece(dim * sizeof(float));
+std::vector<float> read_rows(features::FeatureFile& file, const Options& options) {
+    const size_t dim = file.dim();
     if (file.nr_rows() > SIZE_MAX / sizeof(float) / dim)
         throw tools::BadFile(file.path() + ": the rows do not fit into memory");
-    const auto nr_rows = static_cast<size_t>(file.nr_rows());
-    std::vector<float> rows(nr_rows * dim);
     features::Preparation preparation;
-    preparation.normalize = normalize;
-    for (size_t first = 0; first < nr_rows; first += piece) {
-        const size_t count = std::min(piece, nr_rows - first);
-        float* const target = rows.data() + first * dim;
-        features::read_floats(file, first, count, target);
-        features::prepare(target, count, dim, preparation, file.path(), first);
-    }
+    preparation.normalize = options.normalize;
+    if (!options.mean.empty())
+        preparation.mean = features::read_mean(options.mean, dim);
+    std::vector<float> rows;
+    rows.reserve(static_cast<size_t>(file.nr_rows()) * dim);
+    tools::Progress progress("rows", file.nr_rows());
+    features::for_each_piece(file, preparation, [&](float* piece, size_t count, uint64_t) {
+        rows.insert(rows.end(), piece, piece + count * dim);
+        progress.add(count);
+    });
     return rows;
 }
 
@@ -100,18 +101,18 @@ Calibration calibrate(features::FeatureFile& file, const Options& options) {
     result.nr_classes = classes.nr_classes();
     result.nr_same = classes.nr_same();
     result.nr_other = classes.nr_other();
-    result.pairs = measure(classes, read_rows(file, options.normalize), file.dim(), options);
+    result.pairs = measure(classes, read_rows(file, options), file.dim(), options);
     result.law = fit(result.pairs, options.features);
     result.error = calibration_error(result.law, result.pairs);
     result.points = operating_points(result.law, result.pairs);
     return result;
 }
 
-// What stands beside the group file, if rows of it may be compared as those here were.
+// What stands beside the group (or 8-bit features), if its rows may be compared as those here were.
 features::Constants constants_of_group(const Options& options, size_t dim) {
-    const features::GroupFile group(options.group);
-    if (group.dim() != dim)
-        throw tools::BadFile(options.group + ": rows of " + std::to_string(group.dim()) +
+    const auto group = features::open_features(options.group);
+    if (group->dim() != dim)
+        throw tools::BadFile(options.group + ": rows of " + std::to_string(group->dim()) +
                              " elements; those of " + options.features + " have " +
                              std::to_string(dim));
     const std::string path = features::constants_path(options.group);
@@ -123,12 +124,6 @@ features::Constants constants_of_group(const Options& options, size_t dim) {
                             (constants.normalize ? "true, so --normalize is needed"
                                                  : "false, so --normalize does not fit"));
     return constants;
-}
-
-std::string number_text(double number, const char* format) {
-    char text[48];
-    std::snprintf(text, sizeof(text), format, number);
-    return text;
 }
 
 std::string count_text(uint64_t looked_at, uint64_t there_are) {
@@ -148,11 +143,10 @@ void print(const Calibration& result) {
     std::cout << result.nr_rows << " rows of " << result.dim << " elements, " << result.nr_classes
               << " classes\npairs of one class: " << count_text(pairs.same.size(), result.nr_same)
               << ", of two: " << count_text(pairs.other.size(), result.nr_other) << "\n\nscale "
-              << number_text(result.law.scale, "%.9g") << "\nbias "
-              << number_text(result.law.bias, "%.9g")
-              << "\n\nSimilarity 0.5 is at squared distance "
-              << number_text(-result.law.bias / result.law.scale, "%.6g") << "; calibration error "
-              << number_text(result.error, "%.3f") << ", prior " << number_text(pairs.prior, "%g")
+              << formatted("%.9g", result.law.scale) << "\nbias "
+              << formatted("%.9g", result.law.bias) << "\n\nSimilarity 0.5 is at squared distance "
+              << formatted("%.6g", -result.law.bias / result.law.scale) << "; calibration error "
+              << formatted("%.3f", result.error) << ", prior " << formatted("%g", pairs.prior)
               << ".\n";
     if (pairs.same.back() < pairs.other.front())
         std::cout << "A distance tells all pairs apart, so the scale is as steep as so many pairs "
@@ -162,9 +156,9 @@ void print(const Calibration& result) {
                                   "true accept rate", "false accepts", ""});
     for (const OperatingPoint& point : result.points) {
         const auto cell = [&](double number, const char* format) {
-            return point.has_threshold() ? number_text(number, format) : "-";
+            return point.has_threshold() ? formatted(format, number) : "-";
         };
-        table.add({number_text(point.rate(), "%g"), cell(double{point.threshold}, "%.9g"),
+        table.add({formatted("%g", point.rate()), cell(double{point.threshold}, "%.9g"),
                    cell(point.squared_distance, "%.6g"), cell(point.true_rate, "%.4f"),
                    point.has_threshold() ? std::to_string(point.nr_false) : "-", remark(point)});
     }
@@ -230,27 +224,37 @@ void run(const Options& options) {
 }  // namespace
 
 void add_calibrate(CLI::App& app) {
-    CLI::App* command = app.add_subcommand(
-        "calibrate", "Finds scale and bias, and thresholds, from features whose classes are known");
     auto options = std::make_shared<Options>();
-    command->add_option("FEATURES", options->features, ".npy, .fvecs, .bvecs, .csv or a group file")
-        ->required();
+    CLI::App* command = app.add_subcommand(
+        "calibrate", "find scale, bias and thresholds from features whose classes are known");
+    command->add_option("FEATURES", options->features, ".npy, .fvecs, .bvecs, .csv or a group")
+        ->required()
+        ->type_name("");
     command
         ->add_option("--labels", options->labels,
-                     "The class of each row: integers as .npy, or lines of text")
-        ->required();
+                     "the class of each row: .npy of integers, or text with a label a line")
+        ->required()
+        ->type_name("FILE");
     command
         ->add_option("--prior", options->prior,
-                     "How likely two features belong together where the similarity will serve")
+                     "how likely two features belong together where the similarity will serve")
         ->capture_default_str();
     command
         ->add_option("--seed", options->seed,
-                     "Of the sample where there are more than ten million pairs")
+                     "of the sample where there are more than ten million pairs")
         ->capture_default_str();
-    command->add_flag("--normalize", options->normalize, "Bring rows to length 1 first");
-    command->add_option("--plot", options->plot, "Draw true by false accept rates as .svg");
-    command->add_option("--write", options->group, "Put scale and bias beside this group file");
-    command->add_flag("--json", options->json, "One JSON object in place of the text");
+    command
+        ->add_option("--mean", options->mean,
+                     "the mean that `convert --center` has kept, to subtract from each row")
+        ->type_name("FILE.npy");
+    command->add_flag("--normalize", options->normalize, "bring each row to length 1");
+    command->add_option("--plot", options->plot, "draw the rates of true and of false accepts")
+        ->type_name("FILE.svg");
+    command
+        ->add_option("--write", options->group,
+                     "put scale and bias beside this group, or these 8-bit features")
+        ->type_name("GROUP.vek");
+    command->add_flag("--json", options->json, "one JSON object instead of text");
     command->callback([options] { run(*options); });
 }
 

@@ -6,6 +6,7 @@
 #include "common/failure.h"
 #include "common/line_reader.h"
 #include "common/npy.h"
+#include "features/feature_file.h"
 
 namespace calibration {
 namespace {
@@ -53,7 +54,7 @@ void add_lines(Numbering& numbering, const std::string& path) {
 
 std::vector<uint32_t> read_labels(const std::string& path, uint64_t nr_rows) {
     Numbering numbering;
-    const bool is_npy = path.size() >= 4 && path.compare(path.size() - 4, 4, ".npy") == 0;
+    const bool is_npy = features::lower_case_suffix(path) == ".npy";
     (is_npy ? add_array : add_lines)(numbering, path);
     std::vector<uint32_t> class_of_row = numbering.take();
     if (class_of_row.size() != nr_rows)

@@ -43,7 +43,7 @@ OperatingPoint operating_point(const LogisticLaw& law, const Pairs& pairs, uint6
 
 std::vector<OperatingPoint> operating_points(const LogisticLaw& law, const Pairs& pairs) {
     std::vector<OperatingPoint> points;
-    for (uint64_t one_of : {10, 100, 1'000, 10'000, 100'000})
+    for (uint64_t one_of = 10; one_of <= 100'000; one_of *= 10)
         points.push_back(operating_point(law, pairs, one_of));
     return points;
 }
