@@ -4,6 +4,7 @@ library's own searches, what it refuses; the figures of vekfind bench.
 Usage: vekfind_calibrate_test.py DATA_DIR WORK_DIR VEKFIND
 """
 
+import glob
 import json
 import os
 import re
@@ -73,6 +74,7 @@ def test_known_law():
     for rate in found["rates"]:
         distance, wanted = rate["squared_distance"], rate["false_accept_rate"]
         assert rate["enough_pairs"] and rate["needed_pairs"] == round(30 / wanted), rate
+        assert rate["false_accepts"] <= wanted * found["other_pairs"], rate
         error = 4 / np.sqrt(rate["false_accepts"])
         assert abs((other <= distance).mean() / wanted - 1) < error, rate
         assert abs((same <= distance).mean() - rate["true_accept_rate"]) < 1e-9, rate
@@ -119,8 +121,12 @@ def test_real_data():
     places = drawn.find("{*}polyline").get("points").split()
     heights = [float(place.split(",")[1]) for place in places]
     assert heights == sorted(heights, reverse=True) and heights[-1] == 30, heights
-    assert "too few pairs; 3000000 are needed" in run("calibrate", features, "--labels",
-                                                      path("digits-labels.npy"))
+    said = run("calibrate", features, "--labels", path("digits-labels.npy"), "--plot",
+               path("digits.svg"))
+    assert "too few pairs; 3000000 are needed" in said
+    page = "".join(open(name).read() for name in glob.glob(f"{DATA}/../docs/vekfind*.md"))
+    assert "".join(f"    {line}".rstrip() + "\n" for line in said.splitlines()) in page, said
+    assert open(path("digits.svg")).read() == open(f"{DATA}/../docs/roc-digits64.svg").read()
 
     mean = rows.mean(0)
     unit = (rows - mean) / np.linalg.norm(rows - mean, axis=1, keepdims=True)
