@@ -38,7 +38,7 @@ struct Calibration {
     uint64_t nr_rows = 0, dim = 0, nr_classes = 0;
     uint64_t nr_same = 0, nr_other = 0;  // pairs there are; those looked at may be fewer
     Pairs pairs;
-    LogisticLaw law;  // whose constants are floats
+    LogisticLaw law;
     double error = 0;
     std::vector<OperatingPoint> points;
 };
@@ -76,17 +76,15 @@ Pairs measure(const ClassPairs& classes, const std::vector<float>& rows, size_t 
     return pairs;
 }
 
-// With the constants as a group takes them.
 LogisticLaw fit(const Pairs& pairs, const std::string& path) {
     const LogisticLaw law = fit_logistic_law(pairs);
-    const auto scale = static_cast<float>(law.scale), bias = static_cast<float>(law.bias);
     if (!(law.scale > 0))
         throw tools::BadFile(path +
                              ": rows of one class are no nearer to each other than others, "
                              "so no distance tells them apart");
-    if (!(scale > 0) || !std::isfinite(scale) || !std::isfinite(bias))
+    if (!std::isfinite(law.scale) || !std::isfinite(law.bias))
         throw tools::BadFile(path + ": the scale or the bias is beyond what a float holds");
-    return {double{scale}, double{bias}};
+    return law;
 }
 
 Calibration calibrate(features::FeatureFile& file, const Options& options) {
@@ -143,9 +141,10 @@ void print(const Calibration& result) {
     std::cout << result.nr_rows << " rows of " << result.dim << " elements, " << result.nr_classes
               << " classes\npairs of one class: " << count_text(pairs.same.size(), result.nr_same)
               << ", of two: " << count_text(pairs.other.size(), result.nr_other) << "\n\nscale "
-              << formatted("%.9g", result.law.scale) << "\nbias "
-              << formatted("%.9g", result.law.bias) << "\n\nSimilarity 0.5 is at squared distance "
-              << formatted("%.6g", -result.law.bias / result.law.scale) << "; calibration error "
+              << formatted("%.9g", double{result.law.scale}) << "\nbias "
+              << formatted("%.9g", double{result.law.bias})
+              << "\n\nSimilarity 0.5 is at squared distance "
+              << formatted("%.6g", result.law.squared_distance(0.5)) << "; calibration error "
               << formatted("%.3f", result.error) << ", prior " << formatted("%g", pairs.prior)
               << ".\n";
     if (pairs.same.back() < pairs.other.front())
@@ -178,8 +177,8 @@ void print_json(const Options& options, const Calibration& result) {
     json.key("seed").value(options.seed);
     json.key("prior").value(options.prior);
     json.key("normalize").value(options.normalize);
-    json.key("scale").value(result.law.scale);
-    json.key("bias").value(result.law.bias);
+    json.key("scale").value(double{result.law.scale});
+    json.key("bias").value(double{result.law.bias});
     json.key("calibration_error").value(result.error);
     json.key("rates").begin_array();
     for (const OperatingPoint& point : result.points) {
@@ -214,8 +213,8 @@ void run(const Options& options) {
         plot.commit();
     }
     if (!options.group.empty()) {
-        constants.scale = static_cast<float>(result.law.scale);
-        constants.bias = static_cast<float>(result.law.bias);
+        constants.scale = result.law.scale;
+        constants.bias = result.law.bias;
         features::write_constants(options.group, constants);
     }
     options.json ? print_json(options, result) : print(result);

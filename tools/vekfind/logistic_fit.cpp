@@ -26,7 +26,8 @@ public:
     double deviation() const { return m_deviation; }
     // The law over squared distances themselves.
     LogisticLaw law(double a, double b) const {
-        return {a / m_deviation, b - a * m_mean / m_deviation};
+        return {static_cast<float>(a / m_deviation),
+                static_cast<float>(b - a * m_mean / m_deviation)};
     }
 
     Loss operator()(double a, double b) const {
@@ -78,11 +79,11 @@ private:
 }  // namespace
 
 double LogisticLaw::probability(double squared_distance) const {
-    return 1 / (1 + std::exp(scale * squared_distance + bias));
+    return 1 / (1 + std::exp(double{scale} * squared_distance + double{bias}));
 }
 
 double LogisticLaw::squared_distance(double probability) const {
-    return (std::log((1 - probability) / probability) - bias) / scale;
+    return (std::log((1 - probability) / probability) - double{bias}) / double{scale};
 }
 
 LogisticLaw fit_logistic_law(const Pairs& pairs) {

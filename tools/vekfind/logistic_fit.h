@@ -6,8 +6,9 @@
 
 namespace calibration {
 
+// Its constants are floats, as a group takes them.
 struct LogisticLaw {
-    double scale = 0, bias = 0;
+    float scale = 0, bias = 0;
 
     // That two features at this squared distance belong together.
     double probability(double squared_distance) const;
