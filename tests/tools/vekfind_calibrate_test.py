@@ -108,7 +108,8 @@ def test_real_data():
     with vekfind.Group.load(group_path) as group:
         for given, kept in ((found["scale"], group.settings.scale),
                             (found["bias"], group.settings.bias)):
-            assert "%.9g" % given == "%.9g" % np.float32(given) == "%.9g" % kept, (given, kept)
+            assert "%.9g" % given == "%.9g" % np.float32(given), given
+            assert np.float32(kept) == np.float32(given), (kept, given)
         for rate in found["rates"]:
             ids, _ = group.search(rows, len(rows), rate["threshold"])
             query, place = np.nonzero(ids != vekfind.INVALID_ID)
