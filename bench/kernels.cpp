@@ -7,11 +7,11 @@
 #include <memory>
 #include <vector>
 
+#include "kernels/operators/elementwise.h"
+#include "kernels/operators/matrix_mul.h"
+#include "kernels/operators/reduce.h"
+#include "kernels/operators/relayout.h"
 #include "tools/common/machine_limits.h"
-#include "kernels/elementwise.h"
-#include "kernels/matrix_mul.h"
-#include "kernels/reduce.h"
-#include "kernels/relayout.h"
 
 namespace {
 
