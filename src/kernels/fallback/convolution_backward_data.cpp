@@ -30,8 +30,8 @@ void scatter_tap(const ConvolutionRunRecord& run, size_t tap, float factor, cons
     }
 }
 
-const float* dst_image(const ConvolutionRunRecord& run, size_t image) {
-    return static_cast<const float*>(run.dst) + image * run.dst_image_step;
+float* dst_image(const ConvolutionRunRecord& run, size_t image) {
+    return static_cast<float*>(run.dst) + image * run.dst_image_step;
 }
 // All zeros.
 float* new_src_image(const ConvolutionRunRecord& run, size_t image) {
@@ -53,49 +53,37 @@ void scatter_directly(const ConvolutionRunRecord& run) {
     }
 }
 
-// Where a workspace holds the transposed filter {depth, ocpg}, the columns {depth, oh * ow}, which
-// are a product for each tap and output, and what the matrix product wants.
-struct MatmulAreas {
-    static constexpr size_t ALIGNMENT = 16;
-    size_t filter_bytes, columns_bytes;
+constexpr size_t COLUMNS_ALIGNMENT = 16;
+constexpr MatrixMulParam TRANSPOSED_A = {true, false, MatrixMulDataType::DEFAULT};
 
-    explicit MatmulAreas(const ConvolutionSizeRecord& size)
-        : filter_bytes(matrix_bytes(size.depth(), size.ocpg)),
-          columns_bytes(matrix_bytes(size.depth(), size.dst_plane())) {}
+TensorLayout matrix(size_t rows, size_t columns) {
+    return TensorLayout({rows, columns}, DType::Float32());
+}
 
-private:
-    static size_t matrix_bytes(size_t rows, size_t columns) {
-        return round_up(checked_mul(checked_mul(rows, columns), sizeof(float)), ALIGNMENT);
-    }
-};
+// The columns {depth, oh * ow}, a product for each tap and output.
+size_t columns_bytes(const ConvolutionSizeRecord& size) {
+    const size_t values = checked_mul(size.depth(), size.dst_plane());
+    return round_up(checked_mul(values, sizeof(float)), COLUMNS_ALIGNMENT);
+}
 
 size_t matmul_workspace(const ConvolutionSizeRecord& size) {
-    const MatmulAreas areas(size);
-    const size_t own = checked_add(areas.filter_bytes, areas.columns_bytes);
-    return checked_add(checked_add(own, MatmulAreas::ALIGNMENT),
-                       size.products->matrix_workspace(size.depth(), size.dst_plane(), size.ocpg));
+    const size_t product =
+        size.products->matrix_workspace(size.depth(), size.dst_plane(), size.ocpg);
+    return checked_add(checked_add(columns_bytes(size), COLUMNS_ALIGNMENT), product);
 }
 
 // The transposed filter times dst, which col2im adds up.
 void multiply_and_scatter(const ConvolutionRunRecord& run) {
-    const MatmulAreas areas(run);
-    uint8_t* base = align_up(run.workspace.raw_ptr, MatmulAreas::ALIGNMENT);
-    void* filter_area = base;
-    void* columns_area = base + areas.filter_bytes;
-    auto* filter = static_cast<float*>(filter_area);
-    auto* columns = static_cast<float*>(columns_area);
-    const auto* source = static_cast<const float*>(run.filter);
-    for (size_t out = 0; out < run.ocpg; ++out) {
-        for (size_t k = 0; k < run.depth(); ++k)
-            filter[k * run.ocpg + out] = *source++;
-    }
+    uint8_t* base = align_up(run.workspace.raw_ptr, COLUMNS_ALIGNMENT);
+    const RawTensor filter(run.filter, matrix(run.ocpg, run.depth()));
+    const RawTensor columns(base, matrix(run.depth(), run.dst_plane()));
     for (size_t image = 0; image < run.n; ++image) {
-        const MatrixMulArgs args(filter, dst_image(run, image), columns, run.depth(),
-                                 run.dst_plane(), run.ocpg);
-        run.products->multiply_matrix(args, base + areas.filter_bytes + areas.columns_bytes);
+        const RawTensor dst(dst_image(run, image), matrix(run.ocpg, run.dst_plane()));
+        const MatrixMulArgs args(TRANSPOSED_A, filter, dst, columns);
+        run.products->multiply_matrix(args, base + columns_bytes(run));
         float* src = new_src_image(run, image);
         for (size_t k = 0; k < run.depth(); ++k)
-            scatter_tap(run, k % run.taps(), 1, columns + k * run.dst_plane(),
+            scatter_tap(run, k % run.taps(), 1, columns.ptr<float>() + k * run.dst_plane(),
                         src + k / run.taps() * run.src_plane());
     }
 }

@@ -8,7 +8,7 @@
 namespace kern {
 
 struct ConvolutionProducts {
-    // Dense Float32 matrices, none of them transposed.
+    // Float32 matrices, of which the left one may be transposed.
     size_t (*matrix_workspace)(size_t rows, size_t columns, size_t depth);
     void (*multiply_matrix)(const MatrixMulArgs& args, void* workspace);
     // The filters {ocpg, depth} by the patches of the images {depth, oh * ow} of a Float32 record
