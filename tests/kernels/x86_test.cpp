@@ -3,7 +3,7 @@
 #if defined(__x86_64__)
 #include "kernels/x86/matrix_mul.h"
 #include "kernels/x86/reduce.h"
-#include "tests/kernels/matrix_mul_test_util.h"
+#include "tests/kernels/convolution_test_util.h"
 
 namespace kern_test {
 namespace {
@@ -62,6 +62,60 @@ TEST_P(X86, FoldsOnlySubtractionsOfRowsThenColumns) {
             operations.push_back({item.mode, {nullptr, layout}});
         op->param().data_type = item.data_type;
         EXPECT_EQ(op->nr_foldable(a, c, operations), item.folded) << &item - cases;
+    }
+}
+
+// Channels in and out, image height and width, filter, images, stride, padding, groups.
+ConvolutionProblem convolution_of(size_t ic, size_t oc, size_t ih, size_t iw, size_t f, size_t n,
+                                  uint32_t stride, uint32_t pad, size_t groups = 1) {
+    ConvolutionProblem problem;
+    problem.param.stride_h = problem.param.stride_w = stride;
+    problem.param.pad_h = problem.param.pad_w = pad;
+    problem.src = {n, ic, ih, iw};
+    problem.filter = {oc, ic, f, f};
+    if (groups > 1) {
+        problem.param.sparse = ConvolutionSparse::GROUP;
+        problem.filter = {groups, oc / groups, ic / groups, f, f};
+    }
+    return problem;
+}
+
+// So an image has the bits alone that it has in a batch, and both sets give the same.
+TEST_P(X86, ConvolutionsAddOneFusedChain) {
+    std::vector<ConvolutionProblem> problems = {
+        // Blocks of depth, of filters and of outputs, and what is one beyond them.
+        convolution_of(193, 3, 5, 5, 1, 1, 1, 0), convolution_of(3, 113, 4, 5, 3, 1, 1, 1),
+        convolution_of(2, 2, 16, 17, 3, 1, 1, 1), convolution_of(22, 15, 3, 6, 3, 2, 1, 0),
+        // Images where they lie, last panels of every width, and small ones packed together.
+        convolution_of(4, 29, 9, 17, 1, 1, 1, 0), convolution_of(130, 5, 12, 12, 1, 2, 1, 0),
+        convolution_of(4, 3, 7, 7, 1, 5, 1, 0), convolution_of(4, 3, 3, 3, 3, 6, 1, 1),
+        // Two, one and many rows of outputs in a vector; other strides.
+        convolution_of(2, 3, 33, 31, 7, 1, 2, 3), convolution_of(2, 3, 40, 3, 2, 1, 1, 0),
+        convolution_of(2, 3, 20, 21, 3, 1, 3, 2), convolution_of(3, 2, 9, 40, 1, 2, 2, 0),
+        // One channel a group: widths around vectors, rows around blocks, narrow images.
+        convolution_of(3, 3, 18, 33, 3, 2, 1, 1, 3), convolution_of(2, 4, 17, 50, 3, 1, 2, 1, 2),
+        convolution_of(2, 2, 9, 8, 3, 1, 1, 1, 2), convolution_of(2, 2, 7, 7, 5, 1, 2, 4, 2),
+        convolution_of(2, 2, 3, 70, 3, 1, 1, 3, 2), convolution_of(2, 2, 10, 90, 15, 1, 1, 9, 2)};
+    std::mt19937 random(8);
+    for (int i = 0; i < 40; ++i)
+        problems.push_back(random_convolution(random));
+    for (const auto& problem : problems) {
+        ConvolutionOperands in(problem, kind("float"));
+        in.src.fill_uniform(random, -1, 1);
+        in.filter.fill_uniform(random, -1, 1);
+        Tensor expected(problem.dst(), DType::Float32());
+        expected.fill([] { return 0; });
+        for_each_product(problem, [&](size_t output, size_t src, size_t filter) {
+            float& sum = expected.at<float>(output);
+            sum = std::fma(in.src.at<float>(src), in.filter.at<float>(filter), sum);
+        });
+        for (const auto* algorithm : algorithms_of(GetParam(), problem, kind("float"))) {
+            SCOPED_TRACE(problem.text() + " " + algorithm->name);
+            if (algorithm->level_tag != kern::HandleLevel::X86)
+                continue;
+            const auto dst = convolve(GetParam(), problem, kind("float"), in, algorithm);
+            ASSERT_EQ(dst->bytes(), expected.bytes());
+        }
     }
 }
 
