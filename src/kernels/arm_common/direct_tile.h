@@ -128,9 +128,11 @@ void convolve_square(const PlaneConvolution<typename Lanes::In, typename Lanes::
     const bool is_narrow =
         plane.ow < Lanes::LANES && READ > plane.source_width + OVERRUN<typename Lanes::In>;
     if (plane.oh < ROWS || is_narrow)
-        convolve_one_by_one<typename Lanes::ScalarSum>(plane);
-    else
-        convolve_in_tiles<ROWS, Lanes::LANES>(plane, &add_square_tiles<Lanes, SIDE, STRIDE, ROWS>);
+        return convolve_one_by_one<typename Lanes::ScalarSum>(plane);
+    AddTiles<typename Lanes::In, typename Lanes::Out> add =
+        &add_square_tiles<Lanes, SIDE, STRIDE, ROWS>;
+    simd::keep_in_register(add);  // or the compiler copies the walk for every tile
+    convolve_in_tiles<ROWS, Lanes::LANES>(plane, add);
 }
 
 }  // namespace kern::arm_common
