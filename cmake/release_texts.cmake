@@ -37,7 +37,7 @@ if(CMAKE_CROSSCOMPILING)
     set(VEKFIND_MAN_DIR ${PROJECT_SOURCE_DIR}/build/release/man)
     return()
 endif()
-# Nor does a program that MPI leaves leaks in end well under a sanitizer, and nobody installs one.
+# Nor a sanitized one, which ends badly where MPI leaks; nobody installs those.
 find_program(HELP2MAN_EXECUTABLE help2man)
 if(NOT HELP2MAN_EXECUTABLE OR VEKFIND_SANITIZE)
     return()
