@@ -16,7 +16,7 @@ namespace kern::arm_common {
 template <typename Element>
 constexpr size_t OVERRUN = 4;
 template <>
-constexpr size_t OVERRUN<int8_t> = 16;
+inline constexpr size_t OVERRUN<int8_t> = 16;
 
 // One input plane, padded, into one output plane.
 template <typename In, typename Out>
