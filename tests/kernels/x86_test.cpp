@@ -96,6 +96,9 @@ TEST_P(X86, ConvolutionsAddOneFusedChain) {
         convolution_of(3, 3, 18, 33, 3, 2, 1, 1, 3), convolution_of(2, 4, 17, 50, 3, 1, 2, 1, 2),
         convolution_of(2, 2, 9, 8, 3, 1, 1, 1, 2), convolution_of(2, 2, 7, 7, 5, 1, 2, 4, 2),
         convolution_of(2, 2, 3, 70, 3, 1, 1, 3, 2), convolution_of(2, 2, 10, 90, 15, 1, 1, 9, 2)};
+    // As many outputs as elements, of which each meets another one or the padding.
+    problems.push_back(convolution_of(2, 3, 1, 3, 1, 1, 2, 1));
+    problems.back().param.pad_h = 0;
     std::mt19937 random(8);
     for (int i = 0; i < 40; ++i)
         problems.push_back(random_convolution(random));

@@ -7,6 +7,7 @@
 #include "kernels/arm_common/direct_int8.h"
 #include "kernels/arm_common/winograd.h"
 #include "kernels/checked_math.h"
+#include "kernels/operators/convolution_patches.h"
 
 namespace kern::arm_common {
 namespace {
@@ -118,11 +119,6 @@ bool is_plain_convolution(const ConvolutionSizeRecord& size) {
 
 bool has_square_filter(const ConvolutionSizeRecord& size, std::initializer_list<size_t> sides) {
     return size.fh == size.fw && std::find(sides.begin(), sides.end(), size.fh) != sides.end();
-}
-
-bool is_pointwise(const ConvolutionSizeRecord& size) {
-    return size.taps() == 1 && size.stride_h == 1 && size.stride_w == 1 && size.pad_h == 0 &&
-           size.pad_w == 0;
 }
 
 void multiply_planes(const ConvolutionRunRecord& run) {

@@ -16,8 +16,6 @@ public:
 // What every algorithm of the Arm levels asks for: two axes, one group, no dilation.
 bool is_plain_convolution(const ConvolutionSizeRecord& size);
 bool has_square_filter(const ConvolutionSizeRecord& size, std::initializer_list<size_t> sides);
-// One tap that meets every element: patches are the planes themselves.
-bool is_pointwise(const ConvolutionSizeRecord& size);
 
 // The filters by the planes of each image, by the product of the record's level.
 void multiply_planes(const ConvolutionRunRecord& run);

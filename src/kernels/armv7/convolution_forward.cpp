@@ -3,6 +3,7 @@
 #include "kernels/arm_common/direct_float.h"
 #include "kernels/arm_common/direct_frame.h"
 #include "kernels/armv7/float_product.h"
+#include "kernels/operators/convolution_patches.h"
 
 namespace kern::armv7 {
 namespace {
@@ -20,7 +21,7 @@ bool is_strided(const ConvolutionSizeRecord& size) {
            arm_common::has_square_filter(size, {2, 3, 5, 7});
 }
 bool is_float_pointwise(const ConvolutionSizeRecord& size) {
-    return is_plain_float(size) && arm_common::is_pointwise(size);
+    return is_plain_float(size) && is_pointwise(size);
 }
 
 size_t matrix_workspace(size_t, size_t, size_t) {

@@ -1,6 +1,6 @@
 // How a convolution of one group looks at its image, and its Float32 operands as those of a matrix
 // product: filters {ocpg, depth} by patches {depth, oh * ow}, where k runs through the filter in
-// its order in memory.
+// its order in memory. Products are of images of two spatial axes.
 #pragma once
 
 #include "kernels/operators/convolution.h"
@@ -21,12 +21,17 @@ struct ConvolutionAxes {
                                 size.mode == ConvolutionMode::CONVOLUTION)) {}
 };
 
+// One tap that meets every element: the patches are the planes themselves.
+inline bool is_pointwise(const ConvolutionSizeRecord& size) {
+    return size.taps() == 1 && size.stride_h == 1 && size.stride_w == 1 && size.pad_h == 0 &&
+           size.pad_w == 0;
+}
+
 inline Lines<float> filter_lines(const ConvolutionRunRecord& run) {
     return {static_cast<const float*>(run.filter), run.ocpg, static_cast<ptrdiff_t>(run.depth()),
             1};
 }
 
-// Of two spatial axes.
 inline ImagePatches image_patches(const ConvolutionRunRecord& run, size_t image) {
     const ConvolutionAxes axes(run);
     ImagePatches patches;
@@ -35,8 +40,7 @@ inline ImagePatches image_patches(const ConvolutionRunRecord& run, size_t image)
     patches.rows = axes.rows;
     patches.columns = axes.columns;
     patches.row_outputs = run.ow;
-    if (run.dst_plane() == run.src_plane() && run.taps() == 1 && run.pad_h == 0 && run.pad_w == 0) {
-        // What is met is the plane itself: one row, so that no panel crosses the ends of several.
+    if (is_pointwise(run)) {  // one row, so that no panel crosses the ends of several
         patches.rows.length = 1;
         patches.columns.length = patches.row_outputs = patches.count;
     }

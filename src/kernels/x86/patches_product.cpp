@@ -44,7 +44,7 @@ struct Call {
           patches(image_patches(record, 0)),
           outputs(record.dst_plane()),
           // Small images waste less of a panel's columns when they are packed together.
-          is_pointwise(record.taps() == 1 && outputs == plane() && patches.rows.length == 1 &&
+          is_pointwise(kern::is_pointwise(record) &&
                        (record.n == 1 || outputs >= SMALL_IMAGE)) {
         void* base = align_up(workspace, ALIGNMENT);
         panels = static_cast<float*>(base);
@@ -237,12 +237,9 @@ void multiply_patches(const ConvolutionRunRecord& run, void* workspace) {
     const size_t block = round_up(equal_blocks(outputs, OUTPUT_BLOCK), call.kernels.panel_columns);
     for (size_t start = 0; start < run.n * call.outputs; start += outputs) {
         for (size_t first = 0; first < outputs; first += block) {
-            size_t k = 0;
-            do {  // once for a depth of 0, which leaves zeros
+            for (size_t k = 0; k < depth; k += stretch)
                 multiply_block(call, start + first, std::min(block, outputs - first), k,
                                std::min(stretch, depth - k));
-                k += stretch;
-            } while (k < depth);
         }
     }
 }

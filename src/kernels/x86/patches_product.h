@@ -7,8 +7,7 @@
 
 namespace kern::x86 {
 
-// Of records of one group, all Float32. The workspace depends on the channels alone, and not on the
-// images.
+// Of records of one group, all Float32. The workspace is of one size for all of them.
 size_t patches_workspace(const ConvolutionSizeRecord& size);
 // `workspace` needs no alignment.
 void multiply_patches(const ConvolutionRunRecord& run, void* workspace);
