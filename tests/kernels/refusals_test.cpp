@@ -439,6 +439,7 @@ TEST_P(Refusals, Convolutions) {
         {[&](P&, T&, T&, T& dst) {
             dst = at({2, 3, 9}, F32);
         }},
+        {[](P&, T&, T&, T& dst) { dst.layout.dtype = DType(); }},
     };
     for (const Row& row : rows) {
         P param;
@@ -514,6 +515,14 @@ TEST_P(Refusals, BiasesMasksAndWorkspaces) {
     op->exec(src, filter, dst, work(bytes));
     if (bytes != 0) {
         EXPECT_REFUSED(op->exec(src, filter, dst, work(bytes - 1)));
+    }
+    kern::ConvolutionParam far;
+    far.pad_w = 3;
+    far.stride_w = UINT32_MAX;
+    if (sizeof(size_t) > sizeof(uint32_t)) {
+        EXPECT_EQ(kern::convolved_shape(far, src.layout, filter.layout)[3], 1u);
+    } else {  // a step that no signed place can take
+        EXPECT_REFUSED(kern::convolved_shape(far, src.layout, filter.layout));
     }
     EXPECT_REFUSED(kern::ConvolutionBackwardData::deduce_shape({}, filter.layout, {2, 3, 0, 3}));
     EXPECT_REFUSED(kern::ConvolutionBackwardData::deduce_shape({}, filter.layout, {2, 2, 3, 3}));

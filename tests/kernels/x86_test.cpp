@@ -122,6 +122,29 @@ TEST_P(X86, ConvolutionsAddOneFusedChain) {
     }
 }
 
+TEST_P(X86, ListsItsConvolutionsFirst) {
+    const auto expect = [&](const ConvolutionProblem& problem, const std::string& wanted,
+                            const char* kind_name = "float") {
+        std::string names;
+        for (const auto* algorithm : algorithms_of(GetParam(), problem, kind(kind_name)))
+            names += std::string(names.empty() ? "" : " ") + algorithm->name;
+        EXPECT_EQ(names, wanted) << problem.text();
+    };
+    auto problem = convolution_of(2, 4, 40, 40, 16, 1, 2, 1, 2);
+    expect(problem, "X86PLANES X86PATCHES F N");
+    expect(problem, "N", "8 to 16");
+    problem.param.mode = ConvolutionMode::CONVOLUTION;
+    expect(problem, "X86PATCHES F N");
+    problem.param.mode = ConvolutionMode::CROSS_CORRELATION;
+    problem.param.dilate_h = 2;
+    expect(problem, "X86PLANES X86PATCHES N");
+    expect(convolution_of(2, 4, 40, 40, 17, 1, 2, 1, 2), "X86PATCHES F N");
+    expect(convolution_of(2, 4, 40, 40, 16, 1, 3, 1, 2), "X86PATCHES F N");
+    expect(convolution_of(2, 4, 40, 40, 3, 1, 1, 1), "X86PATCHES F N");
+    const auto handle = make_handle(GetParam());
+    EXPECT_STREQ(handle->create_operator<kern::ConvolutionForward>()->algorithm_set_name(), "X86");
+}
+
 }  // namespace
 }  // namespace kern_test
 #endif

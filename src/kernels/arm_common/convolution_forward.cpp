@@ -20,28 +20,25 @@ bool has_stride(const ConvolutionSizeRecord& size, size_t stride) {
 bool is_turned(const ConvolutionSizeRecord& size) {
     return size.mode == ConvolutionMode::CONVOLUTION;
 }
-bool is_float(const ConvolutionSizeRecord& size) {
-    return is_plain_convolution(size) && size.src_type == DType::Float32();
-}
 bool is_int8(const ConvolutionSizeRecord& size) {
-    return is_plain_convolution(size) && !is_turned(size) && size.src_type == DType::Int8() &&
+    return fallback::is_plain(size) && !is_turned(size) && size.src_type == DType::Int8() &&
            size.dst_type == DType::Int16();
 }
 
 bool is_float_direct(const ConvolutionSizeRecord& size) {
-    return is_float(size) && size.src_plane() >= 4 && size.dst_plane() >= 4 &&
+    return fallback::is_plain_float32(size) && size.src_plane() >= 4 && size.dst_plane() >= 4 &&
            has_stride(size, 1) && size.fh < 8;
 }
 bool is_float_stride1(const ConvolutionSizeRecord& size) {
-    return is_float(size) && !is_turned(size) && has_stride(size, 1) &&
+    return fallback::is_plain_float32(size) && !is_turned(size) && has_stride(size, 1) &&
            has_square_filter(size, {2, 3, 5});
 }
 bool is_float_stride2(const ConvolutionSizeRecord& size) {
-    return is_float(size) && !is_turned(size) && has_stride(size, 2) &&
+    return fallback::is_plain_float32(size) && !is_turned(size) && has_stride(size, 2) &&
            has_square_filter(size, {2, 3, 5, 7});
 }
 bool is_winograd(const ConvolutionSizeRecord& size) {
-    return is_float(size) && !is_turned(size) && has_stride(size, 1) &&
+    return fallback::is_plain_float32(size) && !is_turned(size) && has_stride(size, 1) &&
            has_square_filter(size, {3}) && size.pad_h == 0 && size.pad_w == 0 &&
            size.icpg % 8 == 0 && size.ocpg % 8 == 0;
 }
@@ -92,7 +89,7 @@ const Algorithm ALGORITHMS[] = {
     {"WINOGRAD", TAG, &is_winograd, &winograd_workspace, &winograd_kernel},
     {"F32STRD2", TAG, &is_float_stride2, &direct_workspace, &float_stride2_kernel},
     {"F32STRD1", TAG, &is_float_stride1, &direct_workspace, &float_stride1_kernel},
-    {"F32MATMUL", TAG, &is_float, &matrix_workspace, &matrix_kernel},
+    {"F32MATMUL", TAG, &fallback::is_plain_float32, &matrix_workspace, &matrix_kernel},
     {"I8816DIRECT", TAG, &is_int8_direct, &direct_workspace, &int8_direct_kernel},
     {"I8816C11", TAG, &is_int8_pointwise, &direct_workspace, &int8_pointwise_kernel},
     {"I8816STRD2", TAG, &is_int8_stride2, &direct_workspace, &int8_direct_kernel},
@@ -111,11 +108,6 @@ const Algorithm* const NARROW_ORDER[] = {STRIDE1, DIRECT, STRIDE2, MATRIX, WINOG
 const Algorithm* const INT8_ORDER[] = {INT8_POINTWISE, INT8_DIRECT, INT8_PAIRS, INT8_STRIDE2};
 
 }  // namespace
-
-bool is_plain_convolution(const ConvolutionSizeRecord& size) {
-    return size.format == ConvolutionFormat::NCHW && size.spatial_ndim == 2 && size.group == 1 &&
-           size.dilate_h == 1 && size.dilate_w == 1;
-}
 
 bool has_square_filter(const ConvolutionSizeRecord& size, std::initializer_list<size_t> sides) {
     return size.fh == size.fw && std::find(sides.begin(), sides.end(), size.fh) != sides.end();

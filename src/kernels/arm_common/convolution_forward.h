@@ -13,8 +13,6 @@ public:
     const char* algorithm_set_name() const override { return "AC0"; }
 };
 
-// What every algorithm of the Arm levels asks for: two axes, one group, no dilation.
-bool is_plain_convolution(const ConvolutionSizeRecord& size);
 bool has_square_filter(const ConvolutionSizeRecord& size, std::initializer_list<size_t> sides);
 
 // The filters by the planes of each image, by the product of the record's level.

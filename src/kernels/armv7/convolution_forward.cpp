@@ -11,10 +11,7 @@ namespace {
 using Algorithm = ConvolutionAlgorithm;
 
 bool is_plain_float(const ConvolutionSizeRecord& size) {
-    const DType float32 = DType::Float32();
-    return arm_common::is_plain_convolution(size) &&
-           size.mode == ConvolutionMode::CROSS_CORRELATION && size.src_type == float32 &&
-           size.filter_type == float32 && size.dst_type == float32;
+    return fallback::is_plain_float32(size) && size.mode == ConvolutionMode::CROSS_CORRELATION;
 }
 bool is_strided(const ConvolutionSizeRecord& size) {
     return is_plain_float(size) && size.stride_h == 2 && size.stride_w == 2 &&

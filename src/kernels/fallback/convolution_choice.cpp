@@ -12,11 +12,15 @@ ConvolutionSizeRecord of_one_group(ConvolutionSizeRecord size) {
 
 }  // namespace
 
+bool is_plain(const ConvolutionSizeRecord& size) {
+    return size.format == ConvolutionFormat::NCHW && size.spatial_ndim == 2 && size.group == 1 &&
+           size.dilate_h == 1 && size.dilate_w == 1;
+}
+
 bool is_plain_float32(const ConvolutionSizeRecord& size) {
     const DType float32 = DType::Float32();
-    return size.format == ConvolutionFormat::NCHW && size.src_type == float32 &&
-           size.filter_type == float32 && size.dst_type == float32 && size.spatial_ndim == 2 &&
-           size.group == 1 && size.dilate_h == 1 && size.dilate_w == 1;
+    return is_plain(size) && size.src_type == float32 && size.filter_type == float32 &&
+           size.dst_type == float32;
 }
 
 template <typename Naive>

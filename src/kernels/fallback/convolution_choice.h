@@ -53,8 +53,8 @@ protected:
 private:
     ConvolutionSizeRecord record_of(const TensorLayout& src, const TensorLayout& filter,
                                     const TensorLayout& dst) const;
-    // 8-bit integers into 32 bits, floats with a stated accumulator, and no elements: the naive
-    // operator's.
+    // 8-bit integers into 32 bits, and floats with a stated accumulator: the naive operator's. So
+    // are questions about operands without elements, which no operator computes.
     bool is_left_to_naive(const TensorLayout& src, const TensorLayout& filter,
                           const TensorLayout& dst) const;
     // The forced algorithm, or that of the last choice if it was for the same record, or a new one.
@@ -67,7 +67,8 @@ private:
 extern template class ConvolutionChoice<naive::ConvolutionForwardImpl>;
 extern template class ConvolutionChoice<naive::ConvolutionBackwardDataImpl>;
 
-// Float32 images of two spatial axes, one group, no dilation.
+// Images of two spatial axes, one group, no dilation; the latter all Float32.
+bool is_plain(const ConvolutionSizeRecord& size);
 bool is_plain_float32(const ConvolutionSizeRecord& size);
 
 }  // namespace kern::fallback

@@ -5,6 +5,7 @@
 namespace kern {
 
 void ConvBiasForward::check_bias(const TensorLayout& bias, const TensorLayout& dst) const {
+    KERN_CHECK(dst.dtype.valid());
     const DTypeCategory category = dst.dtype.category();
     const Nonlinearity nonlinearity = m_param.nonlinearity;
     KERN_CHECK(nonlinearity <= Nonlinearity::HARD_SWISH);

@@ -16,6 +16,7 @@ size_t reach(const ConvolutionRules::Axis& axis, size_t taps) {
 
 size_t convolved_length(const ConvolutionRules::Axis& axis, size_t length, size_t taps) {
     const size_t padded = checked_add(length, checked_mul(size_t{2}, axis.pad));
+    checked_stride(checked_add(padded, axis.stride));  // places along an axis are signed
     const size_t seen = reach(axis, taps);
     KERN_CHECK(padded >= seen);
     return (padded - seen) / axis.stride + 1;
