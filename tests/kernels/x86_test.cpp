@@ -133,6 +133,11 @@ TEST_P(X86, ListsItsConvolutionsFirst) {
     auto problem = convolution_of(2, 4, 40, 40, 16, 1, 2, 1, 2);
     expect(problem, "X86PLANES X86PATCHES F N");
     expect(problem, "N", "8 to 16");
+    problem.filter[1] = 8;
+    expect(problem, "X86PLANES X86PATCHES F N");
+    problem.filter[1] = 9;
+    expect(problem, "X86PATCHES X86PLANES F N");
+    problem.filter[1] = 2;
     problem.param.mode = ConvolutionMode::CONVOLUTION;
     expect(problem, "X86PATCHES F N");
     problem.param.mode = ConvolutionMode::CROSS_CORRELATION;

@@ -47,7 +47,7 @@ void convolve_planes(const ConvolutionRunRecord& run) {
     }
 }
 
-// With one channel the patches' products would be vectors of a few elements.
+// With one channel and few filters the patches' products would be vectors of a few elements.
 const Algorithm PLANES = {
     "X86PLANES", HandleLevel::X86, &has_one_channel,
     [](const ConvolutionSizeRecord&) { return size_t{0}; },
@@ -58,7 +58,10 @@ const Algorithm PATCHES = {"X86PATCHES", HandleLevel::X86, &is_float32, &patches
                                    multiply_patches(run, run.workspace.raw_ptr);
                                };
                            }};
-const Algorithm* const OWN[] = {&PLANES, &PATCHES};
+// As measured: from more filters on, a product pays even if it is as shallow as one channel.
+constexpr size_t FEW_FILTERS = 8;
+const Algorithm* const FEW_ORDER[] = {&PLANES, &PATCHES};
+const Algorithm* const MANY_ORDER[] = {&PATCHES, &PLANES};
 
 const ConvolutionProducts PRODUCTS = {&fallback::packed_product_workspace,
                                       &fallback::packed_product, &patches_workspace,
@@ -69,7 +72,8 @@ const ConvolutionProducts PRODUCTS = {&fallback::packed_product_workspace,
 ConvolutionForward::Algorithms ConvolutionForwardImpl::all_algorithms_group_free(
     const ConvolutionSizeRecord& size) {
     Algorithms list;
-    append_usable(std::begin(OWN), std::end(OWN), size, list);
+    const auto& order = size.ocpg <= FEW_FILTERS ? FEW_ORDER : MANY_ORDER;
+    append_usable(std::begin(order), std::end(order), size, list);
     const Algorithms below = fallback::ConvolutionForwardImpl::all_algorithms_group_free(size);
     list.insert(list.end(), below.begin(), below.end());
     return list;
