@@ -33,11 +33,11 @@ class BrokenFile(Exception):
 
 
 def read_operator_table():
-    """Name, inputs, outputs and parameters (form, name, limit) by id."""
+    """Name, inputs, outputs and parameters (form, name, limit, "> 0" or nothing) by id."""
     rows = ([cell.strip() for cell in line.split("|")[1:-1]]
             for line in PAGE.read_text().splitlines() if line.startswith("| 0x"))
-    return {int(row[0], 16): (*row[1:4], re.findall(r"([\w\[\]]+) (\w+)(?: < (\d+))?", row[4]))
-            for row in rows}
+    parameter = re.compile(r"([\w\[\]]+) (\w+)(?: < (\d+))?( > 0)?")
+    return {int(row[0], 16): (*row[1:4], parameter.findall(row[4])) for row in rows}
 
 
 def numbers_allowed(text, parameters):
@@ -205,7 +205,7 @@ class GraphFile:
             self.bytes((begin - self.at) % size)
             return self.number(letter)
 
-        for form, name, limit in fields:
+        for form, name, limit, positive in fields:
             if form == "tensor":
                 value = self.read_tensor(parameters.get("role"))
             elif form in ("dtype", "dtype32", "plain32"):
@@ -216,7 +216,8 @@ class GraphFile:
                 value = [aligned("i") for _ in range(count)]
             else:
                 value = aligned(NUMBERS[form])
-                if value >= (int(limit) if limit else 2 if form == "bool" else 1 << 32):
+                if (value >= (int(limit) if limit else 2 if form == "bool" else 1 << 32)
+                        or (positive and value == 0)):
                     self.fail(OPERATOR)
             parameters[name] = value
         self.bytes((begin - self.at) % widest)

@@ -59,6 +59,10 @@ const OperatorCopy COPIES[] = {
 }  // namespace
 
 bool are_convolution_rules(const kern::ConvolutionRules& rules) {
+    for (const auto& axis : rules.axes) {
+        if (axis.stride == 0 || axis.dilate == 0)
+            return false;
+    }
     return rules.mode <= kern::ConvolutionMode::CONVOLUTION &&
            rules.sparse <= kern::ConvolutionSparse::GROUP &&
            rules.format == kern::ConvolutionFormat::NCHW &&

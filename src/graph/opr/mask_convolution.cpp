@@ -41,6 +41,11 @@ void MaskConvolution::forward(const Tensors& inputs, const Tensors& outputs,
 
 const OperatorType MaskPropagate::TYPE{"MaskPropagate"};
 
+bool MaskPropagate::accepts(const Param& param) {
+    return param.stride_h >= 1 && param.stride_w >= 1 && param.kernel_h >= 1 &&
+           param.kernel_w >= 1 && param.dilate_h >= 1 && param.dilate_w >= 1;
+}
+
 MaskPropagate::MaskPropagate(const std::vector<GraphVar*>& inputs, const Param& param,
                              const OperatorConfig& config)
     : KernelOperator(inputs[0]->owner_graph(), inputs, param, config, "mask_propagate") {

@@ -38,6 +38,7 @@ inline constexpr auto FIELDS<kern::MaskPropagateParam> =
 class MaskPropagate final : public KernelOperator<MaskPropagate, kern::MaskPropagate> {
 public:
     static const OperatorType TYPE;
+    static bool accepts(const Param& param);
 
     // From the mask of the images to that of the outputs, of one dtype.
     static GraphVar* make(GraphVar* mask, const Param& param, const OperatorConfig& config = {});

@@ -212,6 +212,7 @@ BAD = {
     "input-count": second(COUNT, elementwise(RELU, *[0] * 100), "input count", cut=50),
     "inputs": second(OPERATOR, op(MATMUL, (0,), MATMUL_FORM, 0, 0, 0), skip=4),
     "mode": second(OPERATOR, elementwise(1000, 0)),
+    "zero-step": second(OPERATOR, op(MASK_PROPAGATE, (0,), "<8I", 0, 0, 1, 1, 1, 1, 1, 0), skip=28),
     "flag": second(OPERATOR, op(CUMSUM, (0,), CUMSUM_FORM, 0, 0, 2), skip=5),
     "role": second(OPERATOR, Op(SHARED, (), (b"\2",))),
     "vector-count": second(COUNT, op(DIMSHUFFLE, (0,), "<II", 1, 1000), skip=4),
