@@ -64,13 +64,13 @@ TEST(GoldenGraphs, AreWrittenAgainAsTheyWere) {
 
 // Good files with one thing changed: cut, or with a bit of each byte turned, or a few.
 std::vector<Bytes> damaged_files() {
-    constexpr unsigned STEP = SLOWER == 1 ? 3 : 8;
+    constexpr size_t STEP = SLOWER == 1 ? 3 : 8;
     std::vector<Bytes> files;
     for (const auto& [name, unused] : lines_of("redumps.txt")) {
         const Bytes whole = bytes_of(name);
         for (size_t i = 0; i < whole.size(); ++i) {
             files.emplace_back(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(i));
-            for (unsigned bit = i % STEP; bit < 8; bit += STEP) {
+            for (size_t bit = i % STEP; bit < 8; bit += STEP) {
                 files.push_back(whole);
                 files.back()[i] ^= static_cast<uint8_t>(1u << bit);
             }
