@@ -102,7 +102,7 @@ class Refusals(unittest.TestCase):
     def test_warns_far_from_origin_only(self):
         rows = np.random.default_rng(0).standard_normal((1000, 2)).astype(np.float32)
         group = vekfind.Group(2, scale=1, bias=-1)
-        with self.assertWarnsRegex(vekfind.FarFromOriginWarning, "10. times.*subtract it from rows") as caught:
+        with self.assertWarnsRegex(vekfind.FarFromOriginWarning, "10. times.*vekfind convert --center") as caught:
             group.insert(rows + np.float32(100), range(1000))
         self.assertEqual(caught.filename, __file__)
         with warnings.catch_warnings():
