@@ -1,8 +1,8 @@
 // libvekfind in C++17: a class over the C interface, header only, for POSIX systems. vekfind.h is
 // the manual: what a score means, which calls may run together, the limits. Here each status but
 // VEK_OK is an Error, and what C lets pass is refused: features with NaN or infinity, buffers of a
-// wrong length, a predicate without tags or that calls its own group, a scale not above 0. Lack of
-// memory is std::bad_alloc where a result is allocated. Example: examples/search.cpp.
+// wrong length, a predicate without tags or that calls its own group, a scale not above 0. An
+// insert of features far from the origin warns. Lack of memory for a result is std::bad_alloc.
 #ifndef VEKFIND_VEKFIND_HPP
 #define VEKFIND_VEKFIND_HPP
 
@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "vekfind/row_checks.hpp"
 #include "vekfind/vekfind.h"
 
 namespace vekfind {
@@ -74,7 +75,7 @@ struct Settings {
     float bias = 0;
     uint32_t tag_size = 0;          // bytes of a tag; 0: no tags
     bool is_int8 = false;           // 8-bit integers instead of floats
-    bool allow_non_finite = false;  // features with NaN or infinity pass
+    bool allow_non_finite = false;  // features with NaN or infinity pass, far ones without a word
 };
 
 struct InsertOptions {
@@ -122,6 +123,8 @@ public:
         const size_t nr = count_rows(features, options.encrypted);
         require(ids.size() == nr, "not one id a row");
         require(tags.size() == nr * uint64_t{m_settings.tag_size}, "not one tag a row");
+        if (!m_has_warned && checks_floats(options.encrypted))
+            m_has_warned = warn_if_far(features.data, nr, m_settings.dim);
         const VEKFeatureGroupInsertOptions record = {options.encrypted, options.replace};
         check("insert", VEK_insert_features_to_feature_group(
                             handle(), address(features), address(ids), address(tags), nr, &record));
@@ -187,6 +190,8 @@ public:
     void dump(const std::string& path) const {
         const std::string part = path + ".part";
         const uint64_t row_size = 8 + uint64_t{feature_size()} + m_settings.tag_size;
+        struct stat old;
+        require(stat(path.c_str(), &old) != 0 || S_ISREG(old.st_mode), "not a regular file");
         try {
             check("dump", VEK_dump_feature_group_to_file(handle(), part.c_str()));
             require(m_settings.tag_size == 0 || size() > 0, "tags without rows");
@@ -242,26 +247,20 @@ private:
         return m_group.get();
     }
 
+    bool checks_floats(bool encrypted) const {
+        return !m_settings.is_int8 && !encrypted && !m_settings.allow_non_finite;
+    }
+
     // The number of rows, all of which may go into a group or a search.
     size_t count_rows(Features features, bool encrypted) const {
         const size_t dim = m_settings.dim, nr = features.size / dim;
         require(features.is_int8 == m_settings.is_int8, "features of the other type");
         require(features.size % dim == 0, "a part of a row");
         require(address(features) != nullptr, "features", VEK_NULL_POINTER);
-        if (!features.is_int8 && !encrypted && !m_settings.allow_non_finite)
-            for (size_t row = 0; row < nr; ++row)
-                if (!has_finite_norm(static_cast<const float*>(features.data) + row * dim, dim))
-                    throw Error(VEK_INVALID_ARGUMENT,
-                                "NaN or infinity: row " + std::to_string(row));
+        const size_t bad = checks_floats(encrypted) ? first_not_finite(features.data, nr, dim) : nr;
+        if (bad < nr)
+            throw Error(VEK_INVALID_ARGUMENT, "NaN or infinity: row " + std::to_string(bad));
         return nr;
-    }
-
-    // False for NaN, infinity and what squares to it. Four sums: one would wait for each addition.
-    static bool has_finite_norm(const float* row, size_t dim) {
-        float sums[4] = {};
-        for (size_t i = 0; i < dim; ++i)
-            sums[i % 4] += row[i] * row[i];
-        return sums[0] + sums[1] + sums[2] + sums[3] <= FLT_MAX;
     }
 
     // Not null where there is nothing: an empty vector may have no address, and C asks for one.
@@ -292,6 +291,7 @@ private:
     // The group that this thread searches; where a predicate searches another, that one.
     static inline thread_local VEKContext searching = nullptr;
     Settings m_settings;
+    bool m_has_warned = false;
     std::unique_ptr<VEKOpaque, decltype(&VEK_release)> m_group{nullptr, VEK_release};
 };
 

@@ -95,7 +95,7 @@ def warn_if_far_from_origin(rows: NDArray[np.float32]) -> None:
         warnings.warn(
             f"the mean of the features is {np.sqrt(distance / spread):.0f} times as far from the "
             "origin as the features are from it, so distances lose digits; subtract it from rows "
-            "and queries",
+            "and queries, as `vekfind convert --center` does",
             FarFromOriginWarning,
             stacklevel=3,
         )

@@ -111,9 +111,20 @@ def read_constants(path: PathLike) -> Dict[str, Any]:
         constants = json.loads(beside.read_bytes())
         if not isinstance(constants, dict):
             raise ValueError("no JSON object")
+        for name, value in constants.items():
+            _check_constant(name, value)
     except ValueError as error:
         raise ValueError(f"{beside}: {error}") from None
     return constants
+
+
+def _check_constant(name: str, value: Any) -> None:
+    """The types alone, as the command `vekfind` has them: null is a constant that is not there."""
+    is_flag = isinstance(value, bool)
+    if name == "normalize" and not is_flag:
+        raise ValueError("normalize is neither true nor false")
+    if name in ("scale", "bias") and (is_flag or not isinstance(value, (int, float, type(None)))):
+        raise ValueError(f"{name} is no number")
 
 
 def write_constants(path: PathLike, constants: Dict[str, Any]) -> None:

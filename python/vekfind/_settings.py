@@ -48,9 +48,11 @@ class GroupSettings:
             raise ValueError(f"dim {dim} is not within 1 and what fits 4 GiB a row")
         if not 0 <= settings.tag_bytes < 2**32:
             raise ValueError(f"tag_bytes {tag_bytes} is not within 0 and 4 GiB")
-        if not 0 < np.float32(settings.scale) < math.inf:
+        with np.errstate(over="ignore"):
+            scale_32, bias_32 = np.float32(settings.scale), np.float32(settings.bias)
+        if not 0 < scale_32 < math.inf:
             raise ValueError(f"scale {scale} is not positive and finite in 32 bits")
-        if not np.isfinite(np.float32(settings.bias)):
+        if not np.isfinite(bias_32):
             raise ValueError(f"bias {bias} is not finite in 32 bits")
         if settings.normalize and settings.dtype != np.float32:
             raise ValueError("only float32 features can be normalized")

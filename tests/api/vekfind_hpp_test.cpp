@@ -1,6 +1,7 @@
 // The C++ class: what it adds to the C interface, and that the rest arrives there.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "vekfind/vekfind.hpp"
@@ -44,6 +45,7 @@ TEST(Cpp, RefusesAndLeavesTheGroupAsItWas) {
         {VEK_INVALID_ARGUMENT, [&] { plain.search_into(QUERIES, 1, ids, fewer); }},
         {VEK_INVALID_ARGUMENT, [&] { plain.average(Floats()); }},
         {VEK_INTERNAL_ERROR, [&] { plain.dump("/nonexistent/file"); }},
+        {VEK_INVALID_ARGUMENT, [&] { plain.dump(testing::TempDir()); }},
         {VEK_UNSUPPORTED, [&] { int8.average(SMALL); }},
     };
     for (const auto& [status, call] : table)
@@ -56,6 +58,29 @@ TEST(Cpp, RefusesAndLeavesTheGroupAsItWas) {
     EXPECT_EQ(plain.size(), 3u);
     EXPECT_EQ(int8.search(SMALL, 1).ids, IDS);
     Group({2, 1, -4, 0, false, true}).insert(Ids{1, 2}, bad);
+}
+
+TEST(Cpp, WarnsOnceOfFeaturesFarFromTheOrigin) {
+    const auto said = [](float distance, const vekfind::Settings& settings) {
+        Group group(settings);
+        testing::internal::CaptureStderr();
+        for (uint64_t first : {0u, 1000u}) {
+            Ids ids;
+            Floats rows;
+            for (uint64_t row = 0; row < 1000; ++row) {
+                ids.push_back(first + row);
+                rows.push_back(distance + static_cast<float>(row % 3));
+                rows.push_back(static_cast<float>(row % 5));
+            }
+            group.insert(ids, rows);
+        }
+        return testing::internal::GetCapturedStderr();
+    };
+    const std::string far = said(60, PLAIN);
+    EXPECT_NE(far.find("`vekfind convert --center`"), std::string::npos);
+    EXPECT_EQ(std::count(far.begin(), far.end(), '\n'), 1) << far;
+    EXPECT_EQ(said(40, PLAIN), "");
+    EXPECT_EQ(said(60, {2, 1, -4, 0, false, true}), "");
 }
 
 TEST(Cpp, FindsWhatTheCInterfaceFinds) {

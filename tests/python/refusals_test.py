@@ -102,7 +102,7 @@ class Refusals(unittest.TestCase):
     def test_warns_far_from_origin_only(self):
         rows = np.random.default_rng(0).standard_normal((1000, 2)).astype(np.float32)
         group = vekfind.Group(2, scale=1, bias=-1)
-        with self.assertWarnsRegex(vekfind.FarFromOriginWarning, "10. times.*subtract it from rows") as caught:
+        with self.assertWarnsRegex(vekfind.FarFromOriginWarning, "10. times.*vekfind convert --center") as caught:
             group.insert(rows + np.float32(100), range(1000))
         self.assertEqual(caught.filename, __file__)
         with warnings.catch_warnings():
@@ -136,6 +136,24 @@ class Files(unittest.TestCase):
         np.testing.assert_array_equal(ids, np.array([7, 2, 2**63], np.uint64))
         np.testing.assert_array_equal(features, f32([1, -2.5], [0, 3e38], [-0.0, 0.125]))
         self.assertEqual(tags.tobytes(), b"a\0\xff")
+
+    def test_constants_beside_a_file_have_their_types(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "group.vek")
+            group = vekfind.Group(2, scale=1, bias=-1)
+            group.insert(f32([0, 1]), [1])
+            group.save(path)
+            for words, text in (("no number", '{"scale": "2", "bias": 0}'),
+                                ("no number", '{"scale": 2, "bias": true}'),
+                                ("neither true nor", '{"scale": 2, "bias": 0, "normalize": "no"}'),
+                                ("neither given nor", '{"scale": 2, "bias": null}'),
+                                ("finite", '{"scale": 1e60, "bias": 0}'),
+                                ("no JSON object", "[1]")):
+                with open(path + ".json", "w") as file:
+                    file.write(text)
+                with self.subTest(text), warnings.catch_warnings():
+                    warnings.simplefilter("error")
+                    self.assertRaisesRegex(ValueError, words, vekfind.Group.load, path)
 
     def test_a_save_that_fails_leaves_the_old_file(self):
         with tempfile.TemporaryDirectory() as folder:

@@ -25,7 +25,7 @@ int run_program(const char* name, const std::function<int()>& body) {
     try {
         const int status = body();
         std::cout.flush();
-        return std::cout ? status : fail(name, "the output cannot be written", 2);
+        return std::cout ? status : fail(name, "the output cannot be written", 1);
     } catch (const BadUse& error) {
         return fail(name, error.what(), 2);
     } catch (const std::bad_alloc&) {

@@ -9,6 +9,7 @@
 #include "common/failure.h"
 #include "common/line_reader.h"
 #include "common/npy.h"
+#include "features/feature_file.h"
 #include "vekfind/vekfind.h"
 
 namespace features {
@@ -27,7 +28,7 @@ void check_count(const std::string& path, uint64_t count, uint64_t nr_rows) {
 }
 
 bool is_npy(const std::string& path) {
-    return path.size() >= 4 && path.compare(path.size() - 4, 4, ".npy") == 0;
+    return lower_case_suffix(path) == ".npy";
 }
 
 std::vector<uint64_t> numbers_of_text(const std::string& path) {

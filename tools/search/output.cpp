@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <sstream>
 
@@ -11,6 +10,7 @@
 #include "common/npy.h"
 #include "common/output_file.h"
 #include "common/text.h"
+#include "features/feature_file.h"
 #include "search/zip.h"
 
 namespace search {
@@ -133,7 +133,7 @@ void write_ivecs(tools::OutputFile& file, const Result& result) {
 }  // namespace
 
 void require_known_format(const std::string& path) {
-    const std::string extension = std::filesystem::path(path).extension().string();
+    const std::string extension = features::lower_case_suffix(path);
     for (const char* known : {".txt", ".csv", ".json", ".npz", ".ivecs"})
         if (extension == known)
             return;
@@ -151,7 +151,7 @@ void write_result(tools::OutputFile* file, const Result& result, bool has_scores
             throw tools::BadFile("the output cannot be written");
         return;
     }
-    const std::string extension = std::filesystem::path(file->path()).extension().string();
+    const std::string extension = features::lower_case_suffix(file->path());
     if (extension == ".npz") {
         write_npz(*file, result, has_scores);
     } else if (extension == ".ivecs") {

@@ -61,6 +61,9 @@ search::Setup open_own_rows(const mpi::Ranks& ranks, const Words& words) {
          i += words.rows.size() == 1 ? 1 : size)
         paths.push_back(words.rows[i]);
     search::Setup setup = search::open_sources(paths, words.options);
+    // Before the split: of fewer rows than ranks rank 0 may have none.
+    if (ranks.is_first() && !words.options.int8)
+        search::warn_if_far(*setup.slices.front().source);
     if (words.rows.size() == 1)
         setup.slices = search::split(setup.slices, size)[rank];
     return setup;
@@ -133,8 +136,6 @@ void run(const mpi::Ranks& ranks, const Words& words) {
             output = search::open_output(options.output);
             queries =
                 std::make_unique<search::Queries<T>>(words.queries, options, setup.comparison);
-            if (!options.int8)
-                search::warn_if_far(*setup.slices.front().source);
         }
         collection = std::make_unique<search::Collection<T>>(
             setup.slices, static_cast<size_t>(options.nr_threads), setup.comparison.settings());
