@@ -123,7 +123,7 @@ ConvolutionBackwardData::Algorithms algorithms_of_data(kern::HandleLevel level,
 
 TEST(ConvolutionBackward, EveryAlgorithmOfDataEqualsNaive) {
     std::mt19937 random(4);
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < some_of(60); ++i) {
         const auto problem = random_convolution(random);
         for (const char* name : {"float", "half", "8 to 16"}) {
             Operands3 in(problem, kind(name), ConvolutionOperand::SRC);

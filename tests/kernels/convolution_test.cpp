@@ -19,7 +19,7 @@ void expect_near(const Tensor& dst, const Tensor& expected, size_t depth) {
 // The order of additions, which other levels repeat.
 TEST(Convolution, NaiveAddsInTheOrderOfTheFilter) {
     std::mt19937 random(2);
-    for (int i = 0; i < 40; ++i) {
+    for (int i = 0; i < some_of(40); ++i) {
         const auto problem = random_convolution(random);
         SCOPED_TRACE(problem.text());
         ConvolutionOperands in(problem, kind("float"));
@@ -36,7 +36,7 @@ TEST(Convolution, NaiveAddsInTheOrderOfTheFilter) {
 
 TEST(Convolution, EveryAlgorithmEqualsNaive) {
     std::mt19937 random(3);
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < some_of(150); ++i) {
         const auto problem = random_convolution(random);
         for (const char* name : {"float", "half", "8 to 16", "zero points"}) {
             ConvolutionOperands in(problem, kind(name));

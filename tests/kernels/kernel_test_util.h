@@ -29,6 +29,15 @@ using kern::TensorShape;
 
 using Sizes = std::vector<size_t>;
 
+// How many random cases a test takes of those that it would like: sanitizers are slow.
+constexpr int some_of(int cases) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    return cases / 5;
+#else
+    return cases;
+#endif
+}
+
 constexpr auto NAIVE = kern::HandleLevel::NAIVE;
 constexpr auto FALLBACK = kern::HandleLevel::FALLBACK;
 constexpr auto ARMV7 = kern::HandleLevel::ARMV7;
