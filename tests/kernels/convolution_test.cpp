@@ -1,4 +1,7 @@
 // Convolutions: the order of naive, every algorithm of every level against naive.
+#include <array>
+#include <set>
+
 #include "tests/kernels/convolution_test_util.h"
 
 namespace kern_test {
@@ -65,6 +68,32 @@ TEST(Convolution, EveryAlgorithmEqualsNaive) {
             }
         }
     }
+}
+
+TEST(Convolution, PatchesTakeTheSameMemoryForAnyImages) {
+    std::set<std::string> seen;
+    for (kern::HandleLevel level : LEVELS) {
+        const auto handle = make_handle(level);
+        const auto op = handle->create_operator<kern::ConvolutionForward>();
+        const auto layouts = [](size_t n, size_t side) {
+            const DType f32 = DType::Float32();
+            return std::array{TensorLayout({n, 5, side, side}, f32),
+                              TensorLayout({7, 5, 3, 3}, f32),
+                              TensorLayout({n, 7, side - 2, side - 2}, f32)};
+        };
+        const auto [src, filter, dst] = layouts(1, 4);
+        for (const auto* algorithm : op->all_algorithms(src, filter, dst)) {
+            if (algorithm->name != std::string("F") && algorithm->name != std::string("X86PATCHES"))
+                continue;
+            seen.insert(algorithm->name);
+            op->force_algorithm(algorithm);
+            const auto [srcs, filters, dsts] = layouts(3, 90);
+            EXPECT_EQ(op->workspace_in_bytes(src, filter, dst),
+                      op->workspace_in_bytes(srcs, filters, dsts))
+                << algorithm->name;
+        }
+    }
+    EXPECT_EQ(seen.size(), x86_levels().empty() ? 1u : 2u);
 }
 
 }  // namespace
