@@ -44,8 +44,7 @@ struct Call {
           patches(image_patches(record, 0)),
           outputs(record.dst_plane()),
           // Small images waste less of a panel's columns when they are packed together.
-          is_pointwise(kern::is_pointwise(record) &&
-                       (record.n == 1 || outputs >= SMALL_IMAGE)) {
+          is_pointwise(kern::is_pointwise(record) && (record.n == 1 || outputs >= SMALL_IMAGE)) {
         void* base = align_up(workspace, ALIGNMENT);
         panels = static_cast<float*>(base);
         filters = panels + PANEL_DEPTH * OUTPUT_BLOCK;
@@ -59,6 +58,10 @@ struct Call {
                (patches.rows.element(place / patches.row_outputs, 0) *
                     static_cast<ptrdiff_t>(patches.columns.length) +
                 patches.columns.element(place % patches.row_outputs, 0));
+    }
+    float* result(size_t channel, size_t output) const {
+        return static_cast<float*>(run.dst) + output / outputs * run.dst_image_step +
+               channel * outputs + output % outputs;
     }
 };
 
@@ -138,11 +141,9 @@ template <typename Move>
 void move_results(const Call& call, size_t channel, size_t channels, size_t first, size_t columns,
                   Move move) {
     for (size_t column = 0; column < columns;) {
-        const size_t image = (first + column) / call.outputs;
         const size_t place = (first + column) % call.outputs;
         const size_t count = std::min(columns - column, call.outputs - place);
-        float* dst = static_cast<float*>(call.run.dst) + image * call.run.dst_image_step +
-                     channel * call.outputs + place;
+        float* dst = call.result(channel, first + column);
         for (size_t i = 0; i < channels; ++i)
             move(dst + i * call.outputs, call.results + i * MOST_PANEL_COLUMNS + column, count);
         column += count;
@@ -151,10 +152,8 @@ void move_results(const Call& call, size_t channel, size_t channels, size_t firs
 
 // `product` has all but C. Outputs of several images are computed side by side.
 void multiply_panel(const Call& call, size_t channel, size_t first, PanelProduct product) {
-    const size_t place = first % call.outputs;
-    if (place + product.columns <= call.outputs) {
-        product.c = static_cast<float*>(call.run.dst) +
-                    first / call.outputs * call.run.dst_image_step + channel * call.outputs + place;
+    if (first % call.outputs + product.columns <= call.outputs) {
+        product.c = call.result(channel, first);
         product.c_row = static_cast<ptrdiff_t>(call.outputs);
         call.kernels.panel_product(product);
         return;
